@@ -1,0 +1,32 @@
+// The Boot#### image: its marker records, its check and its parse.
+#pragma once
+
+#include <array>
+
+#include "bootopt/boot_lists.h"
+#include "support/byte_reader.h"
+
+namespace bds {
+
+// Four-byte records with which the driver begins the optional data of its own options.
+using OptionMarker = std::array<std::byte, 4>;
+inline constexpr OptionMarker kFirmwareMarker{std::byte{0}, std::byte{0}, std::byte{0x42}, std::byte{0x4F}};
+inline constexpr OptionMarker kGroupMarker{std::byte{0}, std::byte{0}, std::byte{0x47}, std::byte{0x4F}};
+inline constexpr OptionMarker kMemberMarker{std::byte{0}, std::byte{0}, std::byte{0x4E}, std::byte{0x4F}};
+
+// The parts of a well-formed image, in place.
+struct LoadOptionView {
+  UINT32 Attributes = 0;
+  Bytes Description;   // UTF-16 with its NUL; unaligned
+  Bytes FilePathList;
+  Bytes OptionalData;  // everything behind the paths, markers included
+};
+
+// True when the image is well formed; view then points into it.
+[[nodiscard]] bool ViewLoadOption(Bytes image, LoadOptionView& view);
+
+// Creates the option (and, for a group header, its members behind it) from a well-formed image. priority is the
+// counter for the next option; it grows by 256 for each. Null when the pool is exhausted.
+BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, Bytes image, UINT32& priority);
+
+}  // namespace bds

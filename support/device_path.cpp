@@ -1,0 +1,147 @@
+#include "support/device_path.h"
+
+namespace bds {
+namespace {
+
+constexpr bool IsStandardType(UINT8 type) {
+  return (type >= HARDWARE_DEVICE_PATH && type <= BBS_DEVICE_PATH) || type == END_DEVICE_PATH_TYPE;
+}
+
+// Two paths' bytes in one new block; the caller says what lies between them.
+PoolPtr<DevicePath> Join(Bytes first, Bytes second, Bytes third) {
+  const UINTN size = first.size() + second.size() + third.size();
+  auto joined = PoolPtr<DevicePath>(static_cast<DevicePath*>(AllocatePool(size)));
+  if (joined) {
+    ByteWriter writer({reinterpret_cast<std::byte*>(joined.get()), size});
+    writer.WriteBytes(first);
+    writer.WriteBytes(second);
+    writer.WriteBytes(third);
+  }
+  return joined;
+}
+
+Bytes PathBytes(const DevicePath* path, UINTN size) { return {reinterpret_cast<const std::byte*>(path), size}; }
+
+}  // namespace
+
+bool IsVendorNode(const DevicePath* node, UINT8 type, UINT8 subType, const EFI_GUID& guid) {
+  return IsNode(node, type, subType) && NodeLength(node) >= sizeof(VENDOR_DEVICE_PATH) &&
+         EqualMemory(reinterpret_cast<const UINT8*>(node) + sizeof(DevicePath), &guid, sizeof(guid));
+}
+
+void DevicePathWalker::Examine() {
+  stop_ = PathStop::None;
+  if (offset_ >= kMaxDevicePathSize) {
+    stop_ = PathStop::TooLong;
+    return;
+  }
+  if (bytes_.size() - offset_ < sizeof(DevicePath)) {
+    stop_ = PathStop::BytesExhausted;
+    return;
+  }
+  const DevicePath* node = NodeAt();
+  if (NodeLength(node) < sizeof(DevicePath)) {
+    stop_ = PathStop::ShortNode;
+  } else if (NodeLength(node) > bytes_.size() - offset_) {
+    stop_ = PathStop::NodePastEnd;
+  } else if (!IsStandardType(node->Type)) {
+    stop_ = PathStop::BadType;
+  } else if (IsEndEntire(node)) {
+    stop_ = PathStop::EndEntire;
+  }
+}
+
+void DevicePathWalker::Next() {
+  if (stop_ == PathStop::None) {
+    offset_ += NodeLength(NodeAt());
+    Examine();
+  }
+}
+
+UINTN DevicePathSize(Bytes bytes) {
+  DevicePathWalker walker(bytes);
+  while (walker.Node() != nullptr) {
+    walker.Next();
+  }
+  return walker.Stop() == PathStop::EndEntire ? walker.Consumed() : 0;
+}
+
+UINTN DevicePathSize(const DevicePath* path) {
+  return path == nullptr ? 0 : DevicePathSize(PathBytes(path, kMaxDevicePathSize));
+}
+
+const DevicePath* LastNode(const DevicePath* path) {
+  const DevicePath* last = nullptr;
+  DevicePathWalker walker(path);
+  for (; walker.Node() != nullptr; walker.Next()) {
+    last = walker.Node();
+  }
+  return walker.Valid() ? last : nullptr;
+}
+
+const DevicePath* NextToLastNode(const DevicePath* path) {
+  const DevicePath* last = nullptr;
+  const DevicePath* before = nullptr;
+  DevicePathWalker walker(path);
+  for (; walker.Node() != nullptr; walker.Next()) {
+    before = last;
+    last = walker.Node();
+  }
+  return walker.Valid() ? before : nullptr;
+}
+
+const DevicePath* FindNode(const DevicePath* path, UINT8 type, UINT8 subType) {
+  for (DevicePathWalker walker(path); walker.Node() != nullptr; walker.Next()) {
+    if (IsNode(walker.Node(), type, subType)) {
+      return walker.Node();
+    }
+  }
+  return nullptr;
+}
+
+PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining) {
+  if (remaining == nullptr) {
+    return nullptr;
+  }
+  const DevicePath* start = remaining;
+  DevicePathWalker walker(start);
+  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
+    walker.Next();
+  }
+  if (!walker.Valid()) {
+    remaining = nullptr;
+    return nullptr;
+  }
+  remaining = walker.Node() == nullptr ? nullptr : NextNode(walker.Node());
+  return Join(PathBytes(start, walker.Offset()), AsBytes(kEndEntireNode), {});
+}
+
+PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path) {
+  const UINTN size = DevicePathSize(path);
+  return size == 0 ? nullptr : Join(PathBytes(path, size), {}, {});
+}
+
+PoolPtr<DevicePath> AppendNode(const DevicePath* path, const DevicePath* node) {
+  const UINTN size = DevicePathSize(path);
+  if (path != nullptr && size == 0) {
+    return nullptr;
+  }
+  return Join(PathBytes(path, size == 0 ? 0 : size - sizeof(DevicePath)), NodeBytes(node), AsBytes(kEndEntireNode));
+}
+
+PoolPtr<DevicePath> AppendInstance(const DevicePath* a, const DevicePath* b) {
+  if (a == nullptr) {
+    return CopyDevicePath(b);
+  }
+  constexpr DevicePath kEndInstance{END_DEVICE_PATH_TYPE, END_INSTANCE_DEVICE_PATH_SUBTYPE, {4, 0}};
+  const UINTN sizeA = DevicePathSize(a);
+  const UINTN sizeB = DevicePathSize(b);
+  if (sizeA == 0 || sizeB == 0) {
+    return nullptr;
+  }
+  return Join(PathBytes(a, sizeA - sizeof(DevicePath)), AsBytes(kEndInstance), PathBytes(b, sizeB));
+}
+
+EFI_STATUS CheckDevicePath(Bytes bytes) { return DevicePathSize(bytes) != 0 ? EFI_SUCCESS : EFI_INVALID_PARAMETER; }
+
+}  // namespace bds
