@@ -1,0 +1,24 @@
+// Everything of the BMC subsystem that outlives a routine.
+#pragma once
+
+#include "platform/uefi_base.h"
+
+namespace bds {
+
+// Reset by the entry point.
+struct BMC_STATE {
+  BOOLEAN ZephanConfigMode = FALSE;  // managed and in config mode; set by DetectZephanConfigMode, read by later steps
+
+  // The boot request, decoded by SetIpmiBootOptionPriorities from the BMC's boot flags or their copy in NVRAM.
+  BOOLEAN IpmiEfiBoot = FALSE;     // 1: a UEFI option is asked for, 0: a legacy one
+  BOOLEAN IpmiPersistent = FALSE;  // the request holds for later boots too
+  UINT32 IpmiBootDevice = 0;       // the device selector, 0 to 15; 0 asks for nothing
+  UINT8 IpmiDeviceInstance = 0;    // bit 4: an instance is asked for, bits 3:0: which
+
+  // Microseconds that file exchanges without a valid answer have waited this boot; written by BtExchange, which
+  // leaves the BMC alone once they reach kBtPatience.
+  UINT64 FruitlessWait = 0;
+};
+extern constinit BMC_STATE gBmc;
+
+}  // namespace bds
