@@ -1,5 +1,4 @@
-// The protocol that records the script replayed on resume from S3 (PI 1.7, volume 5). The driver only needs to
-// know whether it is there, so the interface stays opaque.
+// The boot-script save protocol of the S3 resume path; only located here, never called.
 #pragma once
 
 #include "platform/uefi_base.h"
