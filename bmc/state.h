@@ -15,6 +15,10 @@ struct BMC_STATE {
   UINT32 IpmiBootDevice = 0;       // the device selector, 0 to 15; 0 asks for nothing
   UINT8 IpmiDeviceInstance = 0;    // bit 4: an instance is asked for, bits 3:0: which
 
+  // A restore could not read every copy of a boot variable from the BMC; set by RestoreEfiBootVariablesFromBMC, keeps
+  // SaveEfiBootVaiablesToBMC from replacing them.
+  BOOLEAN CopiesUnread = FALSE;
+
   // Microseconds that file exchanges without a valid answer have waited this boot; written by BtExchange, which
   // leaves the BMC alone once they reach kBtPatience.
   UINT64 FruitlessWait = 0;

@@ -1,0 +1,85 @@
+// The management mode's queries and the steps that record it and follow a policy file's presence.
+#include "bmc/management_mode.h"
+
+#include "bmc/bt_file.h"
+#include "bmc/pm_timer.h"
+#include "bmc/setup.h"
+#include "bmc/state.h"
+#include "bmc/steps.h"
+#include "support/debug_print.h"
+#include "support/protocols.h"
+
+namespace bds {
+namespace {
+
+constexpr UINT8 kEfiOptionsOff = 0;
+constexpr UINT8 kEfiOptionsOn = 1;
+constexpr UINT8 kEfiOptionsByPolicy = 2;
+
+bool PolicyFileExists() {
+  BT_FILE_CONTEXT context;
+  const UINT8 result = BtOpenFile(context, "ConfigPolicy.xml", BT_OPEN_FILE);
+  if (result != BT_DONE) {
+    DebugPrint("%a:XML file open failed:%x\n", "CheckZephan_EFIBootSupport", result);
+  }
+  static_cast<void>(BtCloseFile(context));
+  PmTimerStall(kBtSettleTime);
+  return result == BT_DONE;
+}
+
+}  // namespace
+
+const ZEPHAN_MODE_INFO* FindZephanMode() { return LocateProtocol<ZEPHAN_MODE_INFO>(); }
+
+const ZEPHAN_MODE_INFO* LocateZephanMode() {
+  const ZEPHAN_MODE_INFO* info = FindZephanMode();
+  if (info == nullptr) {
+    DebugPrint("UEFIBoot: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n");
+  }
+  return info;
+}
+
+UINT8 IsRackZephan() {
+  const ZEPHAN_MODE_INFO* info = FindZephanMode();
+  if (info == nullptr) {
+    DebugPrint("IsRackZephan: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n");
+    return 0;
+  }
+  return info->Mode;
+}
+
+void DetectZephanConfigMode() {
+  gBmc.ZephanConfigMode = FALSE;
+  const ZEPHAN_MODE_INFO* info = LocateZephanMode();
+  if (info == nullptr) {
+    return;
+  }
+  DebugPrint("UEFIBoot: Zephan mode M:%x F:%x. \n", info->Mode, info->ConfigFlag);
+  gBmc.ZephanConfigMode = info->Mode == 1 && info->ConfigFlag == 1;
+  DebugPrint("Detect ZephanConfigMode:%d\n", gBmc.ZephanConfigMode);
+}
+
+void CheckZephan_EFIBootSupport() {
+  const bool policyExists = PolicyFileExists();
+  SetupVariable setup;
+  if (const EFI_STATUS status = ReadSetup(setup); EFI_ERROR(status)) {
+    DebugPrint("Error on Reading the Setup Variables:%r\n", status);
+    return;
+  }
+  UINT8& enable = setup.Bytes[kSetupEfiBootOptionsEnable];
+  if (enable == kEfiOptionsOn && !policyExists) {
+    // Switched on by hand: it stays on, and there is nothing to write.
+    DebugPrint("SetupData.EfiBootOptionsEnable:%0x\n", enable);
+    return;
+  }
+  if (enable != kEfiOptionsOff || !policyExists) {
+    return;
+  }
+  enable = kEfiOptionsByPolicy;
+  DebugPrint("SetupData.EfiBootOptionsEnable:%0x\n", enable);
+  if (const EFI_STATUS status = WriteSetup(setup); EFI_ERROR(status)) {
+    DebugPrint("%a:Failed writing Setup:%r\n", "CheckZephan_EFIBootSupport", status);
+  }
+}
+
+}  // namespace bds

@@ -1,0 +1,111 @@
+// Saving the boot order ahead of a boot request and putting it back at the next boot.
+#include "bmc/saved_boot_order.h"
+
+#include "bmc/management_mode.h"
+#include "bmc/steps.h"
+#include "bootopt/boot_lists.h"
+#include "support/debug_print.h"
+#include "support/variables.h"
+
+namespace bds {
+namespace {
+
+constexpr CHAR16 kBootOrderName[] = u"BootOrder";
+constexpr UINTN kMaxSavedNumbers = 0xFFFF;
+constexpr UINTN kSeenBytes = 0x10000 / 8;  // one bit per option number
+
+// Puts the matched option's Boot#### back. What is too short to hold an option is dropped: writing it would delete
+// the variable.
+void RestoreMatchedBootOption() {
+  PoolBuffer saved;
+  if (EFI_ERROR(ReadVariable(kSavedBootOptionName, kIpmiVariablesGuid, saved))) {
+    return;
+  }
+  ByteReader reader(saved.Bytes());
+  UINT16 number = 0;
+  const bool usable = reader.Read(number) && reader.Remaining() != 0;
+  if (usable && EFI_ERROR(WriteVariable(BootVariableName(number), gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
+                                        reader.Rest()))) {
+    return;
+  }
+  static_cast<void>(DeleteVariable(kSavedBootOptionName, kIpmiVariablesGuid));
+}
+
+void RestoreOrder() {
+  PoolBuffer saved;
+  if (EFI_ERROR(ReadVariable(kSavedBootOrderName, kIpmiVariablesGuid, saved))) {
+    return;
+  }
+  const bool usable = saved.Size != 0 && saved.Size % sizeof(UINT16) == 0;
+  if (usable &&
+      EFI_ERROR(WriteVariable(kBootOrderName, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, saved.Bytes()))) {
+    return;  // kept for the next boot
+  }
+  static_cast<void>(DeleteVariable(kSavedBootOrderName, kIpmiVariablesGuid));
+}
+
+// The numbers of the list in its order, each once; returns how many.
+UINTN CollectNumbers(std::span<UINT16> numbers, UINT8* seen) {
+  UINTN count = 0;
+  for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr && count < numbers.size();
+       option = option->Next) {
+    const UINT16 number = option->BootOptionNumber;
+    const UINT8 bit = static_cast<UINT8>(1U << (number % 8));
+    if (number == kNoBootOptionNumber || (seen[number / 8] & bit) != 0) {
+      continue;
+    }
+    seen[number / 8] |= bit;
+    numbers[count++] = number;
+  }
+  return count;
+}
+
+}  // namespace
+
+void SaveCurrentBootorder() {
+  if (IsRackZephan() != 0) {
+    DebugPrint("SaveCurrentBootorder: System in Zephan mode\n");
+    return;
+  }
+  SortList(BootOptionList, CompareByPriority);
+  const UINTN room = BootOptionList.Count < kMaxSavedNumbers ? BootOptionList.Count : kMaxSavedNumbers;
+  const auto numbers = AllocateArray<UINT16>(room);
+  const PoolPtr<UINT8> seen(static_cast<UINT8*>(AllocateZeroPool(kSeenBytes)));
+  if (!numbers || !seen) {
+    return;
+  }
+  const UINTN count = CollectNumbers({numbers.get(), room}, seen.get());
+  if (count == 0) {
+    return;
+  }
+  static_cast<void>(WriteVariable(kSavedBootOrderName, kIpmiVariablesGuid, kNonVolatileBoot,
+                                  std::as_bytes(std::span(numbers.get(), count))));
+}
+
+void SaveMatchedBootOption(const BOOT_OPTION& option) {
+  PoolBuffer image;
+  if (option.BootOptionNumber == kNoBootOptionNumber ||
+      EFI_ERROR(ReadVariable(BootVariableName(option.BootOptionNumber), gEfiGlobalVariableGuid, image))) {
+    return;
+  }
+  const UINTN size = sizeof(UINT16) + image.Size;
+  const PoolPtr<std::byte> record(static_cast<std::byte*>(AllocatePool(size)));
+  if (!record) {
+    return;
+  }
+  ByteWriter writer({record.get(), size});
+  writer.Write(option.BootOptionNumber);
+  writer.WriteBytes(image.Bytes());
+  static_cast<void>(WriteVariable(kSavedBootOptionName, kIpmiVariablesGuid, kNonVolatileBoot, {record.get(), size}));
+}
+
+void RestoreBootorder() {
+  if (IsRackZephan() != 0) {
+    DebugPrint("RestoreBootOrder: System in Zephan mode\n");
+    return;
+  }
+  RestoreMatchedBootOption();
+  RestoreOrder();
+}
+
+}  // namespace bds
