@@ -26,9 +26,16 @@ inline constexpr UINT16 kBbsSetAside = 0xFFFC;  // BootPriority of an entry that
 // How many entries directly before this one have the same location and class: tells apart devices behind one
 // controller function.
 [[nodiscard]] UINT8 BbsInstanceNumber(const BBS_TABLE* table, UINT16 index);
-// The entry's strings in legacy memory (not NUL-terminated); empty when absent or outside it.
+// The entry's strings in legacy memory (not NUL-terminated, cut to kBbsStringCapacity); empty when absent or outside it.
+inline constexpr UINTN kBbsStringCapacity = 255;
 [[nodiscard]] std::span<const char> BbsDescription(const BBS_TABLE& entry);
 [[nodiscard]] std::span<const char> BbsManufacturer(const BBS_TABLE& entry);
+
+// A NUL-terminated copy of such a string, for messages.
+struct BbsText {
+  char Text[kBbsStringCapacity + 1];
+};
+[[nodiscard]] BbsText CopyBbsText(std::span<const char> text);
 
 // Removes a legacy option's entry from the table; other options are left alone.
 void DeleteBbsEntry(const BOOT_OPTION& option);

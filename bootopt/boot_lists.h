@@ -20,8 +20,6 @@ struct BOOT_OPTION_STATE {
   BOOT_OPTION_LIST OptionList;   // emptied by UpdateBootOptionVariables, filled by loading and new options
   BOOT_DEVICE_LIST DeviceList;   // emptied likewise, filled by collection, drained by matching
   void* HiiHandle = nullptr;     // the driver's string package list; set by UpdateBootOptionVariables, else null
-  UINT32 ControllerLocations[16] = {};  // PCI locations of legacy port names in first-seen order (naming)
-  UINT32 ControllerCount = 0;
 };
 extern constinit BOOT_OPTION_STATE gBootOptions;
 
@@ -30,13 +28,13 @@ inline constinit BOOT_DEVICE_LIST& BootDeviceList = gBootOptions.DeviceList;
 
 // Appends a record with the creation values; null when the pool is exhausted.
 [[nodiscard]] BOOT_OPTION* CreateBootOption(BOOT_OPTION_LIST& list);
-// Unlinks the option and frees it with all that it owns.
+// Unlinks the option and frees it with all that it owns; its optional data only when OptionalDataSize is not 0.
 void DeleteBootOption(BOOT_OPTION_LIST& list, BOOT_OPTION* option);
 // Mode 1: deletes the variable Boot#### too, when the option is numbered. Any other mode: nothing.
 void DeleteBootOptionAndVariable(BOOT_OPTION_LIST& list, BOOT_OPTION* option, UINTN mode);
 
-// Appends a device and names it. Null when the entry is below index 25 and has no handle in IBV1 (the CSM filled it
-// for itself), or when the pool is exhausted.
+// Appends a device and, when it has a handle, names it. Null when the entry lies below index 25 and has no handle in
+// IBV1 (the CSM filled it for itself), or when the pool is exhausted.
 BOOT_DEVICE* CreateBootDevice(BOOT_DEVICE_LIST& list, EFI_HANDLE deviceHandle, UINT16 bbsIndex, BBS_TABLE* bbsEntry);
 void DeleteBootDevice(BOOT_DEVICE_LIST& list, BOOT_DEVICE* device);
 

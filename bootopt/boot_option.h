@@ -52,6 +52,8 @@ struct BOOT_DEVICE {
 [[nodiscard]] bool IsUefiHardDiskOption(const BOOT_OPTION& option);
 // Its path begins with the built-in application node (the shell).
 [[nodiscard]] bool IsBuiltInApplicationOption(const BOOT_OPTION& option);
+// The node itself: a vendor-defined media node with the GUID below and nothing behind it. node may be null.
+[[nodiscard]] bool IsBuiltInApplicationNode(const EFI_DEVICE_PATH_PROTOCOL* node);
 // The UINT16 at byte 4 of its first path node (a BBS node's device type); false when the path is too short.
 [[nodiscard]] bool FirstNodeDeviceType(const BOOT_OPTION& option, UINT16& deviceType);
 

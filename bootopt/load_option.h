@@ -25,8 +25,22 @@ struct LoadOptionView {
 // True when the image is well formed; view then points into it.
 [[nodiscard]] bool ViewLoadOption(Bytes image, LoadOptionView& view);
 
+// A member record at the front of the bytes: the image in it and the record's size, header included. False when there
+// is none or its length lies.
+inline constexpr UINTN kMemberHeaderSize = sizeof(OptionMarker) + sizeof(UINT32);
+[[nodiscard]] bool ViewMemberRecord(Bytes bytes, Bytes& image, UINTN& recordSize);
+
+// A member may head a group of its own, to this depth. Deeper ones stay bytes of their header's optional data: images
+// come from outside, and the stack does not grow with them.
+inline constexpr UINT32 kMaxGroupDepth = 4;
+
+// Loaded options stand this far apart, so that new ones find room between them.
+inline constexpr UINT32 kOptionPriorityStep = 256;
+
 // Creates the option (and, for a group header, its members behind it) from a well-formed image. priority is the
-// counter for the next option; it grows by 256 for each. Null when the pool is exhausted.
+// counter for the next option; it grows by kOptionPriorityStep for each. A member record that lies or holds a
+// malformed image ends the members: from it on the bytes are the header's optional data. Null when the image is
+// malformed or the pool is exhausted; then no option was made of it.
 BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, Bytes image, UINT32& priority);
 
 }  // namespace bds

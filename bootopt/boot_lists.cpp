@@ -1,0 +1,117 @@
+#include "bootopt/boot_lists.h"
+
+#include <new>
+
+#include "bootopt/naming.h"
+#include "support/debug_print.h"
+#include "support/variables.h"
+#include "vboot/policy_engine.h"
+
+namespace bds {
+
+constinit BOOT_OPTION_STATE gBootOptions;
+
+namespace {
+
+// BBS indexes below this one are filled by the CSM itself, also for devices that no driver knows.
+constexpr UINT16 kFirstDriverBbsIndex = 25;
+
+template <typename Record>
+Record* AppendNew(LIST_HEADER<Record>& list) {
+  void* block = AllocatePool(sizeof(Record));
+  if (block == nullptr) {
+    return nullptr;
+  }
+  auto* record = ::new (block) Record{};
+  record->Previous = list.Last;
+  (list.Last != nullptr ? list.Last->Next : list.First) = record;
+  list.Last = record;
+  ++list.Count;
+  return record;
+}
+
+template <typename Record>
+void Remove(LIST_HEADER<Record>& list, Record* record) {
+  (record->Previous != nullptr ? record->Previous->Next : list.First) = record->Next;
+  (record->Next != nullptr ? record->Next->Previous : list.Last) = record->Previous;
+  --list.Count;
+  record->~Record();
+  FreePool(record);
+}
+
+PoolPtr<char> FindDeviceName(EFI_HANDLE handle) {
+  PoolPtr<char> name = UsbDeviceName(handle);
+  if (!name) {
+    name = ScsiDeviceName(handle);
+  }
+  if (name) {
+    DebugPrint("Device name is %a\n", name.get());
+    return name;
+  }
+  static_cast<void>(GetControllerDeviceName(handle, name));
+  return name;
+}
+
+}  // namespace
+
+BOOT_OPTION* CreateBootOption(BOOT_OPTION_LIST& list) { return AppendNew(list); }
+
+void DeleteBootOption(BOOT_OPTION_LIST& list, BOOT_OPTION* option) {
+  DebugPrint("%a:Deleting BootOption(%d) Description=%a mapped to BBSIndex=%d\n", "DeleteBootOption",
+             option->BootOptionNumber, option->Description.get(), option->BbsIndex);
+  if (option->OptionalDataSize == 0) {
+    static_cast<void>(option->OptionalData.release());
+  }
+  Remove(list, option);
+}
+
+void DeleteBootOptionAndVariable(BOOT_OPTION_LIST& list, BOOT_OPTION* option, UINTN mode) {
+  constexpr UINTN kDelete = 1;
+  if (mode != kDelete) {
+    return;
+  }
+  if (option->BootOptionNumber < kNoBootOptionNumber) {
+    static_cast<void>(DeleteVariable(BootVariableName(option->BootOptionNumber), gEfiGlobalVariableGuid));
+  }
+  DebugPrint("Deleting Boot Option Tag:%x Prio:%x BootOption#:%x\n", option->Tag, option->Priority,
+             option->BootOptionNumber);
+  DeleteBootOption(list, option);
+}
+
+BOOT_DEVICE* CreateBootDevice(BOOT_DEVICE_LIST& list, EFI_HANDLE deviceHandle, UINT16 bbsIndex, BBS_TABLE* bbsEntry) {
+  if (bbsIndex < kFirstDriverBbsIndex && bbsEntry != nullptr && bbsEntry->IBV1 == 0) {
+    DebugPrint("Ignoring the device entry \n");
+    return nullptr;
+  }
+  DebugPrint("%a:Creating bootdevice with BBSIndex(%d)\n", "CreateBootDevice", bbsIndex);
+  BOOT_DEVICE* device = AppendNew(list);
+  if (device == nullptr) {
+    return nullptr;
+  }
+  device->DeviceHandle = deviceHandle;
+  device->BbsIndex = bbsIndex;
+  device->BbsEntry = bbsEntry;
+  if (deviceHandle != nullptr) {
+    device->DeviceName = FindDeviceName(deviceHandle);
+  }
+  return device;
+}
+
+void DeleteBootDevice(BOOT_DEVICE_LIST& list, BOOT_DEVICE* device) {
+  if (device->DeviceName) {
+    DebugPrint("%a:Deleting  %a Device @ Index:%d\n", "DeleteBootDevice", device->DeviceName.get(), device->BbsIndex);
+  } else {
+    DebugPrint("%a:Deleting (%0x)Device @ Index:%d\n", "DeleteBootDevice", device->DeviceHandle, device->BbsIndex);
+  }
+  Remove(list, device);
+}
+
+void UpdateBootOptionWithBootDeviceInfo(BOOT_OPTION& option, const BOOT_DEVICE& device) {
+  DebugPrint("%a:Option BbsIndex=%d Description=%a to Device BbsIndex=%d", "UpdateBootOptionWithBootDeviceInfo",
+             option.BbsIndex, option.Description ? option.Description.get() : u"<empty>", device.BbsIndex);
+  option.BbsEntry = device.BbsEntry;
+  option.BbsIndex = device.BbsIndex;
+  option.DeviceHandle = device.DeviceHandle;
+}
+
+}  // namespace bds

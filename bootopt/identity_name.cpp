@@ -1,0 +1,77 @@
+// The name by which a device is recognised on later boots, stored in an option's device name node.
+#include "bootopt/handle_path.h"
+#include "bootopt/name_parts.h"
+#include "bootopt/name_writer.h"
+#include "bootopt/naming.h"
+#include "platform/disk_info.h"
+#include "platform/usb_io.h"
+#include "support/protocols.h"
+
+namespace bds {
+namespace {
+
+using IdentityBuilder = UINTN (*)(const BOOT_OPTION& option, std::span<CHAR16> buffer);
+
+// The serial number field as it stands, so that the name matches the ones already stored: byte pairs are not swapped
+// and blanks stay.
+UINTN AtaSerial(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
+  NameWriter name(buffer);
+  const PoolPtr<UINT8> identify = ReadIdentifyData(WholeDiskHandle(option.DeviceHandle));
+  if (identify) {
+    const auto* serial = reinterpret_cast<const char*>(identify.get() + kSerialOffset);
+    UINTN length = 0;
+    while (length < kSerialLength && serial[length] != 0) {
+      ++length;
+    }
+    name.Append(std::span(serial, length));
+  }
+  return name.Length();
+}
+
+UINTN UsbSerial(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
+  constexpr UINT16 kUnitedStatesEnglish = 0x0409;
+  NameWriter name(buffer);
+  const DevicePath* remaining = nullptr;
+  auto* usb = HandleProtocol<EFI_USB_IO_PROTOCOL>(
+      LocateOnPath(ProtocolGuid<EFI_USB_IO_PROTOCOL>, option.DeviceHandle, remaining));
+  EFI_USB_DEVICE_DESCRIPTOR device{};
+  if (usb == nullptr || EFI_ERROR(usb->UsbGetDeviceDescriptor(usb, &device)) || device.StrSerialNumber == 0) {
+    return 0;
+  }
+  PoolPtr<CHAR16> serial;
+  if (!EFI_ERROR(usb->UsbGetStringDescriptor(usb, kUnitedStatesEnglish, device.StrSerialNumber, serial.put())) &&
+      serial) {
+    name.Append(serial.get());
+  }
+  return name.Length();
+}
+
+constexpr IdentityBuilder kIdentityBuilders[] = {AtaSerial, UsbSerial, BuildNetworkName, BuildBbsName};
+
+}  // namespace
+
+PoolPtr<UINT8> ReadIdentifyData(EFI_HANDLE handle) {
+  auto* diskInfo = HandleProtocol<EFI_DISK_INFO_PROTOCOL>(handle);
+  auto data = diskInfo != nullptr ? AllocateArray<UINT8>(kIdentifySize) : nullptr;
+  if (!data) {
+    return nullptr;
+  }
+  UINT32 size = kIdentifySize;
+  if (EFI_ERROR(diskInfo->Identify(diskInfo, data.get(), &size)) || size != kIdentifySize) {
+    return nullptr;
+  }
+  return data;
+}
+
+UINTN BuildDeviceIdentityName(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
+  NameWriter(buffer).Clear();
+  for (const IdentityBuilder build : kIdentityBuilders) {
+    const UINTN length = build(option, buffer);
+    if (length != 0) {
+      return length;
+    }
+  }
+  return 0;
+}
+
+}  // namespace bds
