@@ -1,11 +1,11 @@
-// The disk I/O protocol (UEFI 2.10, 13.7): byte access to a block device.
+// The disk I/O protocol (UEFI 2.10, 13.7): byte-wise access laid over a block device.
 #pragma once
 
 #include "platform/uefi_base.h"
 
 inline constexpr UINT64 EFI_DISK_IO_PROTOCOL_REVISION = 0x00010000;
 
-// Offset and BufferSize are in bytes.
+// Offset and BufferSize are in bytes and need no alignment.
 struct EFI_DISK_IO_PROTOCOL {
   UINT64 Revision;
   EFI_STATUS(EFIAPI* ReadDisk)
@@ -13,6 +13,7 @@ struct EFI_DISK_IO_PROTOCOL {
   EFI_STATUS(EFIAPI* WriteDisk)
   (EFI_DISK_IO_PROTOCOL* This, UINT32 MediaId, UINT64 Offset, UINTN BufferSize, const VOID* Buffer);
 };
+static_assert(offsetof(EFI_DISK_IO_PROTOCOL, ReadDisk) == 8);
 static_assert(sizeof(EFI_DISK_IO_PROTOCOL) == 24);
 template <>
 inline constexpr EFI_GUID ProtocolGuid<EFI_DISK_IO_PROTOCOL>{
