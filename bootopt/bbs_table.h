@@ -26,7 +26,8 @@ inline constexpr UINT16 kBbsSetAside = 0xFFFC;  // BootPriority of an entry that
 // How many entries directly before this one have the same location and class: tells apart devices behind one
 // controller function.
 [[nodiscard]] UINT8 BbsInstanceNumber(const BBS_TABLE* table, UINT16 index);
-// The entry's strings in legacy memory (not NUL-terminated, cut to kBbsStringCapacity); empty when absent or outside it.
+// The entry's strings in legacy memory (not NUL-terminated, cut to kBbsStringCapacity); empty when absent or outside
+// it.
 inline constexpr UINTN kBbsStringCapacity = 255;
 [[nodiscard]] std::span<const char> BbsDescription(const BBS_TABLE& entry);
 [[nodiscard]] std::span<const char> BbsManufacturer(const BBS_TABLE& entry);

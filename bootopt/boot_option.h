@@ -16,20 +16,20 @@ inline constexpr UINT32 kUnassigned = 0xFFFFFFFF;  // of a Priority or Tag
 struct BOOT_OPTION {
   BOOT_OPTION* Next = nullptr;
   BOOT_OPTION* Previous = nullptr;
-  UINT32 Attributes = LOAD_OPTION_ACTIVE;         // EFI_LOAD_OPTION attributes
-  PoolPtr<CHAR16> Description;                    // the option's name; null when it has none
-  PoolPtr<EFI_DEVICE_PATH_PROTOCOL> FilePathList; // device paths one after the other, each with its end node
-  UINTN FilePathListLength = 0;                   // bytes of FilePathList
-  PoolPtr<std::byte> OptionalData;                // without the driver's own marker records
-  UINTN OptionalDataSize = 0;                     // bytes of OptionalData
-  UINT16 BootOptionNumber = kNoBootOptionNumber;  // the #### of its Boot#### variable
-  UINT32 Priority = kUnassigned;                  // position key within the boot order
-  UINT32 Tag = kUnassigned;                       // group key: group position << 16 | group id
-  EFI_HANDLE DeviceHandle = nullptr;              // device matched this boot
-  UINT16 BbsIndex = kNoBbsIndex;                  // index of the matched BBS entry
-  BBS_TABLE* BbsEntry = nullptr;                  // matched legacy device; belongs to the CSM
-  BOOLEAN FwBootOption = FALSE;                   // it belongs to the firmware
-  BOOLEAN GroupHeader = FALSE;                    // it stands for all legacy devices of one type; members follow it
+  UINT32 Attributes = LOAD_OPTION_ACTIVE;          // EFI_LOAD_OPTION attributes
+  PoolPtr<CHAR16> Description;                     // the option's name; null when it has none
+  PoolPtr<EFI_DEVICE_PATH_PROTOCOL> FilePathList;  // device paths one after the other, each with its end node
+  UINTN FilePathListLength = 0;                    // bytes of FilePathList
+  PoolPtr<std::byte> OptionalData;                 // without the driver's own marker records
+  UINTN OptionalDataSize = 0;                      // bytes of OptionalData
+  UINT16 BootOptionNumber = kNoBootOptionNumber;   // the #### of its Boot#### variable
+  UINT32 Priority = kUnassigned;                   // position key within the boot order
+  UINT32 Tag = kUnassigned;                        // group key: group position << 16 | group id
+  EFI_HANDLE DeviceHandle = nullptr;               // device matched this boot
+  UINT16 BbsIndex = kNoBbsIndex;                   // index of the matched BBS entry
+  BBS_TABLE* BbsEntry = nullptr;                   // matched legacy device; belongs to the CSM
+  BOOLEAN FwBootOption = FALSE;                    // it belongs to the firmware
+  BOOLEAN GroupHeader = FALSE;                     // it stands for all legacy devices of one type; members follow it
 };
 
 // One bootable device found this boot. Lives in BootDeviceList, which owns it.
@@ -38,8 +38,8 @@ struct BOOT_DEVICE {
   BOOT_DEVICE* Previous = nullptr;
   EFI_HANDLE DeviceHandle = nullptr;  // for a BBS entry the handle kept in IBV1/IBV2, possibly null
   UINT16 BbsIndex = kNoBbsIndex;
-  BBS_TABLE* BbsEntry = nullptr;      // null for a UEFI device; belongs to the CSM
-  PoolPtr<char> DeviceName;           // null when no name was found
+  BBS_TABLE* BbsEntry = nullptr;  // null for a UEFI device; belongs to the CSM
+  PoolPtr<char> DeviceName;       // null when no name was found
 };
 
 // FilePathList present: its first node is a BBS node; otherwise: it has a BBS entry.

@@ -22,8 +22,7 @@ template <typename ComponentName>
 PoolPtr<CHAR16> AskInLanguage(EFI_HANDLE driver, EFI_HANDLE controller, EFI_HANDLE child, const CHAR8* language) {
   auto* component = HandleProtocol<ComponentName>(driver);
   CHAR16* name = nullptr;
-  if (component == nullptr ||
-      EFI_ERROR(component->GetControllerName(component, controller, child, language, &name))) {
+  if (component == nullptr || EFI_ERROR(component->GetControllerName(component, controller, child, language, &name))) {
     return nullptr;
   }
   return CopyName(name);
@@ -60,8 +59,8 @@ PoolPtr<CHAR16> AskDriversOf(const EFI_GUID& protocol, EFI_HANDLE controller, EF
 PoolPtr<CHAR16> ControllerName(EFI_HANDLE controller, EFI_HANDLE child) {
   PoolPtr<EFI_GUID*> protocols;
   UINTN count = 0;
-  if (controller == nullptr ||
-      EFI_ERROR(BootServices()->ProtocolsPerHandle(controller, protocols.put(), &count)) || !protocols) {
+  if (controller == nullptr || EFI_ERROR(BootServices()->ProtocolsPerHandle(controller, protocols.put(), &count)) ||
+      !protocols) {
     return nullptr;
   }
   for (const EFI_GUID* protocol : std::span(protocols.get(), count)) {

@@ -25,9 +25,9 @@ enum class DriverString : UINT16 {
 
 // In the order of the ids.
 inline constexpr const char* kDriverStrings[] = {
-    "English",       "Built-in EFI Shell", "Removable Drive", "Hard Drive",     "CD/DVD Drive",
-    "PCMCIA Device", "USB",                "Network Card",    "BEV Device",     "Unknown Device",
-    "ATAPI",         "SCSI",               "UEFI: ",          "Partition"};
+    "English", "Built-in EFI Shell", "Removable Drive", "Hard Drive",     "CD/DVD Drive", "PCMCIA Device",
+    "USB",     "Network Card",       "BEV Device",      "Unknown Device", "ATAPI",        "SCSI",
+    "UEFI: ",  "Partition"};
 static_assert(sizeof(kDriverStrings) / sizeof(kDriverStrings[0]) == static_cast<UINTN>(DriverString::Partition));
 
 }  // namespace bds

@@ -90,8 +90,8 @@ void DumpBootOptionList(const BOOT_OPTION_LIST& list, const char* title) {
   }
   for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
     const char* orphan = IsMatched(*option) ? "" : "(orphan)";
-    DebugPrint("%X(%X/%X).%S%a%a\n", option->BootOptionNumber, option->Priority, option->Tag,
-               option->Description.get(), option->GroupHeader ? "(group header)" : orphan,
+    DebugPrint("%X(%X/%X).%S%a%a\n", option->BootOptionNumber, option->Priority, option->Tag, option->Description.get(),
+               option->GroupHeader ? "(group header)" : orphan,
                (option->Attributes & LOAD_OPTION_ACTIVE) != 0 ? "" : "(disabled)");
   }
 }

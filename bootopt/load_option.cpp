@@ -41,8 +41,8 @@ bool TakeMarker(ByteReader& reader, const OptionMarker& marker) { return reader.
 bool FillOption(BOOT_OPTION& option, const LoadOptionView& view) {
   option.Attributes = view.Attributes;
   option.Description = AllocateArray<CHAR16>(view.Description.size() / sizeof(CHAR16));
-  option.FilePathList.reset(static_cast<DevicePath*>(AllocateCopyPool(view.FilePathList.size(),
-                                                                      view.FilePathList.data())));
+  option.FilePathList.reset(
+      static_cast<DevicePath*>(AllocateCopyPool(view.FilePathList.size(), view.FilePathList.data())));
   if (!option.Description || !option.FilePathList) {
     return false;
   }
@@ -105,8 +105,8 @@ class LoadOptionParser {
     Bytes image;
     UINTN recordSize = 0;
     LoadOptionView view;
-    while (depth < kMaxGroupDepth && ViewMemberRecord(rest.Rest(), image, recordSize) &&
-           ViewLoadOption(image, view) && Parse(view, depth + 1) != nullptr && rest.Skip(recordSize)) {
+    while (depth < kMaxGroupDepth && ViewMemberRecord(rest.Rest(), image, recordSize) && ViewLoadOption(image, view) &&
+           Parse(view, depth + 1) != nullptr && rest.Skip(recordSize)) {
     }
   }
 

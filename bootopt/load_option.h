@@ -17,7 +17,7 @@ inline constexpr OptionMarker kMemberMarker{std::byte{0}, std::byte{0}, std::byt
 // The parts of a well-formed image, in place.
 struct LoadOptionView {
   UINT32 Attributes = 0;
-  Bytes Description;   // UTF-16 with its NUL; unaligned
+  Bytes Description;  // UTF-16 with its NUL; unaligned
   Bytes FilePathList;
   Bytes OptionalData;  // everything behind the paths, markers included
 };

@@ -37,15 +37,4 @@ inline constexpr UINTN kSerialLength = 20;
 // The ATA identify data of a disk, in pool memory; null when the handle has none of exactly this size.
 [[nodiscard]] PoolPtr<UINT8> ReadIdentifyData(EFI_HANDLE handle);
 
-// A field of a SCSI INQUIRY answer (SPC-4, 6.6): its text without trailing blanks, ending at a NUL if there is one.
-[[nodiscard]] std::span<const char> InquiryField(const UINT8* answer, UINTN offset, UINTN length);
-inline constexpr UINTN kInquiryVendorOffset = 8;
-inline constexpr UINTN kInquiryVendorLength = 8;
-inline constexpr UINTN kInquiryProductOffset = 16;
-inline constexpr UINTN kInquiryProductLength = 16;
-inline constexpr UINTN kInquiryRevisionOffset = 32;
-inline constexpr UINTN kInquiryRevisionLength = 4;
-inline constexpr UINTN kInquiryMinimumSize = 36;
-inline constexpr UINT8 kInquiryCommand = 0x12;
-
 }  // namespace bds

@@ -24,9 +24,7 @@ class BootVariableReader {
   void Delete() const { static_cast<void>(DeleteVariable(name_, gEfiGlobalVariableGuid)); }
 
  private:
-  EFI_STATUS ReadNamed() {
-    return ReadVariableIntoBuffer(name_, gEfiGlobalVariableGuid, nullptr, capacity_, buffer_);
-  }
+  EFI_STATUS ReadNamed() { return ReadVariableIntoBuffer(name_, gEfiGlobalVariableGuid, nullptr, capacity_, buffer_); }
 
   NumberedName name_{};
   PoolBuffer buffer_;

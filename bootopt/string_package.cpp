@@ -20,9 +20,7 @@ class PackageWriter {
       Put(part);
     }
   }
-  constexpr void PutPackageHeader(UINTN size, UINT8 type) {
-    Put(static_cast<UINT32>(size | UINTN{type} << 24));
-  }
+  constexpr void PutPackageHeader(UINTN size, UINT8 type) { Put(static_cast<UINT32>(size | UINTN{type} << 24)); }
   constexpr void PutString(const char* text) {
     Put(EFI_HII_SIBT_STRING_UCS2);
     for (; *text != 0; ++text) {

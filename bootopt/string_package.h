@@ -34,8 +34,9 @@ inline constexpr UINTN kStringPackageSize = [] {
 inline constexpr UINTN kStringPackageListSize =
     sizeof(EFI_HII_PACKAGE_LIST_HEADER) + kStringPackageSize + sizeof(EFI_HII_PACKAGE_HEADER);
 
-// The bytes themselves; in the image its resource directory points at them.
-extern const std::array<std::byte, kStringPackageListSize> kStringPackageList;
+// The bytes themselves. The symbol has a plain name because the image's resource directory, assembler text, points at
+// them.
+extern const std::array<std::byte, kStringPackageListSize> kStringPackageList asm("kStringPackageList");
 
 inline std::span<const std::byte> StringPackageList() { return kStringPackageList; }
 

@@ -1,0 +1,296 @@
+#include "bootopt/pci_tables.h"
+
+#include "support/memory.h"
+
+namespace bds {
+namespace {
+
+struct ClassRow {
+  UINT8 Class;
+  const char* Name;
+};
+constexpr ClassRow kClasses[] = {
+    {0x00, "Pre 2.0 device"},
+    {0x01, "Mass Storage Controller"},
+    {0x02, "Network Controller"},
+    {0x03, "Display Controller"},
+    {0x04, "Multimedia Device"},
+    {0x05, "Memory Controller"},
+    {0x06, "Bridge Device"},
+    {0x07, "Simple Communications Controllers"},
+    {0x08, "Base System Peripherals"},
+    {0x09, "Input Devices"},
+    {0x0A, "Docking Stations"},
+    {0x0B, "Processors"},
+    {0x0C, "Serial Bus Controllers"},
+    {0x0D, "Wireless Controllers"},
+    {0x0E, "Intelligent IO Controllers"},
+    {0x0F, "Satellite Communications Controllers"},
+    {0x10, "Encryption/Decryption Controllers"},
+    {0x11, "Data Acquisition & Signal Processing Controllers"},
+    {0xFF, "Device does not fit in any defined classes"},
+};
+
+struct SubClassRow {
+  UINT8 Class;
+  UINT8 SubClass;
+  const char* Name;
+};
+constexpr SubClassRow kSubClasses[] = {
+    {0x00, 0x00, "Other than VGA device"},
+    {0x00, 0x01, "VGA-compatible device"},
+    {0x01, 0x00, "SCSI"},
+    {0x01, 0x01, "IDE"},
+    {0x01, 0x02, "Floppy"},
+    {0x01, 0x03, "IPI"},
+    {0x01, 0x04, "RAID"},
+    {0x01, 0x05, "ATA"},
+    {0x01, 0x06, "SATA"},
+    {0x01, 0x07, "SAS"},
+    {0x01, 0x08, "Non-volatile memory"},
+    {0x01, 0x09, "UFS"},
+    {0x01, 0x80, "Other mass storage"},
+    {0x02, 0x00, "Ethernet"},
+    {0x02, 0x01, "Token Ring"},
+    {0x02, 0x02, "FDDI"},
+    {0x02, 0x03, "ATM"},
+    {0x02, 0x04, "ISDN"},
+    {0x02, 0x05, "WorldFip"},
+    {0x02, 0x06, "PICMG 2.14 multicomputing"},
+    {0x02, 0x07, "InfiniBand"},
+    {0x02, 0x08, "Host fabric"},
+    {0x02, 0x80, "Other network"},
+    {0x03, 0x00, "VGA"},
+    {0x03, 0x01, "XGA"},
+    {0x03, 0x02, "3D"},
+    {0x03, 0x80, "Other display"},
+    {0x04, 0x00, "Video"},
+    {0x04, 0x01, "Audio"},
+    {0x04, 0x02, "Telephony"},
+    {0x04, 0x03, "High definition audio"},
+    {0x04, 0x80, "Other multimedia"},
+    {0x05, 0x00, "RAM"},
+    {0x05, 0x01, "Flash"},
+    {0x05, 0x02, "CXL memory"},
+    {0x05, 0x80, "Other memory"},
+    {0x06, 0x00, "Host bridge"},
+    {0x06, 0x01, "ISA bridge"},
+    {0x06, 0x02, "EISA bridge"},
+    {0x06, 0x03, "MCA bridge"},
+    {0x06, 0x04, "PCI to PCI bridge"},
+    {0x06, 0x05, "PCMCIA bridge"},
+    {0x06, 0x06, "NuBus bridge"},
+    {0x06, 0x07, "CardBus bridge"},
+    {0x06, 0x08, "RACEway bridge"},
+    {0x06, 0x09, "Semi-transparent PCI to PCI bridge"},
+    {0x06, 0x0A, "InfiniBand to PCI bridge"},
+    {0x06, 0x0B, "Advanced switching bridge"},
+    {0x06, 0x80, "Other bridge"},
+    {0x07, 0x00, "Serial"},
+    {0x07, 0x01, "Parallel"},
+    {0x07, 0x02, "Multiport serial"},
+    {0x07, 0x03, "Modem"},
+    {0x07, 0x04, "GPIB"},
+    {0x07, 0x05, "Smart card"},
+    {0x07, 0x80, "Other communications"},
+    {0x08, 0x00, "PIC"},
+    {0x08, 0x01, "DMA"},
+    {0x08, 0x02, "System timer"},
+    {0x08, 0x03, "RTC"},
+    {0x08, 0x04, "PCI hot-plug"},
+    {0x08, 0x05, "SD host"},
+    {0x08, 0x06, "IOMMU"},
+    {0x08, 0x07, "Root complex event collector"},
+    {0x08, 0x80, "Other system peripheral"},
+    {0x09, 0x00, "Keyboard"},
+    {0x09, 0x01, "Digitizer"},
+    {0x09, 0x02, "Mouse"},
+    {0x09, 0x03, "Scanner"},
+    {0x09, 0x04, "Gameport"},
+    {0x09, 0x80, "Other input"},
+    {0x0A, 0x00, "Generic docking station"},
+    {0x0A, 0x80, "Other docking station"},
+    {0x0B, 0x00, "386"},
+    {0x0B, 0x01, "486"},
+    {0x0B, 0x02, "Pentium"},
+    {0x0B, 0x10, "Alpha"},
+    {0x0B, 0x20, "PowerPC"},
+    {0x0B, 0x30, "MIPS"},
+    {0x0B, 0x40, "Co-processor"},
+    {0x0B, 0x80, "Other processor"},
+    {0x0C, 0x00, "IEEE 1394"},
+    {0x0C, 0x01, "ACCESS.bus"},
+    {0x0C, 0x02, "SSA"},
+    {0x0C, 0x03, "USB"},
+    {0x0C, 0x04, "Fibre Channel"},
+    {0x0C, 0x05, "SMBus"},
+    {0x0C, 0x06, "InfiniBand"},
+    {0x0C, 0x07, "IPMI"},
+    {0x0C, 0x08, "SERCOS"},
+    {0x0C, 0x09, "CANbus"},
+    {0x0C, 0x0A, "MIPI I3C"},
+    {0x0C, 0x80, "Other serial bus"},
+    {0x0D, 0x00, "iRDA"},
+    {0x0D, 0x01, "Consumer IR"},
+    {0x0D, 0x10, "RF"},
+    {0x0D, 0x11, "Bluetooth"},
+    {0x0D, 0x12, "Broadband"},
+    {0x0D, 0x20, "Ethernet 802.11a"},
+    {0x0D, 0x21, "Ethernet 802.11b"},
+    {0x0D, 0x40, "Cellular"},
+    {0x0D, 0x41, "Cellular with Ethernet"},
+    {0x0D, 0x80, "Other wireless"},
+    {0x0E, 0x00, "I2O"},
+    {0x0F, 0x01, "TV"},
+    {0x0F, 0x02, "Audio"},
+    {0x0F, 0x03, "Voice"},
+    {0x0F, 0x04, "Data"},
+    {0x0F, 0x80, "Other satellite communications"},
+    {0x10, 0x00, "Network and computing encryption"},
+    {0x10, 0x10, "Entertainment encryption"},
+    {0x10, 0x80, "Other encryption"},
+    {0x11, 0x00, "DPIO modules"},
+    {0x11, 0x01, "Performance counters"},
+    {0x11, 0x10, "Communications synchronization"},
+    {0x11, 0x20, "Management card"},
+    {0x11, 0x80, "Other signal processing"},
+};
+
+struct InterfaceRow {
+  UINT8 Class;
+  UINT8 SubClass;
+  UINT8 Interface;
+  const char* Name;
+};
+// Subclasses that define programming interfaces; what IDE says in bits is spelled out for the usual values.
+constexpr InterfaceRow kInterfaces[] = {
+    {0x01, 0x00, 0x00, "Vendor specific"},
+    {0x01, 0x00, 0x11, "SCSI over PCIe storage"},
+    {0x01, 0x00, 0x12, "SCSI over PCIe controller"},
+    {0x01, 0x00, 0x13, "SCSI over PCIe storage and controller"},
+    {0x01, 0x00, 0x21, "SCSI over PCIe using NVMe"},
+    {0x01, 0x01, 0x00, "Compatibility mode"},
+    {0x01, 0x01, 0x05, "Native mode"},
+    {0x01, 0x01, 0x0A, "Compatibility mode, both modes supported"},
+    {0x01, 0x01, 0x0F, "Native mode, both modes supported"},
+    {0x01, 0x01, 0x80, "Compatibility mode, bus master"},
+    {0x01, 0x01, 0x85, "Native mode, bus master"},
+    {0x01, 0x01, 0x8A, "Compatibility mode, both modes supported, bus master"},
+    {0x01, 0x01, 0x8F, "Native mode, both modes supported, bus master"},
+    {0x01, 0x05, 0x20, "Single DMA"},
+    {0x01, 0x05, 0x30, "Chained DMA"},
+    {0x01, 0x06, 0x00, "Vendor specific"},
+    {0x01, 0x06, 0x01, "AHCI 1.0"},
+    {0x01, 0x06, 0x02, "Serial storage bus"},
+    {0x01, 0x07, 0x00, "SAS"},
+    {0x01, 0x07, 0x01, "Serial storage bus"},
+    {0x01, 0x08, 0x00, "Vendor specific"},
+    {0x01, 0x08, 0x01, "NVMHCI 1.0"},
+    {0x01, 0x08, 0x02, "NVMe I/O controller"},
+    {0x01, 0x08, 0x03, "NVMe administrative controller"},
+    {0x01, 0x09, 0x00, "Vendor specific"},
+    {0x01, 0x09, 0x01, "UFSHCI"},
+    {0x03, 0x00, 0x00, "VGA compatible"},
+    {0x03, 0x00, 0x01, "8514 compatible"},
+    {0x04, 0x03, 0x00, "HDA compatible"},
+    {0x04, 0x03, 0x80, "HDA compatible with extensions"},
+    {0x06, 0x04, 0x00, "Positive decode"},
+    {0x06, 0x04, 0x01, "Subtractive decode"},
+    {0x06, 0x08, 0x00, "Transparent mode"},
+    {0x06, 0x08, 0x01, "End-point mode"},
+    {0x06, 0x09, 0x40, "Primary side towards the host"},
+    {0x06, 0x09, 0x80, "Secondary side towards the host"},
+    {0x06, 0x0B, 0x00, "Custom interface"},
+    {0x06, 0x0B, 0x01, "ASI-SIG interface"},
+    {0x07, 0x00, 0x00, "Generic XT-compatible"},
+    {0x07, 0x00, 0x01, "16450-compatible"},
+    {0x07, 0x00, 0x02, "16550-compatible"},
+    {0x07, 0x00, 0x03, "16650-compatible"},
+    {0x07, 0x00, 0x04, "16750-compatible"},
+    {0x07, 0x00, 0x05, "16850-compatible"},
+    {0x07, 0x00, 0x06, "16950-compatible"},
+    {0x07, 0x01, 0x00, "Parallel port"},
+    {0x07, 0x01, 0x01, "Bi-directional parallel port"},
+    {0x07, 0x01, 0x02, "ECP 1.X compliant"},
+    {0x07, 0x01, 0x03, "IEEE 1284 controller"},
+    {0x07, 0x01, 0xFE, "IEEE 1284 target"},
+    {0x07, 0x03, 0x00, "Generic"},
+    {0x07, 0x03, 0x01, "Hayes 16450-compatible"},
+    {0x07, 0x03, 0x02, "Hayes 16550-compatible"},
+    {0x07, 0x03, 0x03, "Hayes 16650-compatible"},
+    {0x07, 0x03, 0x04, "Hayes 16750-compatible"},
+    {0x08, 0x00, 0x00, "Generic 8259"},
+    {0x08, 0x00, 0x01, "ISA"},
+    {0x08, 0x00, 0x02, "EISA"},
+    {0x08, 0x00, 0x10, "I/O APIC"},
+    {0x08, 0x00, 0x20, "I/O(x) APIC"},
+    {0x08, 0x01, 0x00, "Generic 8237"},
+    {0x08, 0x01, 0x01, "ISA"},
+    {0x08, 0x01, 0x02, "EISA"},
+    {0x08, 0x02, 0x00, "Generic 8254"},
+    {0x08, 0x02, 0x01, "ISA"},
+    {0x08, 0x02, 0x02, "EISA"},
+    {0x08, 0x02, 0x03, "HPET"},
+    {0x08, 0x03, 0x00, "Generic"},
+    {0x08, 0x03, 0x01, "ISA"},
+    {0x09, 0x04, 0x00, "Generic"},
+    {0x09, 0x04, 0x10, "Legacy ports"},
+    {0x0C, 0x00, 0x00, "FireWire"},
+    {0x0C, 0x00, 0x10, "OHCI"},
+    {0x0C, 0x03, 0x00, "UHCI"},
+    {0x0C, 0x03, 0x10, "OHCI"},
+    {0x0C, 0x03, 0x20, "EHCI"},
+    {0x0C, 0x03, 0x30, "xHCI"},
+    {0x0C, 0x03, 0x40, "USB4 host interface"},
+    {0x0C, 0x03, 0x80, "No specific interface"},
+    {0x0C, 0x03, 0xFE, "USB device"},
+    {0x0C, 0x07, 0x00, "SMIC"},
+    {0x0C, 0x07, 0x01, "Keyboard controller style"},
+    {0x0C, 0x07, 0x02, "Block transfer"},
+    {0x0D, 0x10, 0x00, "UWB radio control"},
+    {0x0E, 0x00, 0x00, "Message FIFO"},
+};
+
+struct VendorRow {
+  UINT16 VendorId;
+  const char* Name;
+};
+constexpr VendorRow kVendors[] = {
+    {0x1000, "LSI Logic"}, {0x1002, "AMD"},    {0x1022, "AMD"},     {0x102B, "Matrox"},
+    {0x1077, "Qlogic"},    {0x10DF, "Emulex"}, {0x1137, "Veyra"},   {0x14E4, "Broadcom"},
+    {0x19A2, "Emulex"},    {0x8086, "Intel"},  {0x9004, "Adaptec"}, {0x9005, "Adaptec"},
+};
+
+// The name of the first row that the test accepts.
+template <typename Row, UINTN N, typename Test>
+const char* FindName(const Row (&rows)[N], const char* absent, Test test) {
+  for (const Row& row : rows) {
+    if (test(row)) {
+      return row.Name;
+    }
+  }
+  return absent;
+}
+
+}  // namespace
+
+const char* PciClassName(UINT8 classCode) {
+  return FindName(kClasses, kUndefinedName, [=](const ClassRow& row) { return row.Class == classCode; });
+}
+
+const char* PciSubClassName(UINT8 classCode, UINT8 subClass) {
+  return FindName(kSubClasses, kUndefinedName,
+                  [=](const SubClassRow& row) { return row.Class == classCode && row.SubClass == subClass; });
+}
+
+const char* PciInterfaceName(UINT8 classCode, UINT8 subClass, UINT8 interface) {
+  return FindName(kInterfaces, kUndefinedName, [=](const InterfaceRow& row) {
+    return row.Class == classCode && row.SubClass == subClass && row.Interface == interface;
+  });
+}
+
+const char* PciVendorName(UINT16 vendorId) {
+  return FindName(kVendors, nullptr, [=](const VendorRow& row) { return row.VendorId == vendorId; });
+}
+
+}  // namespace bds
