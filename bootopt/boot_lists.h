@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bootopt/boot_option.h"
+#include "bootopt/groups.h"
 
 namespace bds {
 
@@ -17,9 +18,10 @@ using BOOT_DEVICE_LIST = LIST_HEADER<BOOT_DEVICE>;
 
 // Everything of the boot option subsystem that outlives a routine.
 struct BOOT_OPTION_STATE {
-  BOOT_OPTION_LIST OptionList;   // emptied by UpdateBootOptionVariables, filled by loading and new options
-  BOOT_DEVICE_LIST DeviceList;   // emptied likewise, filled by collection, drained by matching
-  void* HiiHandle = nullptr;     // the driver's string package list; set by UpdateBootOptionVariables, else null
+  BOOT_OPTION_LIST OptionList;  // emptied by UpdateBootOptionVariables, filled by loading and new options
+  BOOT_DEVICE_LIST DeviceList;  // emptied likewise, filled by collection, drained by matching
+  void* HiiHandle = nullptr;    // the driver's string package list; set by UpdateBootOptionVariables, else null
+  GROUP_ORDER GroupOrder = kDefaultGroupOrder;  // the groups' order on this boot; the BMC's wishes change it
 };
 extern constinit BOOT_OPTION_STATE gBootOptions;
 

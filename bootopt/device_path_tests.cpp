@@ -1,0 +1,142 @@
+#include "bootopt/device_path_tests.h"
+
+#include "bootopt/file_path_builders.h"
+#include "bootopt/naming.h"
+#include "bootopt/vendor_nodes.h"
+#include "platform/block_io.h"
+#include "support/debug_print.h"
+#include "support/protocols.h"
+#include "vboot/policy_engine.h"
+
+namespace bds {
+namespace {
+
+bool IsNodeOfSize(const DevicePath* node, UINT8 type, UINT8 subType, UINTN size) {
+  return IsNode(node, type, subType) && NodeLength(node) >= size;
+}
+
+bool IsHardDriveNode(const DevicePath* node) {
+  return IsNodeOfSize(node, MEDIA_DEVICE_PATH, MEDIA_HARDDRIVE_DP, sizeof(HARDDRIVE_DEVICE_PATH));
+}
+
+// Start and size are left out: a partition that was resized is still the same one.
+bool IsSamePartition(const DevicePath* a, const DevicePath* b) {
+  const auto first = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(a);
+  const auto second = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(b);
+  return first.PartitionNumber == second.PartitionNumber && first.SignatureType == second.SignatureType &&
+         EqualMemory(first.Signature, second.Signature, sizeof(first.Signature));
+}
+
+// What may stand behind the device in a path that designates it: nothing, or the file to load from it.
+bool IsEndOrFile(const DevicePath* node) {
+  return IsEnd(node) || IsNode(node, MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP) ||
+         IsNode(node, MEDIA_DEVICE_PATH, MEDIA_PIWG_FW_FILE_DP);
+}
+
+bool IsAnyUsbDeviceNode(const DevicePath* node) {
+  if (!IsNodeOfSize(node, MESSAGING_DEVICE_PATH, MSG_USB_CLASS_DP, sizeof(USB_CLASS_DEVICE_PATH))) {
+    return false;
+  }
+  const auto usb = LoadUnaligned<USB_CLASS_DEVICE_PATH>(node);
+  return usb.VendorId == 0xFFFF && usb.ProductId == 0xFFFF && usb.DeviceClass == 0xFF && usb.DeviceSubClass == 0xFF &&
+         usb.DeviceProtocol == 0xFF;
+}
+
+// In table order: the exact places of UEFI devices first, then the marks that legacy devices are known by.
+constexpr DevicePathTest kDevicePathTests[] = {
+    LocateDevicePathTest, PartitionDevicePathTest,     UsbClassDevicePathTest,     BbsDevicePathTest,
+    NuvBbsDevicePathTest, NuvDeviceNameDevicePathTest, VeyraStandinDevicePathTest,
+};
+
+}  // namespace
+
+std::span<const DevicePathTest> DevicePathTests() { return kDevicePathTests; }
+
+bool DesignatesDevice(const DevicePath* instance, const BOOT_DEVICE& device) {
+  for (const DevicePathTest test : kDevicePathTests) {
+    if (test(instance, device)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool LocateDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  if (device.DeviceHandle == nullptr) {
+    return false;
+  }
+  auto* remaining = const_cast<DevicePath*>(instance);
+  EFI_HANDLE located = nullptr;
+  const EFI_STATUS status = BootServices()->LocateDevicePath(&ProtocolGuid<DevicePath>, &remaining, &located);
+  return !EFI_ERROR(status) && located == device.DeviceHandle && IsEndOrFile(remaining);
+}
+
+bool PartitionDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  if (device.DeviceHandle == nullptr || !IsHardDriveNode(instance)) {
+    return false;
+  }
+  const auto* blockIo = HandleProtocol<EFI_BLOCK_IO_PROTOCOL>(device.DeviceHandle);
+  if (blockIo == nullptr || blockIo->Media == nullptr || blockIo->Media->LogicalPartition == FALSE) {
+    return false;
+  }
+  const DevicePath* last = LastNode(DevicePathOf(device.DeviceHandle));
+  return IsHardDriveNode(last) && IsSamePartition(instance, last);
+}
+
+bool UsbClassDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  constexpr UINT8 kUsbNodes[] = {MSG_USB_DP, MSG_USB_CLASS_DP, MSG_USB_WWID_DP};
+  if (device.DeviceHandle == nullptr || !IsAnyUsbDeviceNode(instance)) {
+    return false;
+  }
+  const DevicePath* path = DevicePathOf(device.DeviceHandle);
+  for (const UINT8 subType : kUsbNodes) {
+    if (FindNode(path, MESSAGING_DEVICE_PATH, subType) != nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool BbsDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  constexpr UINTN kTypeEnd = offsetof(BBS_BBS_DEVICE_PATH, StatusFlag);
+  if (device.BbsEntry == nullptr || instance->Type != BBS_DEVICE_PATH || NodeLength(instance) < kTypeEnd) {
+    return false;
+  }
+  const auto optionType = LoadUnaligned<UINT16>(instance + 1);
+  const UINT16 deviceType = device.BbsEntry->DeviceType;
+  const bool same = deviceType == optionType;
+  DebugPrint("%a:Device Type=%0x and Option Type=%0x are %a same type\n", "BbsDevicePathTest", deviceType, optionType,
+             same ? "of" : "not of");
+  return same;
+}
+
+bool NuvBbsDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  if (device.BbsEntry == nullptr || !IsVendorNode(instance, HARDWARE_DEVICE_PATH, HW_VENDOR_DP, kLegacyLocationGuid) ||
+      NodeLength(instance) < sizeof(LEGACY_LOCATION_DEVICE_PATH)) {
+    return false;
+  }
+  constexpr UINTN kData = sizeof(VENDOR_DEVICE_PATH);
+  const LEGACY_LOCATION_DEVICE_PATH expected = LegacyLocationNode(*device.BbsEntry, device.BbsIndex);
+  return EqualMemory(NodeBytes(instance).data() + kData, AsBytes(expected).data() + kData, sizeof(expected) - kData);
+}
+
+bool NuvDeviceNameDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  if (!IsVendorNode(instance, HARDWARE_DEVICE_PATH, HW_VENDOR_DP, kDeviceNameGuid)) {
+    return false;
+  }
+  auto name = AllocateArray<CHAR16>(kNameCapacity);
+  if (!name) {
+    return false;
+  }
+  BOOT_OPTION scratch;
+  scratch.FwBootOption = TRUE;
+  scratch.DeviceHandle = device.DeviceHandle;
+  scratch.BbsIndex = device.BbsIndex;
+  scratch.BbsEntry = device.BbsEntry;
+  const UINTN length = BuildDeviceIdentityName(scratch, {name.get(), kNameCapacity});
+  const Bytes stored = NodeBytes(instance).subspan(sizeof(VENDOR_DEVICE_PATH));
+  return length != 0 && stored.size() == (length + 1) * sizeof(CHAR16) &&
+         EqualMemory(stored.data(), name.get(), stored.size());
+}
+
+}  // namespace bds

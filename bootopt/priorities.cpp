@@ -1,0 +1,30 @@
+// Numbers the new options and gives them their place in the order, behind their group's last numbered option.
+#include "bootopt/dumps.h"
+#include "bootopt/option_numbers.h"
+#include "bootopt/steps.h"
+#include "vboot/policy_engine.h"
+
+namespace bds {
+
+void SetBootOptionPriorities() {
+  // A policy and the STBU mode decide the whole order, so that no option keeps its old number.
+  const bool policy = HaveVbootPolicy();
+  if (policy || IsStbuEfiEnabled()) {
+    for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+      option->BootOptionNumber = kNoBootOptionNumber;
+    }
+  }
+  OptionNumberAllocator numbers(BootOptionList);
+  SortList(BootOptionList, CompareByTag);
+  UINT32 priority = 0;
+  for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+    if (option->BootOptionNumber == kNoBootOptionNumber) {
+      option->BootOptionNumber = numbers.Next();
+      option->Priority = priority + 1;
+    }
+    priority = option->Priority;
+  }
+  DumpBootOptionList(BootOptionList, "After Setting Priorities");
+}
+
+}  // namespace bds

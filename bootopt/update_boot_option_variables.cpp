@@ -1,0 +1,15 @@
+// Prepares the option work: the driver's strings and two empty lists.
+#include "bootopt/naming.h"
+#include "bootopt/steps.h"
+#include "support/debug_print.h"
+
+namespace bds {
+
+void UpdateBootOptionVariables() {
+  RegisterStrings();
+  BootOptionList = {};
+  BootDeviceList = {};
+  DebugPrint("UpdateBootOptionVariables:Boot lists initialized\n");
+}
+
+}  // namespace bds
