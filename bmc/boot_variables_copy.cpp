@@ -239,7 +239,9 @@ void RestoreEfiBootVariablesFromBMC() {
     return;
   }
   PoolBuffer order;
-  if (ReadOrderCopy(order) != Copy::Present) {
+  const Copy copy = ReadOrderCopy(order);
+  if (copy != Copy::Present) {
+    gBmc.CopiesUnread = copy == Copy::Unknown;
     DebugPrint("\n UEFIBoot: BtReadBootVariableFile return failed! \n");
     return;
   }

@@ -57,7 +57,7 @@ enum class Response { Valid, Refused, Garbled, BadChecksum };
 Response ReadResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& dataLength) {
   const UINT8 length = IoRead8(kBtBufferPort);
   if (expectedLength != 0 && length != expectedLength) {
-    return Response::Refused;
+    return gBmc.AnswerOwed ? Response::Garbled : Response::Refused;
   }
   if (length < kFrameOverhead || length - kFrameOverhead > static_cast<int>(kBtResponseCapacity)) {
     return Response::Garbled;
@@ -84,14 +84,26 @@ Response ReceiveResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& 
   return response;
 }
 
+// Throws away the late answer to a request given up before: read as the answer to the next one it would be wrong, and
+// every later answer would be the one before it.
+void DiscardLateAnswer() {
+  if (gBmc.AnswerOwed && (IoRead8(kBtControlPort) & BT_B2H_ATN) != 0) {
+    IoWrite8(kBtControlPort, BT_H_BUSY);
+    IoWrite8(kBtControlPort, BT_CLR_RD_PTR | BT_B2H_ATN);
+    IoWrite8(kBtControlPort, BT_H_BUSY);
+  }
+}
+
 BT_END Exchange(BT_FILE_CONTEXT& context, UINT8 length, UINT8 expectedLength, Waiting& waiting) {
   if (!WaitForControl(BT_H2B_ATN, false, kBusyPolls, waiting)) {
     ++context.TimeoutCount;
     return BT_END::Silent;
   }
+  DiscardLateAnswer();
   for (UINT32 badChecksums = 0; badChecksums < kMaxBadChecksums; ++badChecksums) {
     SendRequest(context, length);
     if (!WaitForControl(BT_B2H_ATN, true, kAnswerPolls, waiting)) {
+      gBmc.AnswerOwed = TRUE;
       ++context.TimeoutCount;
       return BT_END::Silent;
     }

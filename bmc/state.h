@@ -19,6 +19,10 @@ struct BMC_STATE {
   // SaveEfiBootVaiablesToBMC from replacing them.
   BOOLEAN CopiesUnread = FALSE;
 
+  // A request was given up unanswered in this boot, so that its answer may still come and be taken for another's;
+  // written by BtExchange.
+  BOOLEAN AnswerOwed = FALSE;
+
   // Microseconds that file exchanges without a valid answer have waited this boot; written by BtExchange, which
   // leaves the BMC alone once they reach kBtPatience.
   UINT64 FruitlessWait = 0;

@@ -1,0 +1,63 @@
+// The BMC put together.
+#include "sim/bmc/bmc.h"
+
+namespace sim {
+
+std::unique_ptr<Bmc> Bmc::Create(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks,
+                                 std::string& error) {
+  std::unique_ptr<Bmc> bmc(new Bmc(std::move(options), clock, counters, std::move(hooks)));
+  if (bmc->options_.folder) {
+    auto state = BmcState::Load(ParametersOf(*bmc->options_.folder), error);
+    if (!state) {
+      return nullptr;
+    }
+    bmc->state_ = *state;
+  }
+  return bmc->ConnectIpmi(error) ? std::move(bmc) : nullptr;
+}
+
+Bmc::Bmc(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks)
+    : options_(std::move(options)),
+      clock_(clock),
+      counters_(counters),
+      hooks_(std::move(hooks)),
+      files_(options_.folder ? FileStore(FilesOf(*options_.folder)) : FileStore()),
+      server_(files_),
+      interface_(server_, clock, counters, hooks_) {
+  for (const BmcFault& fault : options_.faults) {
+    interface_.AddFault(fault);
+  }
+}
+
+bool Bmc::ConnectIpmi(std::string& error) {
+  if (options_.ipmi.empty()) {
+    IpmiModel::Events events;
+    events.onChange = [this] { SaveState(); };
+    events.onOneTimeStale = [this] {
+      static_cast<void>(files_.Rename("OneTimeConfigPolicy.xml", "OneTimeConfigPolicy_stale.xml"));
+    };
+    responder_ = std::make_unique<IpmiModel>(state_, clock_, std::move(events));
+  } else {
+    auto client = std::make_unique<VmClient>();
+    if (!client->Connect(options_.ipmi, error)) {
+      return false;
+    }
+    responder_ = std::move(client);
+  }
+  transport_ = std::make_unique<IpmiTransportDevice>(*responder_, clock_, counters_);
+  transport_->onTraffic = hooks_.onTraffic;
+  return true;
+}
+
+// A change is on disk before the power can go.
+void Bmc::SaveState() {
+  std::string error;
+  if (options_.folder && !state_.Save(ParametersOf(*options_.folder), error)) {
+    counters_.Complain("BMC: " + error);
+  }
+  if (hooks_.onWrite) {
+    hooks_.onWrite("bmc");
+  }
+}
+
+}  // namespace sim
