@@ -1,0 +1,236 @@
+#include "sim/server/description.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform/setup_variable.h"
+
+namespace sim {
+namespace {
+
+std::uint8_t Byte(TableReader& table, const char* key, std::uint64_t otherwise) {
+  return static_cast<std::uint8_t>(table.Integer(key, otherwise, 0, 255));
+}
+
+std::optional<std::vector<std::uint8_t>> ReadSetup(TableReader& root) {
+  auto table = root.Table("setup");
+  if (!table) {
+    return DefaultSetup();
+  }
+  const bool present = table->Boolean("present", true);
+  std::vector<std::uint8_t> setup = DefaultSetup();
+  struct Field {
+    const char* key;
+    std::size_t offset;
+  };
+  constexpr Field kFields[] = {
+      {"driver_health", kSetupDriverHealthCheck},
+      {"health_in_quiet_boot", kSetupHealthInQuietBoot},
+      {"strict_group_order", kSetupStrictGroupOrder},
+      {"efi_boot_options", kSetupEfiBootOptionsEnable},
+      {"uefi_mode", kSetupUefiMode},
+      {"stbu_mode", kSetupStbuMode},
+  };
+  for (const Field& field : kFields) {
+    setup[field.offset] = Byte(*table, field.key, setup[field.offset]);
+  }
+  const auto policy = table->Integers("option_rom_policy", 0, 255);
+  if (!policy.empty() && policy.size() != kSetupOptionRomPolicySize) {
+    table->Fail("option_rom_policy", "six numbers: switch, network, serial bus, storage, display, other");
+  }
+  for (std::size_t i = 0; i < policy.size(); ++i) {
+    setup[kSetupOptionRomPolicy + i] = static_cast<std::uint8_t>(policy[i]);
+  }
+  table->Finish();
+  return present ? std::optional(setup) : std::nullopt;
+}
+
+NvramDescription ReadNvram(TableReader& root, const std::filesystem::path& folder) {
+  NvramDescription nvram;
+  nvram.setup = ReadSetup(root);
+  if (auto table = root.Table("nvram")) {
+    nvram.size = table->Integer("size", nvram.size, 1024, 16 * 1024 * 1024);
+    nvram.maximumVariable = table->Integer("maximum_variable", nvram.maximumVariable, 256, 1024 * 1024);
+    if (const auto mode = table->OptionalInteger("boot_mode", 0, 255)) {
+      nvram.bootMode = static_cast<std::uint8_t>(*mode);
+    }
+    const std::string initial = table->Text("initial");
+    if (!initial.empty()) {
+      nvram.initial = folder / initial;
+      if (!std::filesystem::is_directory(nvram.initial)) {
+        table->Fail("initial", "an existing folder of variables");
+      }
+    }
+    table->Finish();
+  }
+  return nvram;
+}
+
+std::optional<std::uint32_t> RealModePointer(TableReader& table, const char* key) {
+  const auto value = table.OptionalInteger(key, 0, 0xFFFFFFFF);
+  return value ? std::optional(static_cast<std::uint32_t>(*value)) : std::nullopt;
+}
+
+CsmDescription ReadCsm(TableReader& root) {
+  CsmDescription csm;
+  auto table = root.Table("csm");
+  if (!table) {
+    return csm;
+  }
+  csm.present = table->Boolean("present", true);
+  csm.entriesFromDevices = table->Boolean("entries_from_devices", true);
+  for (TableReader& element : table->Tables("entry")) {
+    BbsEntryDescription entry;
+    if (const auto index = element.OptionalInteger("index", 0, 255)) {
+      entry.index = static_cast<std::uint8_t>(*index);
+    }
+    entry.bootPriority = static_cast<std::uint16_t>(element.Integer("boot_priority", entry.bootPriority, 0, 0xFFFF));
+    entry.bus = static_cast<std::uint32_t>(element.Integer("bus", entry.bus, 0, 0xFFFFFFFF));
+    entry.device = static_cast<std::uint32_t>(element.Integer("device", entry.device, 0, 0xFFFFFFFF));
+    entry.function = static_cast<std::uint32_t>(element.Integer("function", entry.function, 0, 0xFFFFFFFF));
+    entry.classCode = Byte(element, "class", 1);
+    entry.subClass = Byte(element, "subclass", 0);
+    entry.deviceType = static_cast<std::uint16_t>(element.Integer("type", entry.deviceType, 0, 0xFFFF));
+    entry.statusFlags = static_cast<std::uint16_t>(element.Integer("status", entry.statusFlags, 0, 0xFFFF));
+    entry.driveNumber = Byte(element, "drive_number", entry.driveNumber);
+    entry.description = element.Text("description");
+    entry.manufacturer = element.Text("manufacturer");
+    entry.descriptionPointer = RealModePointer(element, "description_pointer");
+    entry.manufacturerPointer = RealModePointer(element, "manufacturer_pointer");
+    entry.devicePath = element.Text("device_path");
+    element.Finish();
+    csm.entries.push_back(std::move(entry));
+  }
+  table->Finish();
+  return csm;
+}
+
+FirmwareDescription ReadFirmware(TableReader& root, const std::filesystem::path& folder) {
+  FirmwareDescription firmware;
+  auto table = root.Table("firmware");
+  if (!table) {
+    return firmware;
+  }
+  firmware.bootMode = static_cast<std::uint32_t>(table->Integer("boot_mode", 0, 0, 0xFFFFFFFF));
+  firmware.untestedBase = table->Integer("untested_base", 0, 0, INT64_MAX);
+  firmware.untestedLength = table->Integer("untested_length", 0, 0, INT64_MAX);
+  firmware.shellPresent = table->Boolean("shell_present", true);
+  firmware.hiiStrings = table->Boolean("hii", true);
+  firmware.pathToText = table->Boolean("path_to_text", true);
+  const std::string shell = table->Text("shell");
+  if (!shell.empty()) {
+    firmware.shell = folder / shell;
+    if (!std::filesystem::is_regular_file(firmware.shell)) {
+      table->Fail("shell", "an existing file");
+    }
+  }
+  for (TableReader& element : table->Tables("memory_type")) {
+    MemoryTypePages pages;
+    pages.type = static_cast<std::uint32_t>(element.RequiredInteger("type", 0, 13));
+    pages.hobPages = static_cast<std::uint32_t>(element.RequiredInteger("pages", 0, 0xFFFFFFFF));
+    pages.usedPages = static_cast<std::uint32_t>(element.Integer("used", 0, 0, 0xFFFFFFFF));
+    element.Finish();
+    firmware.memoryTypes.push_back(pages);
+  }
+  table->Finish();
+  return firmware;
+}
+
+std::vector<HealthDescription> ReadHealth(TableReader& root) {
+  std::vector<HealthDescription> drivers;
+  for (TableReader& element : root.Tables("driver_health")) {
+    HealthDescription health;
+    health.rootBridge = element.Integer("root_bridge", 0, 0, 255);
+    health.bus = Byte(element, "bus", 0);
+    health.device = static_cast<std::uint8_t>(element.RequiredInteger("device", 0, 31));
+    health.function = static_cast<std::uint8_t>(element.Integer("function", 0, 0, 7));
+    for (const std::uint64_t status : element.Integers("statuses", 0, 5)) {
+      health.statuses.push_back(static_cast<std::uint32_t>(status));
+    }
+    if (health.statuses.empty()) {
+      element.Fail("statuses", "a list of health states from 0 (healthy) to 5 (reboot required)");
+    }
+    health.message = element.Text("message");
+    element.Finish();
+    drivers.push_back(std::move(health));
+  }
+  return drivers;
+}
+
+void ReadManagement(TableReader& root, ServerDescription& server) {
+  auto table = root.Table("management");
+  if (!table) {
+    return;
+  }
+  server.managementModePresent = table->Boolean("present", true);
+  server.managementMode = table->Boolean("managed", false) ? 1 : 0;
+  server.managementConfigFlag = table->Boolean("configuring", false) ? 1 : 0;
+  table->Finish();
+}
+
+void ReadBmc(TableReader& root, ServerDescription& server) {
+  auto table = root.Table("bmc");
+  if (!table) {
+    return;
+  }
+  server.ipmi = table->Text("ipmi", server.ipmi);
+  if (server.ipmi != "builtin" && server.ipmi != "none" && !server.ipmi.starts_with("vm://")) {
+    table->Fail("ipmi", "\"builtin\", \"none\" or \"vm://HOST:PORT\"");
+  }
+  server.bmcFiles = table->Boolean("files", true);
+  table->Finish();
+}
+
+ServerDescription ReadServer(TableReader& root, const std::filesystem::path& folder) {
+  ServerDescription server;
+  server.name = root.Text("name", "server");
+  server.devices = ReadDeviceTree(root, folder);
+  server.csm = ReadCsm(root);
+  server.firmware = ReadFirmware(root, folder);
+  server.nvram = ReadNvram(root, folder);
+  server.health = ReadHealth(root);
+  ReadManagement(root, server);
+  ReadBmc(root, server);
+  if (auto table = root.Table("front_end")) {
+    server.frontEnd = static_cast<FrontEndKind>(table->RequiredWord("kind", {"absent", "returns", "boots", "menu"}));
+    table->Finish();
+  }
+  server.usbSupport = root.Boolean("usb_support", true);
+  root.Finish();
+  return server;
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> DefaultSetup() {
+  std::vector<std::uint8_t> setup(kSetupSize, 0);
+  constexpr std::uint8_t kPolicy[] = {0, 2, 1, 2, 2, 1};
+  std::copy(std::begin(kPolicy), std::end(kPolicy), setup.begin() + kSetupOptionRomPolicy);
+  setup[kSetupUefiMode] = 1;
+  return setup;
+}
+
+ServerDescription ParseServerDescription(std::string_view text, const std::string& name,
+                                         const std::filesystem::path& folder) {
+  try {
+    const toml::table table = toml::parse(text, name);
+    TableReader root(table, name, "");
+    return ReadServer(root, folder);
+  } catch (const toml::parse_error& error) {
+    throw DescriptionError(name, error.source().begin.line, "", std::string(error.description()));
+  }
+}
+
+ServerDescription LoadServerDescription(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) {
+    throw DescriptionError(file.string(), 0, "", "cannot be read");
+  }
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return ParseServerDescription(text.str(), file.string(), file.parent_path());
+}
+
+}  // namespace sim
