@@ -64,6 +64,8 @@ static_assert(BuildPackageList().Full(), "the sizes in the headers are those of 
 
 }  // namespace
 
-constinit const std::array<std::byte, kStringPackageListSize> kStringPackageList = BuildPackageList().Bytes();
+// The section is a part of the image's resource section; in host programs its name means nothing.
+[[gnu::section(".rsrc$list")]] constinit const std::array<std::byte, kStringPackageListSize> kStringPackageList =
+    BuildPackageList().Bytes();
 
 }  // namespace bds

@@ -36,7 +36,7 @@ inline constexpr UINTN kStringPackageListSize =
 
 // The bytes themselves. The symbol has a plain name because the image's resource directory, assembler text, points at
 // them.
-extern const std::array<std::byte, kStringPackageListSize> kStringPackageList asm("kStringPackageList");
+alignas(8) extern const std::array<std::byte, kStringPackageListSize> kStringPackageList asm("kStringPackageList");
 
 inline std::span<const std::byte> StringPackageList() { return kStringPackageList; }
 
