@@ -6,7 +6,8 @@
 
 inline constexpr UINT64 EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL_REVISION = 0x00020000;
 
-enum EFI_NETWORK_INTERFACE_TYPE : UINT8 { EfiNetworkInterfaceUndi = 1 };
+// EFI_NETWORK_INTERFACE_TYPE, kept in one byte.
+inline constexpr UINT8 EfiNetworkInterfaceUndi = 1;
 
 struct EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL {
   UINT64 Revision;
