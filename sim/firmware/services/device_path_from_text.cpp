@@ -448,6 +448,9 @@ std::string Argument(std::u16string_view text) {
   while (!text.empty() && text.front() == u' ') {
     text.remove_prefix(1);
   }
+  while (!text.empty() && text.back() == u' ') {
+    text.remove_suffix(1);
+  }
   if (text.size() >= 2 && text.front() == u'"' && text.back() == u'"') {
     text = text.substr(1, text.size() - 2);
   }
