@@ -1,0 +1,274 @@
+// Boot#### images, BootOrder and the legacy device order, byte for byte, and what a refusing store leaves behind.
+#include <gtest/gtest.h>
+
+#include "bootopt/legacy_dev_order.h"
+#include "bootopt/load_option_image.h"
+#include "bootopt/steps.h"
+#include "bootopt/vendor_nodes.h"
+#include "platform/setup_variable.h"
+#include "support/variables.h"
+#include "tests/support/fake_boot_server.h"
+
+namespace {
+
+using namespace bdstest;
+
+const Blob kFirmwareMark = B({0x00, 0x00, 0x42, 0x4F});
+const Blob kGroupMark = B({0x00, 0x00, 0x47, 0x4F});
+const Blob kMemberMark = B({0x00, 0x00, 0x4E, 0x4F});
+
+Blob Image(UINT32 attributes, const std::u16string& description, const Blob& path, const Blob& data = {}) {
+  return LittleEndian(attributes) + LittleEndian(static_cast<UINT16>(path.size())) + Utf16(description) + path + data;
+}
+Blob Order(std::initializer_list<UINT16> numbers) {
+  Blob order;
+  for (const UINT16 number : numbers) {
+    order = order + LittleEndian(number);
+  }
+  return order;
+}
+void SetData(bds::BOOT_OPTION& option, const Blob& data) {
+  option.OptionalData.reset(static_cast<std::byte*>(bds::AllocateCopyPool(data.size(), data.data())));
+  option.OptionalDataSize = data.size();
+}
+
+TEST(Saving, WritesEveryKindOfOption) {
+  FakeServer firmware;
+  const Blob disk = PciRoot() + Pci(31, 2) + End();
+  SetData(AddOption(disk, false, 2, 512, u"foreign"), B({0xAA, 0xBB}));
+  SetData(AddOption(disk, true, 0x1A, 256, u"firmware"), B({0xCC}));
+  bds::SaveBootOptions();
+  const auto foreign = firmware.Variable(u"Boot0002");
+  const auto own = firmware.Variable(u"Boot001A");
+  ASSERT_TRUE(foreign && own);
+  EXPECT_EQ(*foreign, (StoredVariable{7, Image(1, u"foreign", disk, B({0xAA, 0xBB}))}));
+  EXPECT_EQ(*own, (StoredVariable{7, Image(1, u"firmware", disk, kFirmwareMark + B({0xCC}))}));
+  EXPECT_EQ(firmware.Variable(u"BootOrder"), (StoredVariable{7, Order({0x1A, 2})}));
+  EXPECT_EQ(bds::BootOptionList.Count, 0u);
+  EXPECT_TRUE(firmware.Logged("Setting Boot option#001a with size 33\n")) << firmware.Log();
+  EXPECT_TRUE(firmware.Logged("Description: firmware\n"));
+}
+
+// The same bytes written out by hand, so that a wrong helper cannot hide a wrong layout.
+TEST(Saving, GroupWithOneMemberGoldenBytes) {
+  FakeServer firmware;
+  AddOption(Bbs(2) + End(), true, 5, 256, u"H").GroupHeader = TRUE;
+  SetData(AddOption(Bbs(2) + End(), true, 5, 512, u"M"), B({0x11, 0x22}));
+  bds::SaveBootOptions();
+  const Blob expected = B({
+      0x01, 0x00, 0x00, 0x00,                                // Attributes
+      0x0D, 0x00,                                            // FilePathListLength
+      'H',  0x00, 0x00, 0x00,                                // Description
+      0x05, 0x01, 0x09, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00,  // BBS node
+      0x7F, 0xFF, 0x04, 0x00,                                // end node
+      0x00, 0x00, 0x47, 0x4F,                                // group marker
+      0x00, 0x00, 0x4E, 0x4F,                                // member marker
+      0x25, 0x00, 0x00, 0x00,                                // record length: 37
+      0x01, 0x00, 0x00, 0x00, 0x0D, 0x00,                    // member: attributes, path length
+      'M',  0x00, 0x00, 0x00,                                //
+      0x05, 0x01, 0x09, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00,  //
+      0x7F, 0xFF, 0x04, 0x00,                                //
+      0x00, 0x00, 0x42, 0x4F,                                // firmware marker
+      0x11, 0x22,                                            // member's data
+  });
+  const auto stored = firmware.Variable(u"Boot0005");
+  ASSERT_TRUE(stored);
+  EXPECT_EQ(stored->Data, expected);
+}
+
+TEST(Saving, AGroupComesBackAsItWas) {
+  FakeServer firmware;
+  AddOption(Bbs(2) + End(), true, 5, 256, u"disks").GroupHeader = TRUE;
+  SetData(*bds::BootOptionList.First, B({0x0F}));
+  for (const char16_t* name : {u"a", u"b", u"c"}) {
+    AddOption(Bbs(2) + End() + PciRoot() + End(), true, 5, 300, name);
+  }
+  AddOption(PciRoot() + End(), false, 6, 2000, u"other");
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({5, 6}));
+  const auto firstSave = firmware.Variables;
+
+  ASSERT_EQ(bds::ReadBootOptions(), EFI_SUCCESS);
+  ASSERT_EQ(Numbers(), (std::vector<unsigned>{5, 5, 5, 5, 6}));
+  const bds::BOOT_OPTION* option = bds::BootOptionList.First;
+  EXPECT_EQ(option->GroupHeader, TRUE);
+  EXPECT_EQ(option->OptionalDataSize, 1u);
+  option = option->Next;
+  EXPECT_EQ(option->GroupHeader, FALSE);
+  EXPECT_EQ(option->FwBootOption, TRUE);
+  EXPECT_EQ(std::u16string(option->Description.get()), u"a");
+  EXPECT_EQ(PathOf(*option), Bbs(2) + End() + PciRoot() + End());
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variables, firstSave);
+}
+
+TEST(Saving, OnlyFirmwareOptionsHaveMembers) {
+  FakeServer firmware;
+  AddOption(PciRoot() + End(), false, 5, 256, u"a");
+  AddOption(PciRoot() + End(), false, 5, 512, u"b");
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variable(u"Boot0005")->Data, Image(1, u"b", PciRoot() + End()));
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({5, 5}));
+}
+
+TEST(Saving, SkippedOptionsStayInTheList) {
+  FakeServer firmware;
+  AddOption({}, false, 1, 256);
+  AddOption(PciRoot() + End(), false, bds::kNoBootOptionNumber, 512);
+  AddOption(PciRoot() + End(), false, 3, 768).FilePathListLength = 0;
+  AddOption(Node(3, 10, Blob(0xFFF8)) + Node(3, 10, Blob(8)) + End(), false, 4, 1024);  // longer than 16 bits say
+  AddOption(PciRoot() + End(), false, 5, 2000);
+  bds::SaveBootOptions();
+  EXPECT_EQ(bds::BootOptionList.Count, 4u);
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({5}));
+}
+
+TEST(Saving, AnEmptyListLeavesTheOrderAlone) {
+  FakeServer firmware;
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Writes, 0);
+}
+
+TEST(Saving, AnOptionWithoutDescriptionHasAnEmptyOne) {
+  FakeServer firmware;
+  AddOption(PciRoot() + End(), false, 1, 256).Description.reset();
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variable(u"Boot0001")->Data, Image(1, u"", PciRoot() + End()));
+}
+
+struct RefusedCase {
+  const char* Name;
+  std::optional<Blob> Stored;  // what Boot0002 holds before
+  Blob Order;                  // the order afterwards
+};
+
+TEST(Saving, ARefusedWriteDropsOnlyWhatTheStoreDoesNotHold) {
+  const Blob path = Bbs(2) + End();
+  const Blob mask = HardwareVendor(bds::kOrphanMaskGuid) + End();
+  const RefusedCase cases[] = {
+      {"nothing stored", std::nullopt, Order({1, 3})},
+      {"the same option", Image(1, u"two", path), Order({1, 2, 3})},
+      {"the same option, hidden then", Image(9, u"two", path), Order({1, 2, 3})},
+      {"the same option, masked then", Image(1, u"two", mask + path), Order({1, 2, 3})},
+      {"another name", Image(1, u"too", path), Order({1, 3})},
+      {"another path", Image(1, u"two", Bbs(3) + End()), Order({1, 3})},
+      {"other data", Image(1, u"two", path, B({1})), Order({1, 3})},
+      {"no load option", B({1, 2, 3}), Order({1, 3})},
+  };
+  for (const RefusedCase& row : cases) {
+    SCOPED_TRACE(row.Name);
+    FakeServer firmware;
+    if (row.Stored) {
+      firmware.SetVariable(u"Boot0002", gEfiGlobalVariableGuid, 7, *row.Stored);
+    }
+    firmware.RefuseWrite = [](const std::u16string& name) {
+      return name == u"Boot0002" ? EFI_OUT_OF_RESOURCES : EFI_SUCCESS;
+    };
+    AddOption(path, false, 1, 256, u"one");
+    AddOption(path, false, 2, 512, u"two");
+    AddOption(path, false, 3, 768, u"three");
+    bds::SaveBootOptions();
+    EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, row.Order);
+    EXPECT_EQ(bds::BootOptionList.Count, 0u);
+  }
+}
+
+TEST(Saving, AStoreThatTakesNothingKeepsItsOrder) {
+  FakeServer firmware;
+  firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({9}));
+  firmware.RefuseWrite = [](const std::u16string& name) {
+    return name == u"BootOrder" ? EFI_SUCCESS : EFI_WRITE_PROTECTED;
+  };
+  AddOption(PciRoot() + End(), true, 1, 256);
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({9}));
+}
+
+TEST(LegacyDevOrder, GoldenBytes) {
+  FakeServer firmware;
+  firmware.SetVariable(kSetupName, kSetupGuid, 7, Blob(kSetupSize));
+  AddOption(Bbs(2) + End(), true, 5, 256).GroupHeader = TRUE;  // headers stand for no device
+  AddOption(Bbs(2) + End(), true, 5, 512).BbsIndex = 3;
+  auto& disabled = AddOption(Bbs(2) + End(), true, 5, 768);
+  disabled.BbsIndex = 5;
+  disabled.Attributes = 0;
+  AddOption(PciRoot() + End(), true, 6, 800);
+  AddOption(HardwareVendor(bds::kOrphanMaskGuid) + End() + Bbs(3) + End(), false, 7, 900);
+  AddOption(Bbs(0x80) + End(), true, 8, 1024).BbsIndex = 0x0104;
+  bds::SaveLegacyDevOrder();
+  const Blob expected = B({
+      0x02, 0x00, 0x00, 0x00,  // hard disks
+      0x06, 0x00,              // length: itself and two entries
+      0x03, 0x00,              //
+      0x05, 0xFF,              // disabled
+      0x80, 0x00, 0x00, 0x00,  // boot entry vectors
+      0x04, 0x00,              //
+      0x04, 0x01,              //
+  });
+  EXPECT_EQ(firmware.Variable(u"LegacyDevOrder", bds::kLegacyDevOrderGuid), (StoredVariable{7, expected}));
+  EXPECT_EQ(firmware.Variable(u"OldLegacyDevOrder", bds::kLegacyDevOrderGuid), (StoredVariable{3, expected}));
+
+  bds::PoolBuffer records;
+  ASSERT_EQ(bds::BuildLegacyDevOrder(bds::BootOptionList, bds::DisabledDevices::AsEnabled, records), EFI_SUCCESS);
+  EXPECT_EQ(Blob(records.Bytes().begin(), records.Bytes().end()),
+            B({2, 0, 0, 0, 6, 0, 3, 0, 5, 0, 0x80, 0, 0, 0, 4, 0, 4, 0}));
+}
+
+TEST(LegacyDevOrder, EveryOptionAloneFillsTheBufferExactly) {
+  FakeServer firmware;
+  for (UINT16 number = 1; number <= 20; ++number) {
+    AddOption(Bbs(2) + End(), true, number, number).BbsIndex = number;
+  }
+  bds::PoolBuffer records;
+  ASSERT_EQ(bds::BuildLegacyDevOrder(bds::BootOptionList, bds::DisabledDevices::Marked, records), EFI_SUCCESS);
+  EXPECT_EQ(records.Size, 20u * 8);
+}
+
+TEST(LegacyDevOrder, WithoutLegacyOptionsBothVariablesGo) {
+  FakeServer firmware;
+  firmware.SetVariable(u"LegacyDevOrder", bds::kLegacyDevOrderGuid, 3, B({1}));
+  firmware.SetVariable(u"OldLegacyDevOrder", bds::kLegacyDevOrderGuid, 3, B({1}));
+  AddOption(PciRoot() + End(), true, 1, 256);
+  bds::SaveLegacyDevOrder();
+  EXPECT_TRUE(firmware.Variables.empty());
+}
+
+TEST(LegacyDevOrder, ConflictingAttributesAreReplaced) {
+  FakeServer firmware;  // no Setup: attributes 3
+  firmware.SetVariable(u"LegacyDevOrder", bds::kLegacyDevOrderGuid, 7, B({1}));
+  AddOption(Bbs(2) + End(), true, 1, 256).BbsIndex = 1;
+  bds::SaveLegacyDevOrder();
+  EXPECT_EQ(firmware.Variable(u"LegacyDevOrder", bds::kLegacyDevOrderGuid),
+            (StoredVariable{3, B({2, 0, 0, 0, 4, 0, 1, 0})}));
+}
+
+TEST(SetVariableReplacing, ActsOnlyOnAConflict) {
+  constexpr EFI_GUID kGuid{1, 2, 3, {4}};
+  struct Case {
+    const char* Name;
+    EFI_STATUS First;   // the answer to the first write; success: the store decides
+    EFI_STATUS Delete;  // the answer to the second write
+    EFI_STATUS Expected;
+    int Writes;
+    UINT32 StoredAttributes;
+  };
+  constexpr Case kCases[] = {
+      {"conflict", EFI_SUCCESS, EFI_SUCCESS, EFI_SUCCESS, 3, 3},
+      {"conflict, the delete fails", EFI_SUCCESS, EFI_WRITE_PROTECTED, EFI_INVALID_PARAMETER, 2, 7},
+      {"another failure", EFI_OUT_OF_RESOURCES, EFI_SUCCESS, EFI_OUT_OF_RESOURCES, 1, 7},
+  };
+  for (const Case& row : kCases) {
+    SCOPED_TRACE(row.Name);
+    FakeServer firmware;
+    firmware.SetVariable(u"V", kGuid, 7, B({1}));
+    firmware.RefuseWrite = [&](const std::u16string&) {
+      return firmware.Writes == 1 ? row.First : firmware.Writes == 2 ? row.Delete : EFI_SUCCESS;
+    };
+    const Blob data = B({2});
+    EXPECT_EQ(bds::SetVariableReplacing(u"V", kGuid, 3, data), row.Expected);
+    EXPECT_EQ(firmware.Writes, row.Writes);
+    EXPECT_EQ(firmware.Variable(u"V", kGuid)->Attributes, row.StoredAttributes);
+  }
+}
+
+}  // namespace
