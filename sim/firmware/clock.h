@@ -1,0 +1,60 @@
+// The one clock of the simulated server. Nothing sleeps: whoever would wait moves this clock, so a boot with many
+// seconds of waiting takes milliseconds and always the same number of virtual ones.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+namespace sim {
+
+// Virtual time in units of 100 ns, the unit of timer events (UEFI 2.10, 7.1).
+using Ticks = std::uint64_t;
+inline constexpr Ticks kMicrosecond = 10;
+inline constexpr Ticks kMillisecond = 1000 * kMicrosecond;
+inline constexpr Ticks kSecond = 1000 * kMillisecond;
+
+// What a polling loop costs per turn, so that a loop that only reads a register or checks an event sees time pass.
+inline constexpr Ticks kPortAccessTime = kMicrosecond;
+inline constexpr Ticks kPollTime = kMicrosecond;
+
+class Clock {
+ public:
+  Ticks Now() const { return now_; }
+
+  // Moves time forward by `duration`; timers that fall due on the way fire in order, each at its own time.
+  void Advance(Ticks duration);
+
+  // Moves to the moment at which the next timer is due and fires it; false, and no move, when none is armed.
+  bool AdvanceToNextTimer();
+
+  // Fires what fell due while timers were held back (at TPL_HIGH_LEVEL the timer interrupt is masked).
+  void FireDue() { Advance(0); }
+
+  // The ACPI PM timer: 3.579545 MHz, 24 bits, wraps every 4.69 s.
+  std::uint32_t PmTimer() const;
+  // The time-stamp counter: 2 GHz, counted from power-on.
+  std::uint64_t TimeStampCounter() const { return now_ * 200; }
+
+  // Virtual seconds since power-on as text is left to the caller; the limit ends the boot through `onLimit`.
+  void SetLimit(Ticks limit, std::function<void()> onLimit);
+
+  // The timer source (the event manager): when the next timer is due, and the order to fire it.
+  struct TimerSource {
+    virtual ~TimerSource() = default;
+    // False when no timer is armed, or when timers are masked now.
+    virtual bool NextDue(Ticks& due) const = 0;
+    // Fires exactly one timer, the one that NextDue named.
+    virtual void FireNext() = 0;
+  };
+  void SetTimerSource(TimerSource* source) { source_ = source; }
+
+ private:
+  void MoveTo(Ticks time);
+
+  Ticks now_ = 0;
+  Ticks limit_ = ~Ticks{0};
+  std::function<void()> onLimit_;
+  TimerSource* source_ = nullptr;
+};
+
+}  // namespace sim

@@ -1,0 +1,109 @@
+#include "sim/firmware/fault_script.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <sstream>
+
+#include "support/format.h"
+
+namespace sim {
+namespace {
+
+std::optional<std::uint64_t> Number(const std::string& text) {
+  std::uint64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc{} && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
+
+}  // namespace
+
+void FaultScript::FailCall(std::string service, std::uint64_t nth, EFI_STATUS status, std::uint64_t count) {
+  callFaults_.push_back({std::move(service), nth, count, status});
+}
+
+void FaultScript::LosePowerAfterWrite(std::string kind, std::uint64_t nth) {
+  powerFaults_.push_back({std::move(kind), nth});
+}
+
+bool FaultScript::Add(std::string_view words, std::string& error) {
+  std::istringstream stream{std::string(words)};
+  std::string what;
+  std::string name;
+  std::string nth;
+  std::string status;
+  std::string count = "1";
+  stream >> what >> name >> nth;
+  const auto number = Number(nth);
+  if (what == "power" && number && stream.eof()) {
+    LosePowerAfterWrite(name, *number);
+    return true;
+  }
+  stream >> status;
+  const auto value = StatusFromName(status);
+  stream >> count;
+  const auto times = Number(count);
+  if (what == "call" && number && value && times) {
+    FailCall(name, *number, *value, *times);
+    return true;
+  }
+  error = fmt::format("\"{}\": expected \"call SERVICE N STATUS [COUNT]\" or \"power KIND N\"", words);
+  return false;
+}
+
+std::optional<EFI_STATUS> FaultScript::OnCall(std::string_view service) {
+  if (callFaults_.empty() && !callHook_) {
+    return std::nullopt;
+  }
+  const std::uint64_t nth = ++calls_[std::string(service)];
+  for (const CallFault& fault : callFaults_) {
+    if (fault.service == service && nth >= fault.first && nth - fault.first < fault.count) {
+      return fault.status;
+    }
+  }
+  return callHook_ ? callHook_(service, nth) : std::nullopt;
+}
+
+bool FaultScript::OnWrite(std::string_view kind) {
+  const std::uint64_t nth = ++writes_[std::string(kind)];
+  if (writeHook_) {
+    writeHook_(kind, nth);
+  }
+  for (const PowerFault& fault : powerFaults_) {
+    if (fault.kind == kind && fault.nth == nth) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::uint64_t FaultScript::WritesOf(std::string_view kind) const {
+  const auto found = writes_.find(kind);
+  return found == writes_.end() ? 0 : found->second;
+}
+
+std::string StatusName(EFI_STATUS status) {
+  const char* name = bds::StatusName(status);
+  return name != nullptr ? name : fmt::format("0x{:X}", status);
+}
+
+std::optional<EFI_STATUS> StatusFromName(std::string_view name) {
+  for (EFI_STATUS code = 0; code < 64; ++code) {
+    for (const EFI_STATUS status : {code, code | EfiErrorBit}) {
+      const char* known = bds::StatusName(status);
+      if (known != nullptr && name == known) {
+        return status;
+      }
+    }
+  }
+  if (name.starts_with("0x")) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(name.data() + 2, name.data() + name.size(), value, 16);
+    if (error == std::errc{} && end == name.data() + name.size()) {
+      return value;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace sim

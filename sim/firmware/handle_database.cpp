@@ -1,0 +1,385 @@
+#include "sim/firmware/handle_database.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "sim/firmware/device_path_builder.h"
+#include "sim/firmware/guid_text.h"
+#include "sim/firmware/machine.h"
+
+namespace sim {
+namespace {
+
+constexpr UINT32 kByDriver = EFI_OPEN_PROTOCOL_BY_DRIVER;
+constexpr UINT32 kExclusive = EFI_OPEN_PROTOCOL_EXCLUSIVE;
+constexpr UINT32 kByChild = EFI_OPEN_PROTOCOL_BY_CHILD_CONTROLLER;
+
+bool IsKnownMode(UINT32 attributes) {
+  switch (attributes) {
+    case EFI_OPEN_PROTOCOL_BY_HANDLE_PROTOCOL:
+    case EFI_OPEN_PROTOCOL_GET_PROTOCOL:
+    case EFI_OPEN_PROTOCOL_TEST_PROTOCOL:
+    case kByChild:
+    case kByDriver:
+    case kExclusive:
+    case kByDriver | kExclusive:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+const HandleDatabase::Interfaces* HandleDatabase::InterfacesOf(EFI_HANDLE handle) const {
+  const auto found = handles_.find(handle);
+  return found == handles_.end() ? nullptr : &found->second;
+}
+
+const HandleDatabase::Interface* HandleDatabase::Find(EFI_HANDLE handle, const EFI_GUID& guid) const {
+  const Interfaces* interfaces = InterfacesOf(handle);
+  if (interfaces == nullptr) {
+    return nullptr;
+  }
+  const auto found = std::find_if(interfaces->begin(), interfaces->end(),
+                                  [&guid](const Interface& interface) { return interface.guid == guid; });
+  return found == interfaces->end() ? nullptr : &*found;
+}
+
+HandleDatabase::Interface* HandleDatabase::Mutable(EFI_HANDLE handle, const EFI_GUID& guid) {
+  return const_cast<Interface*>(Find(handle, guid));
+}
+
+std::vector<EFI_HANDLE> HandleDatabase::With(const EFI_GUID& guid) const {
+  std::vector<std::pair<std::uint64_t, EFI_HANDLE>> found;
+  for (const auto& [handle, interfaces] : handles_) {
+    for (const Interface& interface : interfaces) {
+      if (interface.guid == guid) {
+        found.emplace_back(interface.sequence, handle);
+      }
+    }
+  }
+  std::sort(found.begin(), found.end());
+  std::vector<EFI_HANDLE> handles;
+  for (const auto& [sequence, handle] : found) {
+    handles.push_back(handle);
+  }
+  return handles;
+}
+
+EFI_STATUS HandleDatabase::Install(EFI_HANDLE* handle, const EFI_GUID* guid, void* pointer) {
+  if (handle == nullptr || guid == nullptr) {
+    return EFI_INVALID_PARAMETER;
+  }
+  const EFI_GUID copy = *guid;
+  if (*handle != nullptr && (!Exists(*handle) || Find(*handle, copy) != nullptr)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  if (copy == ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL> && pointer != nullptr) {
+    const DevicePath path = DevicePath::Copy(static_cast<EFI_DEVICE_PATH_PROTOCOL*>(pointer));
+    for (const EFI_HANDLE other : With(copy)) {
+      if (other != *handle && !path.Empty() && DevicePath::Copy(Get<EFI_DEVICE_PATH_PROTOCOL>(other)) == path) {
+        return EFI_ALREADY_STARTED;
+      }
+    }
+  }
+  if (*handle == nullptr) {
+    *handle = machine_.Arena().Allocate();
+    order_.push_back(*handle);
+  }
+  handles_[*handle].push_back({copy, pointer, ++sequence_, {}});
+  Notify(*handle, copy);
+  return EFI_SUCCESS;
+}
+
+void HandleDatabase::Notify(EFI_HANDLE handle, const EFI_GUID& guid) {
+  std::vector<EFI_EVENT> events;
+  for (Registration& registration : registrations_) {
+    if (registration.guid == guid) {
+      registration.fresh.push_back(handle);
+      events.push_back(registration.event);
+    }
+  }
+  // All of them are signalled before any runs, so that a notification cannot hide the installation from another.
+  const EFI_TPL old = machine_.Events().CurrentTpl();
+  if (events.empty()) {
+    return;
+  }
+  const EFI_TPL raised = std::max(old, TPL_NOTIFY);
+  machine_.Events().Raise(raised);
+  for (const EFI_EVENT event : events) {
+    machine_.Events().Signal(event);
+  }
+  machine_.Events().Restore(old);
+}
+
+bool HandleDatabase::Release(EFI_HANDLE handle, const EFI_GUID& guid) {
+  for (;;) {
+    const Interface* interface = Find(handle, guid);
+    if (interface == nullptr) {
+      return true;
+    }
+    const auto driver = std::find_if(interface->opens.begin(), interface->opens.end(),
+                                     [](const Open& open) { return (open.attributes & kByDriver) != 0; });
+    if (driver == interface->opens.end()) {
+      break;
+    }
+    const EFI_HANDLE agent = driver->agent;
+    if (EFI_ERROR(machine_.DisconnectController(handle, agent, nullptr))) {
+      return false;
+    }
+    interface = Find(handle, guid);
+    const bool still = interface != nullptr && std::any_of(interface->opens.begin(), interface->opens.end(),
+                                                           [agent](const Open& open) {
+                                                             return open.agent == agent &&
+                                                                    (open.attributes & kByDriver) != 0;
+                                                           });
+    if (still) {
+      return false;
+    }
+  }
+  const Interface* interface = Find(handle, guid);
+  return std::none_of(interface->opens.begin(), interface->opens.end(),
+                      [](const Open& open) { return (open.attributes & (kByChild | kExclusive)) != 0; });
+}
+
+void HandleDatabase::RemoveInterface(EFI_HANDLE handle, const EFI_GUID& guid) {
+  Interfaces& interfaces = handles_[handle];
+  interfaces.remove_if([&guid](const Interface& interface) { return interface.guid == guid; });
+  for (Registration& registration : registrations_) {
+    if (registration.guid == guid) {
+      registration.fresh.remove(handle);
+    }
+  }
+  if (interfaces.empty()) {
+    handles_.erase(handle);
+    order_.erase(std::remove(order_.begin(), order_.end(), handle), order_.end());
+  }
+}
+
+EFI_STATUS HandleDatabase::Uninstall(EFI_HANDLE handle, const EFI_GUID* guid, void* pointer) {
+  if (guid == nullptr || !Exists(handle)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  const EFI_GUID copy = *guid;
+  const Interface* interface = Find(handle, copy);
+  if (interface == nullptr || interface->pointer != pointer) {
+    return EFI_NOT_FOUND;
+  }
+  if (!Release(handle, copy)) {
+    // Whoever let go gets the device back.
+    machine_.ConnectController(handle, nullptr, nullptr, true);
+    return EFI_ACCESS_DENIED;
+  }
+  if (Find(handle, copy) != nullptr) {
+    RemoveInterface(handle, copy);
+  }
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::Reinstall(EFI_HANDLE handle, const EFI_GUID* guid, void* oldPointer, void* newPointer) {
+  if (guid == nullptr || !Exists(handle)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  const EFI_GUID copy = *guid;
+  const Interface* interface = Find(handle, copy);
+  if (interface == nullptr || interface->pointer != oldPointer) {
+    return EFI_NOT_FOUND;
+  }
+  if (!Release(handle, copy)) {
+    machine_.ConnectController(handle, nullptr, nullptr, true);
+    return EFI_ACCESS_DENIED;
+  }
+  Interface* present = Mutable(handle, copy);
+  if (present == nullptr) {
+    return EFI_NOT_FOUND;
+  }
+  present->pointer = newPointer;
+  present->sequence = ++sequence_;
+  Notify(handle, copy);
+  machine_.ConnectController(handle, nullptr, nullptr, true);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, EFI_HANDLE controller,
+                                     UINT32 attributes) {
+  bool exclusive = false;
+  bool otherDriver = false;
+  EFI_HANDLE driver = nullptr;
+  for (const Open& open : interface.opens) {
+    const bool same = open.agent == agent && open.controller == controller;
+    if (same && open.attributes == attributes && (attributes & (kByDriver)) != 0) {
+      return EFI_ALREADY_STARTED;
+    }
+    exclusive |= (open.attributes & kExclusive) != 0;
+    if ((open.attributes & kByDriver) != 0) {
+      otherDriver = true;
+      driver = open.agent;
+    }
+  }
+  if ((attributes & (kByDriver | kExclusive)) == 0) {
+    return EFI_SUCCESS;
+  }
+  if (exclusive || (attributes == kByDriver && otherDriver)) {
+    return EFI_ACCESS_DENIED;
+  }
+  if (otherDriver && EFI_ERROR(machine_.DisconnectController(handle, driver, nullptr))) {
+    return EFI_ACCESS_DENIED;
+  }
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::OpenProtocol(EFI_HANDLE handle, const EFI_GUID* guid, void** pointer, EFI_HANDLE agent,
+                                        EFI_HANDLE controller, UINT32 attributes) {
+  if (guid == nullptr || !Exists(handle) || !IsKnownMode(attributes) ||
+      (pointer == nullptr && attributes != EFI_OPEN_PROTOCOL_TEST_PROTOCOL)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  const bool byDriver = (attributes & kByDriver) != 0;
+  const bool byChild = attributes == kByChild;
+  const bool needsAgent = byDriver || byChild || attributes == kExclusive;
+  if ((needsAgent && !Exists(agent)) || ((byDriver || byChild) && !Exists(controller)) ||
+      (byChild && controller == handle)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  const EFI_GUID copy = *guid;
+  Interface* interface = Mutable(handle, copy);
+  if (interface == nullptr) {
+    if (pointer != nullptr) {
+      *pointer = nullptr;
+    }
+    return EFI_UNSUPPORTED;
+  }
+  const EFI_STATUS status = CheckOpen(*interface, handle, agent, controller, attributes);
+  if (pointer != nullptr && (!EFI_ERROR(status) || status == EFI_ALREADY_STARTED)) {
+    *pointer = interface->pointer;
+  }
+  if (EFI_ERROR(status)) {
+    return status;
+  }
+  interface = Mutable(handle, copy);
+  if (interface == nullptr) {
+    return EFI_UNSUPPORTED;
+  }
+  if (agent == nullptr && attributes == EFI_OPEN_PROTOCOL_BY_HANDLE_PROTOCOL) {
+    return EFI_SUCCESS;  // an open that nobody can close is not recorded
+  }
+  for (Open& open : interface->opens) {
+    if (open.agent == agent && open.controller == controller && open.attributes == attributes) {
+      ++open.count;
+      return EFI_SUCCESS;
+    }
+  }
+  interface->opens.push_back({agent, controller, attributes, 1});
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::CloseProtocol(EFI_HANDLE handle, const EFI_GUID* guid, EFI_HANDLE agent,
+                                         EFI_HANDLE controller) {
+  if (guid == nullptr || !Exists(handle) || !Exists(agent) || (controller != nullptr && !Exists(controller))) {
+    return EFI_INVALID_PARAMETER;
+  }
+  Interface* interface = Mutable(handle, *guid);
+  const std::size_t before = interface == nullptr ? 0 : interface->opens.size();
+  if (interface != nullptr) {
+    interface->opens.remove_if(
+        [&](const Open& open) { return open.agent == agent && open.controller == controller; });
+  }
+  if (interface == nullptr || interface->opens.size() == before) {
+    machine_.Counts().Complain(fmt::format("CloseProtocol of {} that was not open", GuidText(*guid)));
+    return EFI_NOT_FOUND;
+  }
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::RegisterNotify(const EFI_GUID* guid, EFI_EVENT event, void** registration) {
+  if (guid == nullptr || registration == nullptr || !machine_.Events().Exists(event)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  Registration made{machine_.Arena().Allocate(), *guid, event, {}};
+  *registration = made.key;
+  registrations_.push_back(std::move(made));
+  return EFI_SUCCESS;
+}
+
+void HandleDatabase::ForgetEvent(EFI_EVENT event) {
+  registrations_.remove_if([event](const Registration& registration) { return registration.event == event; });
+}
+
+bool HandleDatabase::IsRegistration(void* registration) const {
+  return std::any_of(registrations_.begin(), registrations_.end(),
+                     [registration](const Registration& known) { return known.key == registration; });
+}
+
+EFI_HANDLE HandleDatabase::NextRegistered(void* registration) {
+  for (Registration& known : registrations_) {
+    if (known.key == registration && !known.fresh.empty()) {
+      const EFI_HANDLE handle = known.fresh.front();
+      known.fresh.pop_front();
+      return handle;
+    }
+  }
+  return nullptr;
+}
+
+EFI_STATUS HandleDatabase::LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PATH_PROTOCOL** path,
+                                            EFI_HANDLE* device) const {
+  if (guid == nullptr || path == nullptr || *path == nullptr) {
+    return EFI_INVALID_PARAMETER;
+  }
+  bool valid = false;
+  const std::size_t size = FirstInstanceSize(*path, valid);
+  if (!valid) {
+    return EFI_INVALID_PARAMETER;
+  }
+  EFI_HANDLE best = nullptr;
+  std::size_t bestSize = 0;
+  for (const EFI_HANDLE handle : With(*guid)) {
+    const auto* candidate = Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
+    bool candidateValid = false;
+    const std::size_t candidateSize = candidate == nullptr ? 0 : FirstInstanceSize(candidate, candidateValid);
+    // A node boundary of the candidate is one of the path too, since the bytes before it are the same.
+    if (candidateValid && candidateSize <= size && (best == nullptr || candidateSize > bestSize) &&
+        std::memcmp(candidate, *path, candidateSize) == 0) {
+      best = handle;
+      bestSize = candidateSize;
+    }
+  }
+  if (best == nullptr) {
+    return EFI_NOT_FOUND;
+  }
+  if (device == nullptr) {
+    return EFI_INVALID_PARAMETER;
+  }
+  *device = best;
+  *path = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL*>(reinterpret_cast<std::byte*>(*path) + bestSize);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS HandleDatabase::LocateProtocol(const EFI_GUID* guid, void* registration, void** pointer) {
+  if (pointer == nullptr || (guid == nullptr && registration == nullptr)) {
+    return EFI_INVALID_PARAMETER;
+  }
+  *pointer = nullptr;
+  if (registration != nullptr) {
+    for (const Registration& known : registrations_) {
+      if (known.key == registration) {
+        const EFI_GUID registered = known.guid;
+        const Interface* interface = Find(NextRegistered(registration), registered);
+        *pointer = interface == nullptr ? nullptr : interface->pointer;
+        return interface == nullptr ? EFI_NOT_FOUND : EFI_SUCCESS;
+      }
+    }
+    return EFI_NOT_FOUND;
+  }
+  const std::vector<EFI_HANDLE> handles = With(*guid);
+  if (handles.empty()) {
+    return EFI_NOT_FOUND;
+  }
+  *pointer = Find(handles.front(), *guid)->pointer;
+  return EFI_SUCCESS;
+}
+
+}  // namespace sim

@@ -1,0 +1,181 @@
+// The machine of one boot: clock, counters, faults, pool, pages, handles, events, ports and legacy memory, and the
+// system table that leads software to them. There is one machine at a time; boot services find it as Current().
+//   Machine machine;
+//   machine.Attach<Variables>(...);                       // subsystems of other directories
+//   BootOutcome outcome = machine.Run([&] { return Entry(handle, machine.SystemTable()); });
+#pragma once
+
+#include <csetjmp>
+#include <functional>
+#include <memory>
+#include <string>
+#include <typeindex>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/legacy_bios.h"
+#include "platform/system_table.h"
+#include "sim/firmware/clock.h"
+#include "sim/firmware/counters.h"
+#include "sim/firmware/device_path_builder.h"
+#include "sim/firmware/event_manager.h"
+#include "sim/firmware/fault_script.h"
+#include "sim/firmware/handle_database.h"
+#include "sim/firmware/legacy_memory.h"
+#include "sim/firmware/low_arena.h"
+#include "sim/firmware/page_allocator.h"
+#include "sim/firmware/pool.h"
+#include "sim/firmware/port_bus.h"
+
+namespace sim {
+
+// How a boot ended.
+enum class BootEnd {
+  Returned,            // the body came back
+  HandedOver,          // an operating system's loader was started; the record says which
+  LegacyBoot,          // the CSM boots a legacy device
+  Reset,               // ResetSystem
+  PowerLost,           // scripted
+  ExitedBootServices,  // an image that ran for real took the machine over
+  WaitsForever,        // nothing could end a wait any more
+  TimeLimit,           // more virtual time than a boot may take
+  Crashed,             // a fault of the processor in the software under test
+};
+const char* BootEndName(BootEnd end);
+
+// What is known of the end; members that do not belong to it keep their defaults.
+struct BootOutcome {
+  BootEnd end = BootEnd::Returned;
+  EFI_STATUS status = EFI_SUCCESS;        // of the body that returned, or of the reset
+  std::string text;                       // for a human
+  EFI_HANDLE image = nullptr;             // HandedOver: the image's handle
+  DevicePath path;                        // HandedOver, LegacyBoot: what was booted
+  std::vector<std::byte> loadOptions;     // HandedOver
+  EFI_RESET_TYPE reset = EfiResetCold;    // Reset
+  BBS_TABLE bbsEntry{};                   // LegacyBoot: the entry of priority 0
+  int bbsIndex = -1;                      // its index
+  std::vector<PoolAllocator::Leak> leaks; // the driver's blocks that nobody holds
+  Ticks time = 0;                         // virtual, since power-on
+};
+
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  // The machine that exists now; boot-service entry points are plain functions and find it here.
+  static Machine& Current();
+  static bool Exists();
+
+  Clock& Time() { return clock_; }
+  Counters& Counts() { return counters_; }
+  FaultScript& Faults() { return faults_; }
+  LowArena& Arena() { return arena_; }
+  PoolAllocator& Pool() { return pool_; }
+  PageAllocator& Pages() { return pages_; }
+  HandleDatabase& Handles() { return handles_; }
+  EventManager& Events() { return events_; }
+  PortBus& Ports() { return ports_; }
+  DebugLog& Log() { return ports_.Log(); }
+  LegacyMemory& Legacy() { return legacy_; }
+
+  EFI_SYSTEM_TABLE* SystemTable() { return &systemTable_; }
+  EFI_BOOT_SERVICES* BootServices() { return &bootServices_; }
+  EFI_RUNTIME_SERVICES* RuntimeServices() { return &runtimeServices_; }
+  // Computes the CRCs again after a table changed (UEFI 2.10, 4.2).
+  void SealTables();
+  // Adds, replaces or (table null) removes a configuration table and signals the event group of its GUID.
+  EFI_STATUS InstallConfigurationTable(const EFI_GUID& guid, void* table);
+  void* FindConfigurationTable(const EFI_GUID& guid) const;
+
+  // A subsystem of another directory, made with this machine as first argument and destroyed with it, the last one
+  // first. One of each type.
+  template <typename Type, typename... Args>
+  Type& Attach(Args&&... args) {
+    auto made = std::make_shared<Type>(*this, std::forward<Args>(args)...);
+    Type& reference = *made;
+    attached_.emplace_back(std::move(made));
+    byType_[std::type_index(typeid(Type))] = &reference;
+    return reference;
+  }
+  // Null when none of the type was attached.
+  template <typename Type>
+  Type* Get() const {
+    const auto found = byType_.find(std::type_index(typeid(Type)));
+    return found == byType_.end() ? nullptr : static_cast<Type*>(found->second);
+  }
+
+  // Whose code runs: pool blocks and events belong to it. Null is the firmware itself.
+  EFI_HANDLE CurrentOwner() const { return owners_.empty() ? nullptr : owners_.back(); }
+  void PushOwner(EFI_HANDLE owner) { owners_.push_back(owner); }
+  void PopOwner() { owners_.pop_back(); }
+
+  // The image whose blocks the outcome's leaks are looked for, and the data sections that hold its variables.
+  void SetDriver(EFI_HANDLE owner, std::vector<MemoryExtent> data);
+  // Further bytes that hold pointers (a loaded image's options, an interface's private data).
+  void AddRoot(MemoryExtent extent) { roots_.push_back(extent); }
+
+  // Runs the body until it returns or the boot ends. Not nested.
+  BootOutcome Run(const std::function<EFI_STATUS()>& body);
+  // Ends the running boot at once; what lies on its stack is abandoned. Outside Run it throws std::runtime_error.
+  [[noreturn]] void EndBoot(BootOutcome outcome);
+  [[noreturn]] void EndBoot(BootEnd end, std::string text = {});
+  bool Running() const { return running_; }
+
+  // Counts a service's call and gives the status that the fault script wants it to answer, if any.
+  std::optional<EFI_STATUS> OnCall(const char* service);
+  // A write of that kind took effect: counts it, and ends the boot where the script loses the power.
+  void OnWrite(std::string_view kind);
+
+  // UEFI 2.10, 7.3.12 and 7.3.13. driverImages ends with null; each may be null.
+  EFI_STATUS ConnectController(EFI_HANDLE controller, EFI_HANDLE* driverImages, EFI_DEVICE_PATH_PROTOCOL* remaining,
+                               bool recursive);
+  EFI_STATUS DisconnectController(EFI_HANDLE controller, EFI_HANDLE driver, EFI_HANDLE child);
+
+  // Installs an interface by its type; the handle is made when it is null.
+  template <typename Type>
+  EFI_STATUS Install(EFI_HANDLE& handle, Type* interface) {
+    return handles_.Install(&handle, &ProtocolGuid<Type>, interface);
+  }
+
+ private:
+  friend struct CrashCatcher;
+  std::vector<MemoryExtent> Roots(MemoryExtent stack) const;
+  void FillTables();
+
+  Counters counters_;
+  Clock clock_;
+  FaultScript faults_;
+  LowArena arena_;
+  LegacyMemory legacy_;
+  PoolAllocator pool_;
+  PageAllocator pages_;
+  HandleDatabase handles_;
+  EventManager events_;
+  PortBus ports_;
+
+  EFI_BOOT_SERVICES bootServices_{};
+  EFI_RUNTIME_SERVICES runtimeServices_{};
+  EFI_SYSTEM_TABLE systemTable_{};
+  std::vector<EFI_CONFIGURATION_TABLE> configuration_;
+
+  std::vector<std::shared_ptr<void>> attached_;
+  std::unordered_map<std::type_index, void*> byType_;
+  std::vector<EFI_HANDLE> owners_;
+
+  EFI_HANDLE driver_ = nullptr;
+  std::vector<MemoryExtent> driverData_;
+  std::vector<MemoryExtent> roots_;
+
+  bool running_ = false;
+  jmp_buf leave_;
+  const std::byte* stackTop_ = nullptr;
+  BootOutcome outcome_;
+};
+
+// The services of UEFI that the machine itself answers, for its tables (boot_services.cpp).
+void FillBootServices(EFI_BOOT_SERVICES& table);
+
+}  // namespace sim
