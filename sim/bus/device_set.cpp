@@ -1,0 +1,55 @@
+// Installation order is the order in which drivers of the same version are tried.
+#include "sim/bus/device_set.h"
+
+#include "sim/bus/media_drivers.h"
+#include "sim/bus/pci_drivers.h"
+#include "sim/bus/root_bridge_io.h"
+
+namespace sim {
+namespace {
+
+constexpr std::uint32_t kFirstPciAddress = 0xC0000000;
+
+}  // namespace
+
+struct DeviceSet::State {
+  DeviceTree tree;
+  std::vector<std::unique_ptr<RootBridgeIo>> rootBridges;
+  std::vector<std::unique_ptr<DevicePath>> paths;
+  std::vector<EFI_HANDLE> handles;
+  std::vector<std::unique_ptr<BusDriver>> drivers;
+};
+
+DeviceSet::DeviceSet(EFI_BOOT_SERVICES& boot, const BusContext& context, DeviceTree tree, const BuildOptions& options)
+    : state_(std::make_unique<State>()) {
+  state_->tree = std::move(tree);
+  std::uint32_t nextAddress = kFirstPciAddress;
+  for (const RootBridge& bridge : state_->tree.rootBridges) {
+    state_->rootBridges.push_back(std::make_unique<RootBridgeIo>(bridge, nextAddress, context));
+    state_->paths.push_back(std::make_unique<DevicePath>(state_->rootBridges.back()->Path()));
+    std::vector<Interface> interfaces = state_->rootBridges.back()->Interfaces();
+    interfaces.insert(interfaces.begin(), {ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>, state_->paths.back()->Get()});
+    EFI_HANDLE handle = nullptr;
+    for (const Interface& item : interfaces) {
+      (void)boot.InstallProtocolInterface(&handle, &item.guid, EFI_NATIVE_INTERFACE, item.pointer);
+    }
+    state_->handles.push_back(handle);
+  }
+  auto& drivers = state_->drivers;
+  drivers.push_back(MakePciBusDriver(boot, context));
+  for (auto& driver : MakeControllerDrivers(boot, context, state_->tree)) drivers.push_back(std::move(driver));
+  drivers.push_back(MakeUsbMassStorageDriver(boot, context));
+  drivers.push_back(MakeNetworkBootDriver(boot, context));
+  drivers.push_back(MakePartitionDriver(boot, context));
+  drivers.push_back(MakeFatDriver(boot, context));
+  if (!options.connected) return;
+  for (EFI_HANDLE handle : state_->handles) (void)boot.ConnectController(handle, nullptr, nullptr, TRUE);
+}
+
+DeviceSet::~DeviceSet() = default;
+
+const DeviceTree& DeviceSet::Tree() const { return state_->tree; }
+
+const std::vector<EFI_HANDLE>& DeviceSet::RootBridgeHandles() const { return state_->handles; }
+
+}  // namespace sim

@@ -1,0 +1,228 @@
+// A server's devices as plain values: PCI root bridges, the functions behind them, what hangs on each controller, and
+// the media inside. A description file fills it, tests build it in a few lines; BuildDevices makes drivers out of it.
+//   DeviceTree tree;
+//   tree.rootBridges.resize(1);
+//   tree.rootBridges[0].functions = {Ahci(0x1F, 2, {SataDisk(0, disk)}), UsbHost(0x1D, 0, {UsbStick(1, stick)})};
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "sim/storage/block_source.h"
+
+namespace sim {
+
+// What is in a drive. Empty: a drive without a medium. A folder of the host stands for one volume without partitions.
+struct Medium {
+  BlockSourcePtr blocks;
+  std::filesystem::path folder;
+  std::string label;  // of a folder's volume
+  [[nodiscard]] bool Present() const { return blocks != nullptr || !folder.empty(); }
+};
+
+enum class DriveKind { Disk, CdRom, Floppy };
+
+// What any drive tells about itself. Identify data and INQUIRY answers are made from it; longer texts are cut.
+struct Drive {
+  DriveKind kind = DriveKind::Disk;
+  bool removable = false;         // CD-ROM and floppy drives always are
+  std::string vendor = "SIM";     // 8 characters, INQUIRY only
+  std::string model = "DISK";     // 40 characters in Identify data, 16 in INQUIRY
+  std::string revision = "1.00";  // 8 characters in Identify data, 4 in INQUIRY
+  std::string serial;             // 20 characters
+  Medium medium;
+};
+
+struct SataDevice {
+  bool present = true;
+  std::uint16_t port = 0;
+  std::uint16_t multiplierPort = 0xFFFF;  // 0xFFFF: directly attached
+  Drive drive;
+};
+
+struct AtapiDevice {
+  bool present = true;
+  bool secondary = false;  // channel
+  bool slave = false;
+  std::uint16_t lun = 0;
+  bool serialAta = false;  // Identify word 76 tells a SATA drive behind an IDE interface
+  Drive drive;
+};
+
+struct NvmeNamespace {
+  bool present = true;
+  std::uint32_t id = 1;
+  std::uint64_t eui64 = 0;  // as the device path node holds it
+  Drive drive;
+};
+
+struct ScsiDevice {
+  bool present = true;
+  std::uint16_t target = 0;
+  std::uint64_t lun = 0;
+  std::optional<std::uint64_t> sasAddress;  // given: a SASEX node, the address big-endian in it; else a SCSI node
+  Drive drive;
+};
+
+enum class UsbKind { Hub, Keyboard, Mouse, MassStorage };
+enum class UsbTransport : std::uint8_t { BulkOnly = 0x50, CbiInterrupt = 0x00, Cbi = 0x01 };
+// How the units behind LUN 0 appear in device paths; LUN 0 is the device itself.
+enum class UsbUnitNode { LogicalUnit, Scsi };
+
+struct UsbDevice {
+  bool present = true;
+  UsbKind kind = UsbKind::MassStorage;
+  std::uint8_t port = 0;  // ParentPortNumber of the device path node, counted from 0
+  std::uint8_t interfaceNumber = 0;
+  std::uint16_t vendorId = 0x0D15;
+  std::uint16_t productId = 0xC0DE;
+  std::string manufacturer;
+  std::string product;
+  std::string serial;              // empty: the device has no serial number string
+  std::vector<UsbDevice> devices;  // behind a hub
+  UsbTransport transport = UsbTransport::BulkOnly;
+  UsbUnitNode unitNode = UsbUnitNode::LogicalUnit;
+  std::vector<Drive> units;  // mass storage: one per LUN
+};
+
+// What a network port answers when an image is to be booted from it.
+struct NetworkBoot {
+  std::vector<std::byte> image;       // used when not empty
+  std::filesystem::path imageFile;    // else this host file
+  EFI_STATUS status = EFI_NOT_FOUND;  // else this status: nobody answered
+};
+
+struct NetworkPort {
+  std::array<std::uint8_t, 6> mac{};
+  bool mediaPresent = true;  // false: LoadFile answers EFI_NO_MEDIA
+  bool ipv4 = true;          // offers an IPv4 child with load file
+  bool ipv6 = true;
+  bool bootMacNode = false;  // offers load file on the MAC node itself
+  NetworkBoot boot;
+};
+
+struct FloppyDrive {
+  bool present = true;
+  Medium medium;
+};
+
+// The controllers, by the driver that serves them. A function without one is there in configuration space only.
+struct NoController {};
+struct IsaBridge {
+  bool keyboard = true;
+  bool mouse = true;
+  std::uint32_t serialPorts = 2;  // UIDs from 0
+  bool floppyController = false;  // PNP0604
+  FloppyDrive floppy{.present = false, .medium = {}};
+};
+struct AhciController {
+  std::vector<SataDevice> devices;
+};
+struct IdeController {
+  std::vector<AtapiDevice> devices;
+};
+struct NvmeController {
+  std::vector<NvmeNamespace> namespaces;
+};
+struct ScsiController {
+  std::vector<ScsiDevice> devices;
+  bool extendedPassThru = true;
+  bool olderPassThru = false;
+  std::uint32_t adapterId = 7;
+};
+struct UsbHostController {
+  std::vector<UsbDevice> devices;
+};
+struct NetworkController {
+  std::vector<NetworkPort> ports;  // nearly always one
+};
+struct DisplayController {
+  std::uint32_t width = 1024;
+  std::uint32_t height = 768;
+};
+struct PciFunction;
+struct PciBridge {
+  std::optional<std::uint8_t> secondaryBus;  // not given: the next free number
+  std::vector<PciFunction> functions;
+};
+
+using Controller = std::variant<NoController, IsaBridge, AhciController, IdeController, NvmeController, ScsiController,
+                                UsbHostController, NetworkController, DisplayController, PciBridge>;
+
+// Memory or I/O behind a base address register, for functions whose registers software reads.
+class BarModel {
+ public:
+  virtual ~BarModel() = default;
+  // `width` is 1, 2, 4 or 8 bytes, and the access lies within the register's size.
+  virtual std::uint64_t Read(std::uint64_t offset, unsigned width) = 0;
+  virtual void Write(std::uint64_t offset, unsigned width, std::uint64_t value) = 0;
+};
+
+struct PciBar {
+  std::uint8_t index = 0;  // 0 to 5
+  bool io = false;
+  std::uint64_t size = 4096;        // in bytes, a power of two, at least 16
+  std::shared_ptr<BarModel> model;  // null: reads as zeros, writes are lost
+};
+
+struct PciFunction {
+  bool present = true;
+  std::uint8_t device = 0;    // 0 to 31
+  std::uint8_t function = 0;  // 0 to 7
+  std::uint16_t vendorId = 0x8086;
+  std::uint16_t deviceId = 0x0001;
+  std::uint16_t subsystemVendorId = 0x1137;
+  std::uint16_t subsystemId = 0;
+  std::uint8_t revision = 0;
+  std::uint32_t classCode = 0xFF0000;  // class, subclass, programming interface: 0x010601 is AHCI
+  bool embedded = false;               // on the board: the embedded-device attribute
+  bool driver = true;                  // false: no driver serves the controller (its option ROM is not run)
+  std::u16string driverName;           // component names; empty: the driver's own, and no controller name
+  std::u16string controllerName;
+  std::vector<PciBar> bars;
+  std::vector<std::byte> optionRom;
+  Controller controller;
+};
+
+struct RootBridge {
+  std::uint32_t uid = 0;
+  bool express = false;  // PNP0A08 instead of PNP0A03 in its device path
+  std::uint32_t segment = 0;
+  std::uint8_t firstBus = 0;
+  std::uint8_t lastBus = 0xFF;
+  std::vector<PciFunction> functions;
+};
+
+struct DeviceTree {
+  std::vector<RootBridge> rootBridges;
+};
+
+// Short forms with the usual class codes, for tests and descriptions.
+[[nodiscard]] PciFunction Ahci(std::uint8_t device, std::uint8_t function, std::vector<SataDevice> devices);
+[[nodiscard]] PciFunction Ide(std::uint8_t device, std::uint8_t function, std::vector<AtapiDevice> devices);
+[[nodiscard]] PciFunction Nvme(std::uint8_t device, std::uint8_t function, std::vector<NvmeNamespace> namespaces);
+[[nodiscard]] PciFunction Sas(std::uint8_t device, std::uint8_t function, std::vector<ScsiDevice> devices);
+// An EHCI controller, or with `xhci` an XHCI one.
+[[nodiscard]] PciFunction UsbHost(std::uint8_t device, std::uint8_t function, std::vector<UsbDevice> devices,
+                                  bool xhci = false);
+[[nodiscard]] PciFunction Network(std::uint8_t device, std::uint8_t function, std::array<std::uint8_t, 6> mac);
+[[nodiscard]] PciFunction Isa(std::uint8_t device, std::uint8_t function);
+[[nodiscard]] PciFunction Display(std::uint8_t device, std::uint8_t function, bool embedded);
+[[nodiscard]] PciFunction Bridge(std::uint8_t device, std::uint8_t function, std::vector<PciFunction> functions);
+[[nodiscard]] SataDevice SataDisk(std::uint16_t port, BlockSourcePtr disk, std::string serial = "S1");
+[[nodiscard]] SataDevice SataDvd(std::uint16_t port, BlockSourcePtr disc);
+[[nodiscard]] UsbDevice UsbStick(std::uint8_t port, BlockSourcePtr disk, std::string serial = "U1");
+[[nodiscard]] UsbDevice UsbDvd(std::uint8_t port, BlockSourcePtr disc);
+[[nodiscard]] UsbDevice UsbHub(std::uint8_t port, std::vector<UsbDevice> devices);
+[[nodiscard]] UsbDevice UsbKeyboard(std::uint8_t port);
+
+// What is wrong with the tree, as a text for its maker: two functions or devices in one place, a number out of range.
+// Empty when nothing is.
+[[nodiscard]] std::string CheckDeviceTree(const DeviceTree& tree);
+
+}  // namespace sim
