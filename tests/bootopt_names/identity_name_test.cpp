@@ -1,0 +1,106 @@
+// The name by which a device is recognised again: serial numbers first.
+#include "bootopt/naming.h"
+#include "platform/usb_io.h"
+#include "tests/bootopt_names/name_fakes.h"
+#include "tests/support/boot_lists_fixture.h"
+
+namespace bds {
+namespace {
+
+using fake::Path;
+
+struct UsbSerialDevice : EFI_USB_IO_PROTOCOL {
+  UINT8 SerialIndex = 3;
+  UsbSerialDevice() : EFI_USB_IO_PROTOCOL{} {
+    UsbGetDeviceDescriptor = [](EFI_USB_IO_PROTOCOL* self, EFI_USB_DEVICE_DESCRIPTOR* descriptor) EFIAPI -> EFI_STATUS {
+      *descriptor = {};
+      descriptor->StrSerialNumber = static_cast<UsbSerialDevice*>(self)->SerialIndex;
+      return EFI_SUCCESS;
+    };
+    UsbGetStringDescriptor = [](EFI_USB_IO_PROTOCOL*, UINT16 language, UINT8 index, CHAR16** text)
+                                 EFIAPI -> EFI_STATUS {
+      EXPECT_EQ(language, 0x0409);
+      if (index != 3) {
+        return EFI_NOT_FOUND;
+      }
+      *text = CopyText(u"USB-SN-1", 8).release();
+      return EFI_SUCCESS;
+    };
+  }
+};
+
+class IdentityName : public fake::BootListsTest {
+ protected:
+  std::u16string NameOf(const BOOT_OPTION& option) {
+    CHAR16 buffer[kNameCapacity];
+    const UINTN length = BuildDeviceIdentityName(option, buffer);
+    EXPECT_EQ(length, TextLength(buffer)) << "the NUL stands behind the name";
+    return buffer;
+  }
+};
+
+TEST_F(IdentityName, TheAtaSerialStandsAsTheDriveStoresIt) {
+  fake::DiskInfo disk;
+  disk.SetSerial("DW-CWMA1234567");
+  BOOT_OPTION& option = AddOption();
+  option.DeviceHandle = Fw.NewHandle(fake::PciRoot());
+  Fw.Install(option.DeviceHandle, static_cast<EFI_DISK_INFO_PROTOCOL*>(&disk));
+  EXPECT_EQ(NameOf(option), u"DW-CWMA1234567      ") << "20 characters, blanks kept, pairs not swapped";
+  disk.IdentifyData[24] = 0;
+  EXPECT_EQ(NameOf(option), u"DW-C") << "a NUL ends it";
+  disk.IdentifyData[20] = 0;
+  EXPECT_EQ(NameOf(option), u"");
+}
+
+TEST_F(IdentityName, IdentifyDataOfAnotherSizeIsNoIdentifyData) {
+  fake::DiskInfo disk;
+  disk.SetSerial("SERIAL");
+  BOOT_OPTION& option = AddOption();
+  option.DeviceHandle = Fw.NewHandle(fake::PciRoot());
+  Fw.Install(option.DeviceHandle, static_cast<EFI_DISK_INFO_PROTOCOL*>(&disk));
+  for (const UINTN size : {0, 511, 513, 4096}) {
+    disk.IdentifyData.resize(size);
+    EXPECT_EQ(NameOf(option), u"") << size;
+  }
+  disk.IdentifyData.assign(512, 'x');
+  disk.Status = EFI_DEVICE_ERROR;
+  EXPECT_EQ(NameOf(option), u"");
+}
+
+TEST_F(IdentityName, APartitionHasItsDisksSerial) {
+  fake::DiskInfo disk;
+  fake::BlockIo whole(false);
+  fake::BlockIo part(true);
+  disk.SetSerial("OF-THE-DISK-12345678");
+  const EFI_HANDLE diskHandle = Fw.NewHandle(fake::PciRoot());
+  Fw.Install(diskHandle, static_cast<EFI_DISK_INFO_PROTOCOL*>(&disk));
+  Fw.Install(diskHandle, static_cast<EFI_BLOCK_IO_PROTOCOL*>(&whole));
+  BOOT_OPTION& option = AddOption();
+  option.DeviceHandle = Fw.NewHandle(fake::PciRoot().Node(4, 1, fake::HardDriveBody(1)));
+  Fw.Install(option.DeviceHandle, static_cast<EFI_BLOCK_IO_PROTOCOL*>(&part));
+  EXPECT_EQ(NameOf(option), u"OF-THE-DISK-12345678");
+}
+
+TEST_F(IdentityName, ThenUsbSerialThenDescription) {
+  UsbSerialDevice usb;
+  BBS_TABLE entry{};
+  entry.DescStringSegment = 0xE000;
+  Fw.WriteLegacy(0xE0000, std::string("USB Stick \0", 11));
+  const auto path = fake::PciRoot().Node(3, 5, {1, 0});
+  Fw.Install(Fw.NewHandle(path), static_cast<EFI_USB_IO_PROTOCOL*>(&usb));
+  BOOT_OPTION& option = AddOption();
+  option.BbsEntry = &entry;
+  option.DeviceHandle = Fw.NewHandle(Path(path).Node(4, 1, fake::HardDriveBody(1)));
+  EXPECT_EQ(NameOf(option), u"USB-SN-1");
+  usb.SerialIndex = 9;
+  EXPECT_EQ(NameOf(option), u"USB Stick") << "the string cannot be read";
+  usb.SerialIndex = 0;
+  EXPECT_EQ(NameOf(option), u"USB Stick");
+  option.BbsEntry = nullptr;
+  EXPECT_EQ(NameOf(option), u"");
+  option.DeviceHandle = nullptr;
+  EXPECT_EQ(NameOf(option), u"");
+}
+
+}  // namespace
+}  // namespace bds

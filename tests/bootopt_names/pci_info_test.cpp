@@ -1,0 +1,75 @@
+// What configuration space says, in words.
+#include "bootopt/naming.h"
+#include "bootopt/pci_tables.h"
+#include "tests/bootopt_names/name_fakes.h"
+#include "tests/support/boot_lists_fixture.h"
+
+namespace bds {
+namespace {
+
+using fake::Path;
+
+TEST(PciTables, KnownAndUnknownCodes) {
+  EXPECT_STREQ(PciClassName(0x00), "Pre 2.0 device");
+  EXPECT_STREQ(PciClassName(0x11), "Data Acquisition & Signal Processing Controllers");
+  EXPECT_STREQ(PciClassName(0xFF), "Device does not fit in any defined classes");
+  EXPECT_STREQ(PciClassName(0x12), "UNDEFINED");
+  EXPECT_STREQ(PciSubClassName(0x01, 0x06), "SATA");
+  EXPECT_STREQ(PciSubClassName(0x01, 0x7F), "UNDEFINED");
+  EXPECT_STREQ(PciSubClassName(0x12, 0x00), "UNDEFINED");
+  EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x30), "xHCI");
+  EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x31), "UNDEFINED");
+  const std::pair<UINT16, const char*> vendors[] = {{0x1000, "LSI Logic"}, {0x1002, "AMD"},      {0x1022, "AMD"},
+                                                    {0x102B, "Matrox"},    {0x1077, "Qlogic"},   {0x10DF, "Emulex"},
+                                                    {0x1137, "Veyra"},     {0x14E4, "Broadcom"}, {0x19A2, "Emulex"},
+                                                    {0x8086, "Intel"},     {0x9004, "Adaptec"},  {0x9005, "Adaptec"}};
+  for (const auto& [id, name] : vendors) {
+    EXPECT_STREQ(PciVendorName(id), name);
+  }
+  EXPECT_EQ(PciVendorName(0x1234), nullptr);
+  EXPECT_EQ(PciVendorName(0xFFFF), nullptr);
+}
+
+class PciInfo : public fake::BootListsTest {};
+
+TEST_F(PciInfo, ComesFromTheFunctionNearestToThePathsEnd) {
+  fake::PciIo bridge, controller;
+  bridge.Config[0] = 0x34;
+  controller.Bus = 2;
+  controller.Device = 0x1F;
+  controller.Function = 3;
+  controller.Config[0] = 0x37;
+  controller.Config[1] = 0x11;
+  controller.Config[9] = 0x01;
+  controller.Config[10] = 0x06;
+  controller.Config[11] = 0x01;
+  const auto upper = fake::PciRoot().Node(1, 1, {0, 1});
+  const auto lower = Path(upper).Node(1, 1, {3, 0x1F});
+  Fw.Install(Fw.NewHandle(upper), static_cast<EFI_PCI_IO_PROTOCOL*>(&bridge));
+  Fw.Install(Fw.NewHandle(lower), static_cast<EFI_PCI_IO_PROTOCOL*>(&controller));
+  const fake::Data disk = Path(lower).Node(3, 18, {0, 0, 0, 0, 0, 0}).Bytes();
+  const auto* path = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(disk.data());
+  PCI_DEVICE_INFO info;
+  ASSERT_EQ(GetPciDeviceInfo(path, info), EFI_SUCCESS);
+  EXPECT_EQ(info.Bus, 2U);
+  EXPECT_EQ(info.Device, 0x1FU);
+  EXPECT_EQ(info.Function, 3U);
+  EXPECT_EQ(info.VendorId, 0x1137);
+  EXPECT_STREQ(info.VendorName, "Veyra");
+  EXPECT_STREQ(info.ClassName, "Mass Storage Controller");
+  EXPECT_STREQ(info.SubClassName, "SATA");
+  EXPECT_STREQ(info.InterfaceName, "AHCI 1.0");
+  controller.Config.resize(4);
+  EXPECT_EQ(GetPciDeviceInfo(path, info), EFI_UNSUPPORTED);
+  EXPECT_EQ(info.VendorId, 0) << "nothing of a failed answer is kept";
+}
+
+TEST_F(PciInfo, NeedsAPciFunctionAndAGoodPath) {
+  PCI_DEVICE_INFO info;
+  const fake::Data path = fake::PciRoot().Bytes();
+  EXPECT_EQ(GetPciDeviceInfo(reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(path.data()), info), EFI_NOT_FOUND);
+  EXPECT_EQ(GetPciDeviceInfo(nullptr, info), EFI_INVALID_PARAMETER);
+}
+
+}  // namespace
+}  // namespace bds
