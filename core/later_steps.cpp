@@ -1,0 +1,20 @@
+// The steps whose subject is still to be built. Each leaves the lists and NVRAM as they are; docs/status.md lists them.
+#include "core/steps.h"
+
+namespace bds {
+
+void MACAddressInfoInitialize() {}            // MAC address inventory
+void BootOrderTableEntryPoint() {}            // boot order table exchange with the BMC
+void AdjustEfiOsBootOrder() {}                // order of the OS loader options
+void GenerateUefiPolicyOptionsEntry() {}      // UEFI options that a boot policy asks for
+void CreateEfiOsBootOption() {}               // OS loader options
+void CheckForNoAssociateOption() {}           // the BMC's view of options without devices
+void SetGroupBootOrder() {}                   // the BMC's group order
+void EfiOsName_NormalizeBootOptions() {}      // names of OS loader options
+void DeleteIdenticalBootOptions() {}          // duplicate options
+void InactivateLoadingPlaceholderOption() {}  // place-holder options
+void SetDefaultKuiBootOrder() {}              // default boot order
+void BuildBootOrderTable() {}                 // boot order table for the BMC
+void RemoveBootxxxx() {}                      // stale Boot#### variables
+
+}  // namespace bds
