@@ -1,5 +1,8 @@
 #include "bootopt/option_numbers.h"
 
+#include "bootopt/load_option.h"
+#include "bootopt/orphan_mask.h"
+#include "support/text.h"
 #include "support/variables.h"
 
 namespace bds {
@@ -7,19 +10,32 @@ namespace {
 
 constexpr UINT32 kFirstNumber = 1;
 
-bool Contains(Bytes order, UINT16 number) {
-  for (ByteReader reader(order); reader.Remaining() >= sizeof(UINT16);) {
-    UINT16 listed = 0;
-    if (reader.Read(listed) && listed == number) {
-      return true;
-    }
-  }
-  return false;
+bool SameBytes(Bytes bytes, const void* other, UINTN size) {
+  return bytes.size() == size && EqualMemory(bytes.data(), other, size);
 }
 
-bool IsListed(const BOOT_OPTION_LIST& list, UINT16 number) {
+// Attributes and the orphan mask, which change from boot to boot, do not count.
+bool IsImageOf(const LoadOptionView& view, const BOOT_OPTION& option) {
+  if (!option.Description || !option.FilePathList) {
+    return false;
+  }
+  const Bytes path =
+      BehindOrphanMask({reinterpret_cast<const std::byte*>(option.FilePathList.get()), option.FilePathListLength});
+  return SameBytes(view.Description, option.Description.get(),
+                   (TextLength(option.Description.get()) + 1) * sizeof(CHAR16)) &&
+         SameBytes(BehindOrphanMask(view.FilePathList), path.data(), path.size()) &&
+         SameBytes(view.OptionalData, option.OptionalData.get(), option.OptionalDataSize);
+}
+
+bool IsFirmwareImage(const LoadOptionView& view) {
+  ByteReader data(view.OptionalData);
+  return data.SkipIfEqual(kFirmwareMarker) || data.SkipIfEqual(kGroupMarker);
+}
+
+template <typename Predicate>
+bool AnyOption(const BOOT_OPTION_LIST& list, Predicate predicate) {
   for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
-    if (option->BootOptionNumber == number) {
+    if (predicate(*option)) {
       return true;
     }
   }
@@ -29,29 +45,31 @@ bool IsListed(const BOOT_OPTION_LIST& list, UINT16 number) {
 }  // namespace
 
 OptionNumberAllocator::OptionNumberAllocator(const BOOT_OPTION_LIST& list) : list_(list) {
-  UINT32 largest = 0;
-  renumbering_ = true;
   for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
-    if (option->BootOptionNumber == kNoBootOptionNumber) {
-      continue;
+    const UINT32 number = option->BootOptionNumber;
+    if (number != kNoBootOptionNumber && number >= next_) {
+      next_ = number + 1;
     }
-    renumbering_ = false;
-    largest = option->BootOptionNumber > largest ? option->BootOptionNumber : largest;
-  }
-  next_ = largest + 1;
-  if (renumbering_) {
-    static_cast<void>(ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, oldOrder_));
   }
 }
 
-// When every option is numbered anew, the variables in the old order are these options' own earlier ones and are
-// overwritten; any other variable that exists belongs to somebody else.
 bool OptionNumberAllocator::IsFree(UINT16 number) const {
-  if (IsListed(list_, number)) {
-    return false;
+  return !AnyOption(list_, [number](const BOOT_OPTION& option) { return option.BootOptionNumber == number; }) &&
+         MayOverwrite(number);
+}
+
+// A variable may go when the firmware made it, or when its option is in the list: numbered anew, that option is saved
+// in another place. Any other belongs to somebody whose option was not loaded.
+bool OptionNumberAllocator::MayOverwrite(UINT16 number) const {
+  PoolBuffer image;
+  const EFI_STATUS status = ReadVariable(BootVariableName(number), gEfiGlobalVariableGuid, image);
+  if (EFI_ERROR(status)) {
+    return status == EFI_NOT_FOUND;
   }
-  return (renumbering_ && Contains(oldOrder_.Bytes(), number)) ||
-         !VariableExists(BootVariableName(number), gEfiGlobalVariableGuid);
+  LoadOptionView view;
+  return ViewLoadOption(image.Bytes(), view) &&
+         (IsFirmwareImage(view) ||
+          AnyOption(list_, [&view](const BOOT_OPTION& option) { return IsImageOf(view, option); }));
 }
 
 UINT16 OptionNumberAllocator::Next() {

@@ -1,4 +1,4 @@
-// Numbers for new options: never one in use, by an option of the list or by a variable that is not one of its options.
+// Numbers for new options: never one in use, by an option of the list or by a variable that somebody else made.
 #pragma once
 
 #include "bootopt/boot_lists.h"
@@ -16,10 +16,9 @@ class OptionNumberAllocator {
 
  private:
   [[nodiscard]] bool IsFree(UINT16 number) const;
+  [[nodiscard]] bool MayOverwrite(UINT16 number) const;
 
   const BOOT_OPTION_LIST& list_;
-  PoolBuffer oldOrder_;  // the numbers that may be written anew, when no option kept its own
-  bool renumbering_ = false;
   UINT32 next_ = 1;
   bool wrapped_ = false;
 };

@@ -157,33 +157,24 @@ struct NumberCase {
   const char* Name;
   std::vector<UINT16> Numbers;            // in tag order
   std::vector<std::u16string> Variables;  // Boot#### in the store
-  std::vector<UINT16> BootOrder;
   std::vector<unsigned> Expected;
 };
 
 TEST(Numbers, NewOptionsGetFreeOnes) {
   const NumberCase cases[] = {
-      {"none numbered: from 1", {kNone, kNone}, {}, {}, {1, 2}},
-      {"behind the largest", {7, kNone, 3, kNone}, {}, {}, {7, 8, 3, 9}},
-      {"0 is a number", {0, kNone}, {}, {}, {0, 1}},
-      {"an unlisted variable is passed over", {4, kNone, kNone}, {u"Boot0004", u"Boot0005"}, {4}, {4, 6, 7}},
-      {"0xFFFE taken: the lowest free one", {0xFFFE, kNone, 1, kNone}, {u"Boot0002"}, {}, {0xFFFE, 3, 1, 4}},
-      {"0xFFFD taken: first 0xFFFE", {0xFFFD, kNone, kNone}, {}, {}, {0xFFFD, 0xFFFE, 1}},
-      {"all anew: their own variables are overwritten", {kNone, kNone}, {u"Boot0001", u"Boot0002"}, {2, 1}, {1, 2}},
-      {"all anew: a variable that is not in the order stays", {kNone, kNone}, {u"Boot0001"}, {9}, {2, 3}},
+      {"none numbered: from 1", {kNone, kNone}, {}, {1, 2}},
+      {"behind the largest", {7, kNone, 3, kNone}, {}, {7, 8, 3, 9}},
+      {"0 is a number", {0, kNone}, {}, {0, 1}},
+      {"an unlisted variable is passed over", {4, kNone, kNone}, {u"Boot0004", u"Boot0005"}, {4, 6, 7}},
+      {"0xFFFE taken: the lowest free one", {0xFFFE, kNone, 1, kNone}, {u"Boot0002"}, {0xFFFE, 3, 1, 4}},
+      {"0xFFFD taken: first 0xFFFE", {0xFFFD, kNone, kNone}, {}, {0xFFFD, 0xFFFE, 1}},
+      {"all anew: an unlisted variable is passed over", {kNone, kNone}, {u"Boot0001"}, {2, 3}},
   };
   for (const NumberCase& row : cases) {
     SCOPED_TRACE(row.Name);
     FakeServer firmware;
     for (const auto& name : row.Variables) {
       StoreBootVariable(firmware, name);
-    }
-    Blob order;
-    for (const UINT16 number : row.BootOrder) {
-      order = order + LittleEndian(number);
-    }
-    if (!order.empty()) {
-      firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, order);
     }
     UINT32 priority = 256;
     for (const UINT16 number : row.Numbers) {
@@ -193,6 +184,60 @@ TEST(Numbers, NewOptionsGetFreeOnes) {
     bds::SetDefaultBootOptionTags();
     bds::SetBootOptionPriorities();
     EXPECT_EQ(Numbers(), row.Expected);
+  }
+}
+
+// What a policy boot finds: the options' own variables, under the numbers of the boot before.
+TEST(Numbers, NumberedAnewOptionsTakeTheirOwnVariables) {
+  const Blob path = PciRoot() + End();
+  struct Case {
+    const char* Name;
+    UINT32 Attributes;
+    std::u16string Description;
+    Blob Path;
+    Blob Data;
+    unsigned Expected;
+  };
+  const Case cases[] = {
+      {"the same option", 1, u"name", path, {}, 1},
+      {"hidden then", 9, u"name", path, {}, 1},
+      {"masked then", 1, u"name", HardwareVendor(bds::kOrphanMaskGuid) + End() + path, {}, 1},
+      {"another name", 1, u"mine", path, {}, 2},
+      {"another path", 1, u"name", Bbs(2) + End(), {}, 2},
+      {"other data", 1, u"name", path, B({1}), 2},
+  };
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.Name);
+    FakeServer firmware;
+    firmware.SetVariable(u"Boot0001", gEfiGlobalVariableGuid, 7,
+                         LittleEndian(row.Attributes) + LittleEndian(static_cast<UINT16>(row.Path.size())) +
+                             Utf16(row.Description) + row.Path + row.Data);
+    AddOption(path);
+    bds::SetDefaultBootOptionTags();
+    bds::SetBootOptionPriorities();
+    EXPECT_EQ(Numbers(), (std::vector<unsigned>{row.Expected}));
+  }
+}
+
+TEST(Numbers, TheFirmwaresOwnLeftOverVariablesAreTakenAgain) {
+  const std::pair<Blob, unsigned> cases[] = {
+      {B({0, 0, 0x42, 0x4F}), 5},           // firmware marker
+      {B({0, 0, 0x47, 0x4F, 1, 2, 3}), 5},  // group marker
+      {B({0, 0, 0x4E, 0x4F}), 6},           // a member's marker makes nothing the firmware's
+      {B({0, 0, 0x42}), 6},
+      {{}, 6},
+  };
+  for (const auto& [data, expected] : cases) {
+    FakeServer firmware;
+    const Blob path = PciRoot() + End();
+    firmware.SetVariable(
+        u"Boot0005", gEfiGlobalVariableGuid, 7,
+        LittleEndian<UINT32>(1) + LittleEndian(static_cast<UINT16>(path.size())) + Utf16(u"x") + path + data);
+    AddOption(path, false, 4, 256);
+    AddOption(path);
+    bds::SetDefaultBootOptionTags();
+    bds::SetBootOptionPriorities();
+    EXPECT_EQ(Numbers(), (std::vector<unsigned>{4, expected}));
   }
 }
 

@@ -39,11 +39,13 @@ void RunOptionSteps() {
 class Server {
  public:
   static constexpr unsigned kSlots = 12;
+  int WritesOfLastBoot = 0;
 
   void Plug(unsigned slot, bool plugged) { plugged_[slot] = plugged; }
   bool Plugged(unsigned slot) const { return plugged_[slot]; }
 
-  void Boot(std::map<VariableKey, StoredVariable>& nvram, std::string& log) {
+  // One boot's option steps on the variables given. disturb, when given, changes the server before the steps run.
+  void Boot(std::map<VariableKey, StoredVariable>& nvram, const std::function<void(FakeServer&)>& disturb = {}) {
     FakeServer firmware;
     firmware.Variables = nvram;
     EFI_LOAD_FILE_PROTOCOL loadFile{};
@@ -74,9 +76,12 @@ class Server {
       }
     }
     firmware.PublishBbsTable(bbs);
+    if (disturb) {
+      disturb(firmware);
+    }
     RunOptionSteps();
     nvram = firmware.Variables;
-    log = firmware.Log();
+    WritesOfLastBoot = firmware.Writes;
   }
 
  private:
@@ -102,9 +107,21 @@ std::vector<UINT16> BootOrderOf(const std::map<VariableKey, StoredVariable>& nvr
   return {};
 }
 
+const Blob kForeignData = B({0xDE, 0xAD});
+
+// Boot#### variables that still hold what the installer put into them.
+int ForeignOptions(const std::map<VariableKey, StoredVariable>& nvram) {
+  int count = 0;
+  for (const auto& [key, variable] : nvram) {
+    const Blob& data = variable.Data;
+    count += data.size() > 2 && std::equal(kForeignData.begin(), kForeignData.end(), data.end() - 2) ? 1 : 0;
+  }
+  return count;
+}
+
 Blob ForeignImage(const Blob& path) {
   return LittleEndian<UINT32>(1) + LittleEndian(static_cast<UINT16>(path.size())) + Utf16(u"mine") + path +
-         B({0xDE, 0xAD});
+         kForeignData;
 }
 
 std::map<VariableKey, StoredVariable> InstalledSystem(UINT16 highest) {
@@ -127,12 +144,11 @@ TEST(SteadyState, AHundredBootsOfAnUnchangedServerChangeNothing) {
     server.Plug(slot, true);
   }
   auto nvram = InstalledSystem(4);
-  std::string log;
-  server.Boot(nvram, log);
+  server.Boot(nvram);
   const auto first = nvram;
   EXPECT_EQ(BootOrderOf(nvram).size(), 2u + Server::kSlots);
   for (int boot = 2; boot <= 100; ++boot) {
-    server.Boot(nvram, log);
+    server.Boot(nvram);
     ASSERT_EQ(nvram, first) << "boot " << boot;
   }
 }
@@ -143,11 +159,10 @@ TEST(SteadyState, AThousandRandomBootsLoseAndDuplicateNothing) {
     std::mt19937 random(highest);
     Server server;
     auto nvram = InstalledSystem(highest);
-    std::string log;
     for (int boot = 1; boot <= 1000; ++boot) {
       const auto slot = static_cast<unsigned>(random() % Server::kSlots);
       server.Plug(slot, !server.Plugged(slot));
-      server.Boot(nvram, log);
+      server.Boot(nvram);
       std::vector<UINT16> order = BootOrderOf(nvram);
       unsigned present = 0;
       for (unsigned i = 0; i < Server::kSlots; ++i) {
@@ -158,20 +173,101 @@ TEST(SteadyState, AThousandRandomBootsLoseAndDuplicateNothing) {
       ASSERT_EQ(std::adjacent_find(order.begin(), order.end()), order.end()) << "boot " << boot;
       ASSERT_TRUE(std::binary_search(order.begin(), order.end(), UINT16{2})) << "boot " << boot;
       ASSERT_TRUE(std::binary_search(order.begin(), order.end(), highest)) << "boot " << boot;
-      int foreign = 0;
       int bootVariables = 0;
       for (const auto& [key, variable] : nvram) {
         bootVariables += key.first.starts_with(u"Boot") && key.first != u"BootOrder" ? 1 : 0;
-        const Blob tail = B({0xDE, 0xAD});
-        foreign +=
-            std::search(variable.Data.begin(), variable.Data.end(), tail.begin(), tail.end()) != variable.Data.end()
-                ? 1
-                : 0;
       }
-      ASSERT_EQ(foreign, 2) << "boot " << boot;
+      ASSERT_EQ(ForeignOptions(nvram), 2) << "boot " << boot;
       ASSERT_EQ(bootVariables, static_cast<int>(order.size())) << "boot " << boot << ": no variable is left behind";
     }
   }
+}
+
+// Checks the order after a disturbed boot and an undisturbed one: nothing foreign lost, one option per device.
+void ExpectWhole(const std::map<VariableKey, StoredVariable>& nvram, unsigned devices) {
+  std::vector<UINT16> order = BootOrderOf(nvram);
+  EXPECT_EQ(order.size(), 2 + devices);
+  std::sort(order.begin(), order.end());
+  EXPECT_EQ(std::adjacent_find(order.begin(), order.end()), order.end());
+  EXPECT_TRUE(std::binary_search(order.begin(), order.end(), UINT16{2}));
+  EXPECT_TRUE(std::binary_search(order.begin(), order.end(), UINT16{4}));
+  EXPECT_EQ(ForeignOptions(nvram), 2);
+}
+
+// A server that ran for a while, and then lost two devices and got two others.
+struct ChangedServer {
+  ChangedServer() : nvram(InstalledSystem(4)) {
+    for (const unsigned slot : {0u, 1u, 2u, 5u}) {
+      server.Plug(slot, true);
+    }
+    server.Boot(nvram);
+    for (const unsigned slot : {0u, 2u}) {
+      server.Plug(slot, false);
+    }
+    for (const unsigned slot : {4u, 8u}) {
+      server.Plug(slot, true);
+    }
+    auto undisturbed = nvram;
+    server.Boot(undisturbed);
+    writes = server.WritesOfLastBoot;
+  }
+  static constexpr unsigned kDevices = 4;
+  Server server;
+  std::map<VariableKey, StoredVariable> nvram;
+  int writes = 0;  // of an undisturbed boot
+};
+
+TEST(SteadyState, AnyRefusedWriteIsMadeUpForOnTheNextBoot) {
+  const ChangedServer start;
+  ASSERT_GT(start.writes, 8);
+  for (int refused = 1; refused <= start.writes; ++refused) {
+    SCOPED_TRACE(refused);
+    ChangedServer after = start;
+    after.server.Boot(after.nvram, [refused](FakeServer& firmware) {
+      firmware.RefuseWrite = [&firmware, refused](const std::u16string&) {
+        return firmware.Writes == refused ? EFI_OUT_OF_RESOURCES : EFI_SUCCESS;
+      };
+    });
+    EXPECT_EQ(ForeignOptions(after.nvram), 2);
+    after.server.Boot(after.nvram);
+    ExpectWhole(after.nvram, ChangedServer::kDevices);
+  }
+}
+
+TEST(SteadyState, PowerLostAfterAnyWriteIsMadeUpForOnTheNextBoot) {
+  const ChangedServer start;
+  for (int last = 0; last <= start.writes; ++last) {
+    SCOPED_TRACE(last);
+    ChangedServer after = start;
+    after.server.Boot(after.nvram, [last](FakeServer& firmware) {
+      firmware.RefuseWrite = [&firmware, last](const std::u16string&) {
+        return firmware.Writes > last ? EFI_DEVICE_ERROR : EFI_SUCCESS;  // nothing reaches the store any more
+      };
+    });
+    EXPECT_EQ(ForeignOptions(after.nvram), 2);
+    after.server.Boot(after.nvram);
+    ExpectWhole(after.nvram, ChangedServer::kDevices);
+  }
+}
+
+TEST(SteadyState, AnyFailedAllocationLeavesForeignVariablesWhole) {
+  const ChangedServer start;
+  int failures = 0;
+  for (int successes = 0; successes < 3000; ++successes) {
+    SCOPED_TRACE(successes);
+    ChangedServer after = start;
+    bool failed = false;
+    after.server.Boot(after.nvram, [&](FakeServer& firmware) {
+      firmware.PoolFailsAfter = successes;
+      firmware.PoolFailed = &failed;
+    });
+    failures += failed ? 1 : 0;
+    EXPECT_EQ(ForeignOptions(after.nvram), 2);
+    if (!failed) {
+      break;
+    }
+  }
+  EXPECT_GT(failures, 50);
 }
 
 }  // namespace

@@ -58,7 +58,12 @@ Blob BuiltInApplication() { return Node(4, 3, LittleEndian(bds::kBuiltInApplicat
 
 struct ServerServices {
   static EFI_STATUS EFIAPI AllocatePool(EFI_MEMORY_TYPE type, UINTN size, VOID** buffer) {
-    return gServer->PoolExhausted ? EFI_OUT_OF_RESOURCES : gServer->allocatePool_(type, size, buffer);
+    const bool failsNow = gServer->PoolFailsAfter == 0;
+    gServer->PoolFailsAfter -= gServer->PoolFailsAfter >= 0 ? 1 : 0;
+    if (failsNow && gServer->PoolFailed != nullptr) {
+      *gServer->PoolFailed = true;
+    }
+    return failsNow || gServer->PoolExhausted ? EFI_OUT_OF_RESOURCES : gServer->allocatePool_(type, size, buffer);
   }
   static EFI_STATUS EFIAPI LocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE type, const EFI_GUID* guid, VOID*, UINTN* count,
                                               EFI_HANDLE** buffer) {

@@ -116,6 +116,8 @@ class FakeServer {
   int CountLogged(const std::string& text) const;
 
   bool PoolExhausted = false;  // while set, every allocation fails
+  int PoolFailsAfter = -1;     // the allocation behind this many fails, and it alone
+  bool* PoolFailed = nullptr;  // set when that happened
 
  private:
   friend struct ServerServices;
