@@ -40,15 +40,11 @@ bool TakeMarker(ByteReader& reader, const OptionMarker& marker) { return reader.
 // Fills the fields that the image gives; false when the pool is exhausted.
 bool FillOption(BOOT_OPTION& option, const LoadOptionView& view) {
   option.Attributes = view.Attributes;
-  option.Description = AllocateArray<CHAR16>(view.Description.size() / sizeof(CHAR16));
+  option.Description.reset(static_cast<CHAR16*>(AllocateCopyPool(view.Description.size(), view.Description.data())));
   option.FilePathList.reset(
       static_cast<DevicePath*>(AllocateCopyPool(view.FilePathList.size(), view.FilePathList.data())));
-  if (!option.Description || !option.FilePathList) {
-    return false;
-  }
-  CopyMemory(option.Description.get(), view.Description.data(), view.Description.size());
-  option.FilePathListLength = view.FilePathList.size();
-  return true;
+  option.FilePathListLength = option.FilePathList ? view.FilePathList.size() : 0;
+  return option.Description && option.FilePathList;
 }
 
 bool KeepOptionalData(BOOT_OPTION& option, Bytes rest) {

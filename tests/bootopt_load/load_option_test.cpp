@@ -198,7 +198,7 @@ TEST_F(LoadOption, AHeaderWithThreeMembersAndTheNextOptionStand256Apart) {
     seen.emplace_back(option->BootOptionNumber, option->Priority);
   }
   EXPECT_EQ(seen, (std::vector<std::pair<UINT16, UINT32>>{{2, 256}, {2, 512}, {2, 768}, {2, 1024}, {3, 1280}}));
-  EXPECT_EQ(OptionsOf(BootOptionList)[0]->GroupHeader, TRUE);
+  EXPECT_EQ(OptionsOf(BootOptionList).at(0)->GroupHeader, TRUE);
 }
 
 TEST_F(LoadOption, GroupsInGroupsEndAtABoundAndLoseNothing) {

@@ -59,7 +59,7 @@ TEST_F(ReadOptions, FollowsTheOrderAndIgnoresItsOddByte) {
   const auto before = Fw.Variables;
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), (Names{u"Lower", u"Upper", u"One"}));
-  EXPECT_EQ(OptionsOf(BootOptionList)[2]->Priority, 768U) << "a missing variable takes no place";
+  EXPECT_EQ(OptionsOf(BootOptionList).at(2)->Priority, 768U) << "a missing variable takes no place";
   EXPECT_EQ(TakeLog(), "MaxBootOption:205\n");
   EXPECT_EQ(Fw.Variables, before);
 }
@@ -101,8 +101,8 @@ TEST_F(ReadOptions, LongAndShortVariablesDoNotLeakIntoOneAnother) {
   SetOption(u"Boot0002", u"S");
   SetOrder({1, 2});
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
-  EXPECT_EQ(OptionsOf(BootOptionList)[1]->OptionalDataSize, 0U);
-  EXPECT_EQ(Loaded()[1], u"S");
+  EXPECT_EQ(OptionsOf(BootOptionList).at(1)->OptionalDataSize, 0U);
+  EXPECT_EQ(Loaded().at(1), u"S");
 }
 
 TEST_F(ReadOptions, AForeignLegacyOptionKeepsItsData) {
@@ -130,7 +130,7 @@ TEST_F(ReadOptions, AGroupLoadsAsHeaderAndMembers) {
   SetOrder({4, 5});
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), (Names{u"Hard disks", u"Disk 1", u"Disk 1", u"Next"}));
-  EXPECT_EQ(OptionsOf(BootOptionList)[2]->BootOptionNumber, 4);
+  EXPECT_EQ(OptionsOf(BootOptionList).at(2)->BootOptionNumber, 4);
 }
 
 }  // namespace
