@@ -71,6 +71,29 @@ template <typename T>
   return PoolPtr<T>(static_cast<T*>(AllocatePool(count * sizeof(T))));
 }
 
+// A block that a state record holds until the boot ends. It has no destructor: a record that is never destroyed needs no
+// code before the entry point or behind the end of the program.
+template <typename T>
+class KeptPtr {
+ public:
+  constexpr KeptPtr() = default;
+  KeptPtr(const KeptPtr&) = delete;
+  KeptPtr& operator=(const KeptPtr&) = delete;
+  // Frees the block held and takes the other's.
+  KeptPtr& operator=(PoolPtr<T>&& other) {
+    reset(other.release());
+    return *this;
+  }
+
+  T* get() const { return block_; }
+  T& operator[](UINTN index) const { return block_[index]; }
+  explicit operator bool() const { return block_ != nullptr; }
+  void reset(T* block = nullptr) { PoolPtr<T>(std::exchange(block_, block)); }
+
+ private:
+  T* block_ = nullptr;
+};
+
 // Owned bytes and how many they are.
 struct PoolBuffer {
   PoolPtr<std::byte> Data;

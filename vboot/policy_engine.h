@@ -16,7 +16,7 @@ struct POLICY_ENGINE_STATE {
   FLEXBOOT_ORDER_HEADER* FlexBootOrder = nullptr;  // the policy record's interface, located once and kept
   UINT8 BotUpdatedOldWay = 0;   // 1 when the BMC updated the boot order table the old way: no policy applies then
   UINT8 BootMode = 0;           // the policy's boot mode: 0 legacy, 1 UEFI, 2 other
-  PoolPtr<char> PolicyDebugText;  // human-readable policy text; goes to the BMC as a comment of the report
+  KeptPtr<char> PolicyDebugText;  // human-readable policy text; goes to the BMC as a comment of the report
   UINTN PolicyDebugTextSize = 0;
   UINTN PolicyDebugTextUsed = 0;
 };
