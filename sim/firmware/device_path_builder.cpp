@@ -12,9 +12,7 @@ std::size_t NodeLength(const std::byte* node) {
   return std::to_integer<std::size_t>(node[2]) | std::to_integer<std::size_t>(node[3]) << 8;
 }
 bool IsEnd(const std::byte* node) { return node[0] == std::byte{END_DEVICE_PATH_TYPE}; }
-bool IsEndEntire(const std::byte* node) {
-  return IsEnd(node) && node[1] == std::byte{END_ENTIRE_DEVICE_PATH_SUBTYPE};
-}
+bool IsEndEntire(const std::byte* node) { return IsEnd(node) && node[1] == std::byte{END_ENTIRE_DEVICE_PATH_SUBTYPE}; }
 
 // Offset of the first node that `stop` accepts; 0 and valid false when the path is malformed.
 template <typename Stop>

@@ -37,7 +37,13 @@ EventManager::Event* EventManager::Find(EFI_EVENT event) const {
   return found == events_.end() ? nullptr : found->second.get();
 }
 
-const void* EventManager::ContextOf(const Event& event) const { return event.context; }
+std::vector<const void*> EventManager::Contexts() const {
+  std::vector<const void*> contexts;
+  for (const Event* event : order_) {
+    contexts.push_back(event->context);
+  }
+  return contexts;
+}
 
 EFI_TPL EventManager::Raise(EFI_TPL tpl) {
   const EFI_TPL old = tpl_;

@@ -131,11 +131,10 @@ bool HandleDatabase::Release(EFI_HANDLE handle, const EFI_GUID& guid) {
       return false;
     }
     interface = Find(handle, guid);
-    const bool still = interface != nullptr && std::any_of(interface->opens.begin(), interface->opens.end(),
-                                                           [agent](const Open& open) {
-                                                             return open.agent == agent &&
-                                                                    (open.attributes & kByDriver) != 0;
-                                                           });
+    const bool still = interface != nullptr &&
+                       std::any_of(interface->opens.begin(), interface->opens.end(), [agent](const Open& open) {
+                         return open.agent == agent && (open.attributes & kByDriver) != 0;
+                       });
     if (still) {
       return false;
     }
@@ -284,8 +283,7 @@ EFI_STATUS HandleDatabase::CloseProtocol(EFI_HANDLE handle, const EFI_GUID* guid
   Interface* interface = Mutable(handle, *guid);
   const std::size_t before = interface == nullptr ? 0 : interface->opens.size();
   if (interface != nullptr) {
-    interface->opens.remove_if(
-        [&](const Open& open) { return open.agent == agent && open.controller == controller; });
+    interface->opens.remove_if([&](const Open& open) { return open.agent == agent && open.controller == controller; });
   }
   if (interface == nullptr || interface->opens.size() == before) {
     machine_.Counts().Complain(fmt::format("CloseProtocol of {} that was not open", GuidText(*guid)));

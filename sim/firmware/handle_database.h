@@ -1,17 +1,12 @@
-// The handle database (UEFI 2.10, 7.3): handles, the interfaces on them, who has opened them, and notifications of new
-// ones. Everything is listed in the order of its installation, so that a boot finds devices in the same order each
-// time.
+// The handle database (UEFI 2.10, 7.3): handles, their protocol interfaces, and who has each interface open.
 #pragma once
 
 #include <cstdint>
 #include <list>
 #include <map>
-#include <memory>
-#include <memory_resource>
 #include <vector>
 
 #include "platform/boot_services.h"
-#include "sim/firmware/guid_text.h"
 
 namespace sim {
 
@@ -20,83 +15,73 @@ class Machine;
 class HandleDatabase {
  public:
   struct Open {
-    EFI_HANDLE agent;
-    EFI_HANDLE controller;
-    UINT32 attributes;
-    UINT32 count;
+    EFI_HANDLE agent = nullptr;
+    EFI_HANDLE controller = nullptr;
+    UINT32 attributes = 0;
+    UINT32 count = 1;
   };
-  // Handle lists that live across calls into other code: the memory belongs to the machine (see Machine::Scratch).
-  using HandleList = std::pmr::vector<EFI_HANDLE>;
+  struct Interface {
+    EFI_GUID guid;
+    void* pointer = nullptr;
+    std::uint64_t sequence = 0;  // order of installation over the whole database
+    std::list<Open> opens;
+  };
+  using Interfaces = std::list<Interface>;
 
-  explicit HandleDatabase(Machine& machine);
-  ~HandleDatabase();
+  explicit HandleDatabase(Machine& machine) : machine_(machine) {}
 
-  // The services, each with the statuses of the standard.
-  EFI_STATUS Install(EFI_HANDLE* handle, const EFI_GUID* protocol, EFI_INTERFACE_TYPE type, VOID* interface);
-  EFI_STATUS Reinstall(EFI_HANDLE handle, const EFI_GUID* protocol, VOID* oldInterface, VOID* newInterface);
-  EFI_STATUS Uninstall(EFI_HANDLE handle, const EFI_GUID* protocol, VOID* interface);
-  EFI_STATUS OpenProtocol(EFI_HANDLE handle, const EFI_GUID* protocol, VOID** interface, EFI_HANDLE agent,
+  // The services of the same names, with the standard's checks and status codes.
+  EFI_STATUS Install(EFI_HANDLE* handle, const EFI_GUID* guid, void* pointer);
+  EFI_STATUS Reinstall(EFI_HANDLE handle, const EFI_GUID* guid, void* oldPointer, void* newPointer);
+  EFI_STATUS Uninstall(EFI_HANDLE handle, const EFI_GUID* guid, void* pointer);
+  EFI_STATUS OpenProtocol(EFI_HANDLE handle, const EFI_GUID* guid, void** pointer, EFI_HANDLE agent,
                           EFI_HANDLE controller, UINT32 attributes);
-  EFI_STATUS CloseProtocol(EFI_HANDLE handle, const EFI_GUID* protocol, EFI_HANDLE agent, EFI_HANDLE controller);
-  EFI_STATUS OpenProtocolInformation(EFI_HANDLE handle, const EFI_GUID* protocol,
-                                     EFI_OPEN_PROTOCOL_INFORMATION_ENTRY** entries, UINTN* count);
-  EFI_STATUS ProtocolsPerHandle(EFI_HANDLE handle, EFI_GUID*** protocols, UINTN* count);
-  EFI_STATUS LocateHandle(EFI_LOCATE_SEARCH_TYPE type, const EFI_GUID* protocol, VOID* key, UINTN* size,
-                          EFI_HANDLE* buffer);
-  EFI_STATUS LocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE type, const EFI_GUID* protocol, VOID* key, UINTN* count,
-                                EFI_HANDLE** buffer);
-  EFI_STATUS LocateProtocol(const EFI_GUID* protocol, VOID* registration, VOID** interface);
-  EFI_STATUS LocateDevicePath(const EFI_GUID* protocol, EFI_DEVICE_PATH_PROTOCOL** path, EFI_HANDLE* device);
-  EFI_STATUS RegisterNotify(const EFI_GUID* protocol, EFI_EVENT event, VOID** registration);
+  EFI_STATUS CloseProtocol(EFI_HANDLE handle, const EFI_GUID* guid, EFI_HANDLE agent, EFI_HANDLE controller);
+  EFI_STATUS RegisterNotify(const EFI_GUID* guid, EFI_EVENT event, void** registration);
+  EFI_STATUS LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PATH_PROTOCOL** path, EFI_HANDLE* device) const;
+  EFI_STATUS LocateProtocol(const EFI_GUID* guid, void* registration, void** pointer);
 
-  // For the simulator's own code: no counting, no opening.
-  bool IsHandle(EFI_HANDLE handle) const { return Find(handle) != nullptr; }
-  VOID* Interface(EFI_HANDLE handle, const EFI_GUID& protocol) const;
-  template <typename T>
-  T* Interface(EFI_HANDLE handle) const {
-    return static_cast<T*>(Interface(handle, ProtocolGuid<T>));
+  bool Exists(EFI_HANDLE handle) const { return handles_.contains(handle); }
+  // Null when the handle is unknown.
+  const Interfaces* InterfacesOf(EFI_HANDLE handle) const;
+  const Interface* Find(EFI_HANDLE handle, const EFI_GUID& guid) const;
+  // All handles in the order of their creation.
+  std::vector<EFI_HANDLE> All() const { return order_; }
+  // Handles that carry the protocol, in the order in which it was installed on them.
+  std::vector<EFI_HANDLE> With(const EFI_GUID& guid) const;
+  // The next handle of a registration, taken off its queue; null when there is none.
+  EFI_HANDLE NextRegistered(void* registration);
+  bool IsRegistration(void* registration) const;
+
+  // An event was closed: registrations for it end.
+  void ForgetEvent(EFI_EVENT event);
+
+  template <typename Type>
+  Type* Get(EFI_HANDLE handle) const {
+    const Interface* interface = Find(handle, ProtocolGuid<Type>);
+    return interface == nullptr ? nullptr : static_cast<Type*>(interface->pointer);
   }
-  HandleList HandlesWith(const EFI_GUID& protocol) const;
-  HandleList AllHandles() const;
-  std::vector<EFI_GUID> ProtocolsOn(EFI_HANDLE handle) const;
-  // Who has opened that interface; empty when the handle does not have it.
-  std::vector<Open> Opens(EFI_HANDLE handle, const EFI_GUID& protocol) const;
-  // The handles that `agent` (null: any) opened interfaces of `controller` for as child controllers, each once.
-  HandleList ChildrenOf(EFI_HANDLE controller, EFI_HANDLE agent = nullptr) const;
-  // The agents that have an interface of `controller` open BY_DRIVER, each once.
-  HandleList DriversOf(EFI_HANDLE controller) const;
-  // Closes everything that `agent` still has open, as when an image is unloaded.
-  void CloseAllOf(EFI_HANDLE agent);
-  // Every interface installed: roots of the leak scan.
-  std::vector<const VOID*> Interfaces() const;
-  std::size_t Count() const { return handles_.size(); }
 
  private:
-  struct Interface_;
-  struct Handle;
-  struct Protocol;
-  struct Notify;
-
-  Handle* Find(EFI_HANDLE handle) const;
-  Handle* FindOrComplain(EFI_HANDLE handle, const char* service) const;
-  Interface_* FindInterface(EFI_HANDLE handle, const EFI_GUID& protocol) const;
-  Protocol& ProtocolOf(const EFI_GUID& guid);
-  void Announce(Interface_& interface);
-  EFI_STATUS CheckOpenArguments(EFI_HANDLE handle, const EFI_GUID* protocol, VOID** interface, EFI_HANDLE agent,
-                                EFI_HANDLE controller, UINT32 attributes) const;
-  EFI_STATUS ClaimForDriver(Interface_& interface, EFI_HANDLE agent, EFI_HANDLE controller, UINT32 attributes);
-  EFI_STATUS ClaimExclusive(EFI_HANDLE handle, const EFI_GUID& protocol);
-  bool DisconnectDriversOf(EFI_HANDLE handle, const EFI_GUID& protocol);
-  EFI_STATUS Collect(EFI_LOCATE_SEARCH_TYPE type, const EFI_GUID* protocol, VOID* key, HandleList& found);
-  Interface_* NextFor(Notify& notify);
-  Notify* FindNotify(VOID* registration);
-  void RemoveNotifiesOf(EFI_EVENT event);
+  struct Registration {
+    void* key;
+    EFI_GUID guid;
+    EFI_EVENT event;
+    std::list<EFI_HANDLE> fresh;
+  };
+  Interface* Mutable(EFI_HANDLE handle, const EFI_GUID& guid);
+  EFI_STATUS CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, EFI_HANDLE controller,
+                       UINT32 attributes);
+  // Disconnects whoever has the interface open by driver; false when somebody keeps it.
+  bool Release(EFI_HANDLE handle, const EFI_GUID& guid);
+  void Notify(EFI_HANDLE handle, const EFI_GUID& guid);
+  void RemoveInterface(EFI_HANDLE handle, const EFI_GUID& guid);
 
   Machine& machine_;
-  std::map<std::size_t, std::unique_ptr<Handle>> handles_;  // by token number: the order of creation
-  std::map<EFI_GUID, std::unique_ptr<Protocol>, GuidLess> protocols_;
-  std::map<std::size_t, std::unique_ptr<Notify>> notifies_;
-  std::uint64_t serial_ = 0;
+  std::map<EFI_HANDLE, Interfaces> handles_;
+  std::vector<EFI_HANDLE> order_;
+  std::list<Registration> registrations_;
+  std::uint64_t sequence_ = 0;
 };
 
 }  // namespace sim

@@ -21,9 +21,8 @@ FixedRange::FixedRange(std::uintptr_t base, std::size_t size) : base_(base), siz
   void* mapped = mmap(reinterpret_cast<void*>(base), size, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
   if (mapped != reinterpret_cast<void*>(base)) {
-    throw std::runtime_error(
-        fmt::format("the simulated machine needs the addresses 0x{:X} to 0x{:X}, which are not to be had", base,
-                    base + size - 1));
+    throw std::runtime_error(fmt::format(
+        "the simulated machine needs the addresses 0x{:X} to 0x{:X}, which are not to be had", base, base + size - 1));
   }
 }
 

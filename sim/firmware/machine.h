@@ -46,16 +46,16 @@ const char* BootEndName(BootEnd end);
 // What is known of the end; members that do not belong to it keep their defaults.
 struct BootOutcome {
   BootEnd end = BootEnd::Returned;
-  EFI_STATUS status = EFI_SUCCESS;        // of the body that returned, or of the reset
-  std::string text;                       // for a human
-  EFI_HANDLE image = nullptr;             // HandedOver: the image's handle
-  DevicePath path;                        // HandedOver, LegacyBoot: what was booted
-  std::vector<std::byte> loadOptions;     // HandedOver
-  EFI_RESET_TYPE reset = EfiResetCold;    // Reset
-  BBS_TABLE bbsEntry{};                   // LegacyBoot: the entry of priority 0
-  int bbsIndex = -1;                      // its index
-  std::vector<PoolAllocator::Leak> leaks; // the driver's blocks that nobody holds
-  Ticks time = 0;                         // virtual, since power-on
+  EFI_STATUS status = EFI_SUCCESS;         // of the body that returned, or of the reset
+  std::string text;                        // for a human
+  EFI_HANDLE image = nullptr;              // HandedOver: the image's handle
+  DevicePath path;                         // HandedOver, LegacyBoot: what was booted
+  std::vector<std::byte> loadOptions;      // HandedOver
+  EFI_RESET_TYPE reset = EfiResetCold;     // Reset
+  BBS_TABLE bbsEntry{};                    // LegacyBoot: the entry of priority 0
+  int bbsIndex = -1;                       // its index
+  std::vector<PoolAllocator::Leak> leaks;  // the driver's blocks that nobody holds
+  Ticks time = 0;                          // virtual, since power-on
 };
 
 class Machine {
@@ -143,6 +143,7 @@ class Machine {
  private:
   friend struct CrashCatcher;
   std::vector<MemoryExtent> Roots(MemoryExtent stack) const;
+  std::vector<PoolAllocator::Leak> FindLeaks(MemoryExtent stack);
   void FillTables();
 
   Counters counters_;
@@ -174,6 +175,9 @@ class Machine {
   const std::byte* stackTop_ = nullptr;
   BootOutcome outcome_;
 };
+
+// The CRC-32 of UEFI tables (ISO 3309).
+std::uint32_t Crc32(std::span<const std::byte> bytes);
 
 // The services of UEFI that the machine itself answers, for its tables (boot_services.cpp).
 void FillBootServices(EFI_BOOT_SERVICES& table);

@@ -1,10 +1,12 @@
-// Pool memory. Every block comes from malloc of its own, so AddressSanitizer sees each byte beyond it; what is known
-// about a block lies in a table beside it, so a trampled header cannot exist and an unknown pointer is always noticed.
+// Boot-services pool with owners. Each block is its own allocation of the host, so that AddressSanitizer sees overruns;
+// the pool knows every block, so that a foreign or twice-freed pointer is told apart.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <set>
-#include <unordered_map>
+#include <map>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "platform/boot_services.h"
@@ -13,46 +15,52 @@ namespace sim {
 
 class Counters;
 
-struct PoolBlock {
-  VOID* address;
-  UINTN size;
-  EFI_MEMORY_TYPE type;
-  EFI_HANDLE owner;      // the image that ran when it was allocated
-  std::uint64_t serial;  // the number of this allocation since power-on, from 1: the same in every run
-};
+// Bytes that may hold pointers into the pool.
+using MemoryExtent = std::span<const std::byte>;
 
 class PoolAllocator {
  public:
+  struct Block {
+    std::size_t size = 0;
+    EFI_MEMORY_TYPE type = EfiBootServicesData;
+    EFI_HANDLE owner = nullptr;
+    std::uint64_t serial = 0;  // the how-manieth allocation of the boot it was, from 1
+  };
+  struct Leak {
+    const void* address = nullptr;
+    Block block;
+  };
+
   explicit PoolAllocator(Counters& counters) : counters_(counters) {}
   ~PoolAllocator();
   PoolAllocator(const PoolAllocator&) = delete;
   PoolAllocator& operator=(const PoolAllocator&) = delete;
 
-  // UEFI 2.10, 7.2. New memory is filled with 0xAF, freed memory too. A size of 0 is allowed.
-  EFI_STATUS Allocate(EFI_MEMORY_TYPE type, UINTN size, EFI_HANDLE owner, VOID** buffer);
-  // EFI_INVALID_PARAMETER and a complaint for what is no live block: freed before, or never allocated.
-  EFI_STATUS Free(VOID* buffer);
+  // Bytes that all blocks together may take; beyond it Allocate gives null.
+  void SetLimit(std::size_t bytes) { limit_ = bytes; }
+  // A block filled with 0xAF, or null when the pool is exhausted.
+  void* Allocate(EFI_MEMORY_TYPE type, std::size_t size, EFI_HANDLE owner);
+  // EFI_INVALID_PARAMETER, with a complaint, for a pointer that is no block's start.
+  EFI_STATUS Free(void* address);
+  // The block starting there; null when there is none.
+  const Block* Find(const void* address) const;
 
-  // The live block that begins at, or holds, that address; null when none does.
-  const PoolBlock* Find(const VOID* address) const;
-  // All live blocks in the order of their allocation.
-  std::vector<PoolBlock> Blocks() const;
+  std::size_t InUse() const { return inUse_; }
+  std::size_t Peak() const { return peak_; }
+  std::size_t Count() const { return blocks_.size(); }
+  std::size_t InUseBy(EFI_HANDLE owner) const;
 
-  std::uint64_t BytesInUse() const { return bytesInUse_; }
-  std::uint64_t PeakBytes() const { return peakBytes_; }
-  std::uint64_t BytesOwnedBy(EFI_HANDLE owner) const;
-  std::size_t BlocksOwnedBy(EFI_HANDLE owner) const;
-  // The size above which Allocate answers EFI_OUT_OF_RESOURCES, in bytes in use.
-  void SetLimit(std::uint64_t bytes) { limit_ = bytes; }
+  // The owner's blocks that no pointer in the roots reaches, directly or through other blocks. Conservative: any
+  // aligned word that points into a block counts as a pointer.
+  std::vector<Leak> Unreachable(EFI_HANDLE owner, const std::vector<MemoryExtent>& roots) const;
 
  private:
   Counters& counters_;
-  std::unordered_map<const VOID*, PoolBlock> blocks_;
-  std::set<const VOID*> freed_;
+  std::map<std::uintptr_t, Block> blocks_;
+  std::size_t limit_ = std::size_t{1} << 32;
+  std::size_t inUse_ = 0;
+  std::size_t peak_ = 0;
   std::uint64_t serial_ = 0;
-  std::uint64_t bytesInUse_ = 0;
-  std::uint64_t peakBytes_ = 0;
-  std::uint64_t limit_ = std::uint64_t{1} << 30;
 };
 
 }  // namespace sim

@@ -1,5 +1,5 @@
-// A driver of the simulator's own: a C++ class behind a real driver binding protocol and component names, on a handle of
-// its own, so that ConnectController treats it as it treats a driver loaded from a file.
+// A driver of the simulator's own: a C++ class behind a real driver binding protocol and component names, on a handle
+// of its own, so that ConnectController treats it as it treats a driver loaded from a file.
 #pragma once
 
 #include <map>
