@@ -1,0 +1,119 @@
+// One described server over several boots: what stays is in its state (NVRAM, BMC), everything else is built anew for
+// each boot and torn down behind it.
+//   Server server(LoadServerDescription("rack.toml"), {.state = "state"});
+//   BootReport report = server.Boot({});
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/bmc/bmc.h"
+#include "sim/firmware/image/loader_policy.h"
+#include "sim/firmware/machine.h"
+#include "sim/firmware/variables/efivars_folder.h"
+#include "sim/firmware/variables/variable_store.h"
+#include "sim/server/console_keys.h"
+#include "sim/server/description.h"
+
+namespace sim {
+
+class StateError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct ServerOptions {
+  std::filesystem::path state;   // holds nvram/ and bmc/; empty: nothing is kept beyond this object
+  std::filesystem::path image;   // bds.efi to run; empty: the driver linked into this program
+};
+
+struct BootRequest {
+  LoaderPolicy loader;                        // what starting an operating system's loader means
+  EFI_STATUS legacyBootStatus = EFI_SUCCESS;  // an error: LegacyBoot answers it; else it ends the boot
+  std::uint64_t debugMask = 0x80000046;
+  std::vector<std::string> faults;            // in FaultScript's words, or a BMC fault's
+  std::function<void(const std::string& line)> onLogLine;   // as the debug text leaves the serial port
+  std::function<void(std::string_view utf8)> onConsole;     // as text appears on the console
+  ConsoleKeys* keys = nullptr;                // keys typed at the console; null: none
+  std::function<void(Machine&)> beforeStart;  // for tests: the machine is complete, the driver not yet started
+  std::function<void(Machine&, const BootOutcome&)> afterEnd;  // the machine is still there
+};
+
+// One option of the order in force at the end of the boot.
+struct OptionReport {
+  std::uint16_t number = 0;
+  bool inOrder = false;
+  bool readable = true;            // false: BootOrder names it, but there is no such variable, or it is malformed
+  std::uint32_t attributes = 0;
+  std::u16string name;
+  std::string path;                // of its first device path
+  bool legacy = false;
+  bool firmware = false;           // it carries the firmware's marker
+  bool group = false;
+};
+
+// One attempt to start something, in order.
+struct AttemptReport {
+  std::string what;                // the image's path, or the legacy device
+  bool legacy = false;
+  bool loaded = false;             // false: LoadImage failed
+  EFI_STATUS status = EFI_SUCCESS;
+  std::string reason;              // of a failed load
+  bool ended = false;              // it ended the boot
+};
+
+struct StepReport {
+  std::string name;
+  Ticks start = 0;
+  Ticks duration = 0;
+};
+
+struct BootReport {
+  BootOutcome outcome;
+  std::optional<std::uint16_t> bootCurrent;   // number of the option being booted
+  std::vector<std::uint16_t> bootOrder;
+  std::vector<OptionReport> options;          // those in the order first, in order; then the others by number
+  std::vector<AttemptReport> attempts;
+  std::vector<StepReport> steps;
+  std::vector<VariableWrite> writes;          // this boot's
+  std::map<std::string, std::uint64_t> counts;
+  std::vector<std::string> complaints;        // misuse of services by the software under test
+  std::size_t poolPeak = 0;                   // bytes
+  std::size_t poolInUse = 0;                  // bytes held by the driver at the end
+  std::string log;
+  std::string console;
+  bool Started() const;                       // an option was started
+};
+
+class Server {
+ public:
+  // Throws StateError when the state folder is damaged (the message names the file) or the image cannot be read.
+  Server(ServerDescription description, ServerOptions options);
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  const ServerDescription& Description() const { return description_; }
+  // Changes what is plugged in; takes effect at the next boot.
+  ServerDescription& Description() { return description_; }
+  VariableStore& Variables() { return store_; }
+
+  // Power on (or after a reset), until the boot ends. Throws StateError when the BMC's state is damaged.
+  BootReport Boot(const BootRequest& request);
+
+ private:
+  struct Parts;  // what one boot is made of
+  void LoadVariables();
+  void GiveInitialVariables();
+
+  ServerDescription description_;
+  ServerOptions options_;
+  std::vector<std::byte> image_;
+  VariableStore store_;
+  std::unique_ptr<EfivarsFolder> folder_;
+};
+
+}  // namespace sim
