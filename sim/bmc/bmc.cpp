@@ -49,6 +49,11 @@ bool Bmc::ConnectIpmi(std::string& error) {
   return true;
 }
 
+void Bmc::ResetInterface() {
+  interface_.Reset();
+  server_.CloseAll();
+}
+
 // A change is on disk before the power can go.
 void Bmc::SaveState() {
   std::string error;

@@ -33,6 +33,9 @@ class Bmc {
 
   void Attach(PortBus& bus) { interface_.Attach(bus); }
 
+  // What a reset of the server does to its side of the BMC; files and parameters keep.
+  void ResetInterface();
+
   FileStore& Files() { return files_; }
   BtInterface& Interface() { return interface_; }
   BmcState& State() { return state_; }  // of the built-in model

@@ -51,6 +51,17 @@ void BtInterface::Attach(PortBus& bus) {
       });
 }
 
+void BtInterface::Reset() {
+  faults_.clear();
+  h2bAttention_ = b2hAttention_ = hostBusy_ = writePointerCleared_ = stuck_ = false;
+  interruptMask_ = 0;
+  request_.clear();
+  response_.clear();
+  pending_.reset();
+  damaged_.reset();
+  awaitingSince_.reset();
+}
+
 void BtInterface::Complain(std::string text) { counters_.Complain("BT interface: " + std::move(text)); }
 
 bool BtInterface::Befalls(BmcFault::Kind kind, std::uint64_t exchange, std::uint64_t* value) {
@@ -145,10 +156,12 @@ void BtInterface::HandOver() {
   ++exchangeCount_;
   counters_.Add("bmc.exchanges");
   counters_.Add("bmc.bytes", request_.size());
-  if (!badlyAnswered_.empty() && request_ == badlyAnswered_) {
+  if (damaged_ && damaged_->request != request_) {
+    damaged_.reset();
+  }
+  if (damaged_) {
     counters_.Add("bmc.retries");
   }
-  badlyAnswered_.clear();
 }
 
 // Lets the BMC do what it would have done by now.
@@ -207,12 +220,19 @@ void BtInterface::TakeRequest() {
 
 BtInterface::Pending BtInterface::MakeAnswer(bool& changed) {
   using Kind = BmcFault::Kind;
+  Pending answer{takeAt_ + kAnswerTime, {}, false};
+  if (damaged_) {
+    answer.response = std::move(damaged_->response);
+    damaged_.reset();
+    Corrupt(answer);
+    return answer;
+  }
   const std::uint8_t opcode = request_[1];
   Refusals refuse;
   refuse.open = IsOpen(opcode) && Befalls(Kind::RefuseOpen, exchangeCount_);
   refuse.write = opcode == kWritePiece && Befalls(Kind::RefuseWrite, exchangeCount_);
   refuse.rename = opcode == kRename && Befalls(Kind::RefuseRename, exchangeCount_);
-  Pending answer{clock_.Now() + kAnswerTime, server_.Answer(request_, refuse, changed), false};
+  answer.response = server_.Answer(request_, refuse, changed);
   Corrupt(answer);
   return answer;
 }
@@ -229,8 +249,8 @@ void BtInterface::Corrupt(Pending& answer) {
     frame = MakeResponse(static_cast<std::uint8_t>(frame[1] ^ 0x20), std::span(frame).subspan(2, frame.size() - 3));
   }
   if (Befalls(Kind::BadChecksum, exchangeCount_)) {
+    damaged_ = Exchange{clock_.Now(), request_, frame};
     ++frame.back();
-    badlyAnswered_ = request_;
   }
   if (Befalls(Kind::LyingLength, exchangeCount_, &value)) {
     frame[0] = static_cast<std::uint8_t>(value);

@@ -44,6 +44,9 @@ class BtInterface {
   void Attach(PortBus& bus);
   void AddFault(const BmcFault& fault) { faults_.push_back(fault); }
 
+  // What a reset of the server does: registers, lock and what was under way are gone, the faults still scripted too.
+  void Reset();
+
   // Requests handed over so far, those sent again included; counted as "bmc.exchanges". Further counters: "bmc.bytes"
   // both ways, "bmc.retries" requests sent again after a bad checksum, "bmc.timeouts" answers or a free interface that
   // the host waited for in vain.
@@ -102,7 +105,9 @@ class BtInterface {
 
   std::uint64_t exchangeCount_ = 0;
   std::vector<Exchange> trace_;
-  Frame badlyAnswered_;  // the request whose answer had a bad checksum
+  // The last request, when its answer was damaged on the way, and that answer as it should have been: asked again, the
+  // BMC repeats the answer and does not read or write another piece.
+  std::optional<Exchange> damaged_;
   std::optional<Ticks> awaitingSince_;
   bool stuck_ = false;
   std::uint64_t stuckPolls_ = 0;

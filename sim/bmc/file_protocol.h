@@ -35,6 +35,8 @@ class FileServer {
 
   // The answer to a well-formed request. changed becomes true when a file was made, written or renamed.
   Frame Answer(std::span<const std::uint8_t> request, const Refusals& refuse, bool& changed);
+  // Forgets all handles, as at a reset of the server.
+  void CloseAll() { open_.clear(); }
   std::size_t OpenFiles() const { return open_.size(); }
 
  private:

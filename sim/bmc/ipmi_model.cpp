@@ -35,15 +35,19 @@ std::optional<IpmiReply> IpmiModel::Request(std::uint8_t netFn, std::uint8_t com
   if (netFn == kChassis && command == kGetSystemBootOptions) {
     return Get(data);
   }
-  const BmcState before = state_;
   IpmiReply reply{kIpmiInvalidCommand, {}};
-  if (netFn == kChassis && command == kSetSystemBootOptions) {
-    reply = Set(data);
-  } else if (netFn == kOem && command == kOemOneTimeStale) {
-    reply = Oem(data);
+  bool changed = false;
+  {
+    const BmcState before = state_;
+    if (netFn == kChassis && command == kSetSystemBootOptions) {
+      reply = Set(data);
+    } else if (netFn == kOem && command == kOemOneTimeStale) {
+      reply = Oem(data);
+    }
+    changed = !(state_ == before);
   }
-  if (!(state_ == before) && events_.onChange) {
-    events_.onChange();
+  if (changed && events_.onChange) {
+    events_.onChange();  // may end the boot, so nothing is held here any more
   }
   return reply;
 }

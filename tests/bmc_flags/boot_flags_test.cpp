@@ -1,0 +1,187 @@
+// The boot flags step: what it asks the BMC, what it keeps, what it makes of each selector.
+#include "platform/setup_variable.h"
+#include "tests/bmc_flags/option_server.h"
+
+namespace test {
+namespace {
+
+class BootFlags : public OptionServer {
+ protected:
+  BootFlags() { AddAll(); }
+  void AddAll() {
+    PublishMode(0, 0);
+    PublishIpmi();
+    nextNumber = 1;
+    AddLegacy(u"disk", 2);
+    AddLegacy(u"dvd", 3);
+    AddLegacy(u"nic", 6);
+    AddLegacy(u"fdd", 1);
+    Add(u"uefi disk", Join({Disk(), Loader()}));
+    Add(u"uefi dvd", Join({Pci(), Cdrom()}));
+    Add(u"uefi pxe", Join({Pci(), Mac(), Ipv4()}));
+    Add(u"uefi fdd", Acpi(0x060441D0));
+  }
+  void Fresh() {
+    NextBoot();
+    AddAll();
+    SetVariable(u"IpmiBootFlags", kIpmiGuid, kAttributes3, {});
+    SetVariable(u"BootOrderBeforeIpmiBoot", kIpmiGuid, kAttributes3, {});
+    bmc().State() = {};
+  }
+  std::optional<Bytes> Stored() { return Variable(u"IpmiBootFlags", kIpmiGuid); }
+  sim::BmcState& State() { return bmc().State(); }
+};
+
+TEST_F(BootFlags, EveryCombinationOfSelectorValidPersistentAndEfi) {
+  const struct {
+    const char* legacy;
+    const char* uefi;
+  } bySelector[16] = {{"", ""},
+                      {"nic=0", "uefi pxe=0"},
+                      {"disk=0", "uefi disk=0"},
+                      {"disk=0", "uefi disk=0"},
+                      {"disk=0", "uefi disk=0"},
+                      {"dvd=0", "uefi dvd=0"},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"", ""},
+                      {"fdd=0", "uefi fdd=0"}};
+  for (unsigned selector = 0; selector < 16; ++selector) {
+    for (unsigned bits = 0; bits < 8; ++bits) {
+      const auto data1 = static_cast<std::uint8_t>(bits << 5);
+      SCOPED_TRACE(testing::Message() << "selector " << selector << " data 1 " << int{data1});
+      Fresh();
+      State().bootFlags = {data1, static_cast<std::uint8_t>(selector << 2), 0, 0, 0};
+      State().acknowledge = 1;
+      bds::SetIpmiBootOptionPriorities();
+      const bool valid = (data1 & 0x80) != 0;
+      const bool efi = (data1 & 0x20) != 0;
+      const std::string front = efi ? bySelector[selector].uefi : bySelector[selector].legacy;
+      EXPECT_EQ(Front(), valid ? front : "");
+      EXPECT_EQ(State().acknowledge, valid ? 0 : 1);
+      EXPECT_EQ(State().bootFlags[0], valid ? 0 : data1);
+      const bool kept = valid && (data1 & 0x40) != 0;
+      EXPECT_EQ(Stored().has_value(), kept);
+      if (kept) {
+        EXPECT_EQ(*Stored(), (Bytes{1, 5, data1, static_cast<std::uint8_t>(selector << 2), 0, 0, 0}));
+      }
+      const bool setup = valid && selector == 6;
+      EXPECT_EQ(Variable(kBootFlowName, kBootFlowGuid), setup ? std::optional(Bytes{4, 0, 0, 0}) : std::nullopt);
+      EXPECT_EQ(Variable(u"BootOrderBeforeIpmiBoot", kIpmiGuid).has_value(), valid && !front.empty());
+    }
+  }
+}
+
+TEST_F(BootFlags, AOneTimeRequestHoldsForOneBootAndAPersistentOneForAll) {
+  for (const bool persistent : {false, true}) {
+    Fresh();
+    std::string error;
+    std::vector<std::string> words{"cdrom"};
+    if (persistent) {
+      words.emplace_back("persistent");
+    }
+    ASSERT_TRUE(sim::SetBootFlags(State(), words, error));
+    for (int boot = 0; boot < 3; ++boot) {
+      NextBoot();
+      AddAll();
+      bds::RestoreBootorder();
+      bds::SetIpmiBootOptionPriorities();
+      EXPECT_EQ(Front(), boot == 0 || persistent ? "dvd=0" : "") << boot;
+    }
+    // A one-time request in between ends the persistent one.
+    ASSERT_TRUE(sim::SetBootFlags(State(), std::vector<std::string>{"pxe"}, error));
+    NextBoot();
+    AddAll();
+    bds::SetIpmiBootOptionPriorities();
+    EXPECT_EQ(Front(), "nic=0");
+    EXPECT_FALSE(Stored());
+  }
+}
+
+TEST_F(BootFlags, FlagsThatWereHandledBeforeAreLeftAndForgotten) {
+  SetVariable(u"IpmiBootFlags", kIpmiGuid, kAttributes3, {1, 5, 0xC0, 0x08, 0, 0, 0});
+  State().bootFlags = {0x80, 0x08, 0, 0, 0};
+  State().acknowledge = 0x1E;
+  bds::SetIpmiBootOptionPriorities();
+  EXPECT_EQ(Front(), "");
+  EXPECT_FALSE(Stored());
+  EXPECT_EQ(State().bootFlags[0], 0x80);
+}
+
+TEST_F(BootFlags, AStoredRequestOfAnotherSizeIsNone) {
+  for (const std::size_t size : {6, 8}) {
+    Fresh();
+    Bytes stored{1, 5, 0xC0, 0x08, 0, 0, 0, 0};
+    stored.resize(size);
+    SetVariable(u"IpmiBootFlags", kIpmiGuid, kAttributes3, stored);
+    bds::SetIpmiBootOptionPriorities();
+    EXPECT_EQ(Front(), "");
+  }
+}
+
+// The step sends: 0 4 0 5, then for a valid request 0 set4 0 set5. A failure of each stops it there.
+TEST_F(BootFlags, EachFailureStopsTheStepWhereItHappens) {
+  const struct {
+    std::uint64_t fails;
+    const char* logs;
+    std::uint8_t acknowledge;
+    std::uint8_t flags;
+    bool stored;
+  } cases[] = {
+      {1, " GetBootOptions failed=8000000000000007 for Parameter=0 \n", 1, 0xC0, false},
+      {2, " GetBootOptions failed=8000000000000007 for Parameter=4 \n", 1, 0xC0, false},
+      {2, "Retrun Status of IpmiGetBootInfoAcknowledgeData:8000000000000007\n", 1, 0xC0, false},
+      {3, " GetBootOptions failed=8000000000000007 for Parameter=0 \n", 1, 0xC0, false},
+      {4, " GetBootOptions failed=8000000000000007 for Parameter=5 \n", 1, 0xC0, false},
+      {5, "IPMI:SetBootInfoAck Failed:8000000000000007 \n", 1, 0xC0, true},
+      {6, "IPMI:SetBootInfoAck Failed:8000000000000007 \n", 1, 0xC0, true},
+      {7, " GetBootOptions failed=8000000000000007 for Parameter=0 \n", 0, 0xC0, true},
+      {8, "", 0, 0xC0, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fails);
+    Fresh();
+    State().bootFlags = {0xC0, 0x08, 0, 0, 0};
+    State().acknowledge = 1;
+    std::uint64_t sent = 0;
+    bmc().Transport().onRequest = [&](std::uint64_t) {
+      return ++sent == c.fails ? std::optional<EFI_STATUS>(EFI_DEVICE_ERROR) : std::nullopt;
+    };
+    bds::SetIpmiBootOptionPriorities();
+    EXPECT_EQ(sent, c.fails);
+    EXPECT_TRUE(Logged(c.logs)) << Log();
+    EXPECT_EQ(State().acknowledge, c.acknowledge);
+    EXPECT_EQ(State().bootFlags[0], c.flags);
+    EXPECT_EQ(Stored().has_value(), c.stored);
+    EXPECT_EQ(Front(), "");
+  }
+}
+
+TEST_F(BootFlags, WithoutATransportTheStepIsSkipped) {
+  RemoveProtocols();
+  bds::SetIpmiBootOptionPriorities();
+  EXPECT_EQ(Log(),
+            "LocateProtocol gEfiDxeIpmiTransportProtocolGuid. Status: EFI_NOT_FOUND\n"
+            "SetIpmiBootOptionPriorities: Error in locating                         the Ipmi Transport Protocol. "
+            "Status: EFI_NOT_FOUND\n");
+}
+
+TEST_F(BootFlags, SetInProgressForeverEndsTheStepAfterElevenQueries) {
+  State().setInProgress = 1;
+  State().bootFlags = {0x80, 0x08, 0, 0, 0};
+  bds::SetIpmiBootOptionPriorities();
+  EXPECT_EQ(Count("ipmi.requests"), 11U);
+  EXPECT_TRUE(
+      Logged("IPMI:WaitSetInProgressClear TimeOut\n"
+             "Retrun Status of IpmiGetBootInfoAcknowledgeData:8000000000000012\n"));
+  EXPECT_EQ(Front(), "");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,97 @@
+// Waits and tries of the System Boot Options' requests.
+#include "bmc/boot_options_parameters.h"
+
+#include <array>
+
+#include "tests/support/bmc_fixture.h"
+
+namespace test {
+namespace {
+
+class ParameterRequests : public BmcFixture {
+ protected:
+  // The first `count` requests fail.
+  void FailFirst(std::uint64_t count) {
+    sent = 0;
+    bmc().Transport().onRequest = [this, count](std::uint64_t) {
+      return ++sent <= count ? std::optional<EFI_STATUS>(EFI_TIMEOUT) : std::nullopt;
+    };
+  }
+  bds::IpmiTransport& transport() { return *bmc().Transport().Protocol(); }
+  std::uint64_t sent = 0;
+};
+
+TEST_F(ParameterRequests, TheWaitEndsWithTheAnswerThatIsClear) {
+  for (const std::uint64_t busy : {0, 1, 10, 11, 20}) {
+    SCOPED_TRACE(busy);
+    NextBoot();
+    std::uint64_t asked = 0;
+    bmc().State().setInProgress = 1;
+    bmc().Transport().onRequest = [&](std::uint64_t) {
+      bmc().State().setInProgress = asked++ < busy ? 1 : 0;
+      return std::nullopt;
+    };
+    const sim::Ticks start = clock().Now();
+    const EFI_STATUS status = bds::WaitSetInProgressClear(transport(), bds::WaitLog::Nothing);
+    EXPECT_EQ(status, busy < 11 ? EFI_SUCCESS : EFI_TIMEOUT);
+    EXPECT_EQ(asked, std::min<std::uint64_t>(busy + 1, 11));
+    EXPECT_GE(clock().Now() - start, std::min<std::uint64_t>(busy, 11) * sim::kMillisecond);
+    EXPECT_EQ(Logged("IPMI:WaitSetInProgressClear TimeOut\n"), busy >= 11);
+  }
+}
+
+TEST_F(ParameterRequests, OnlyTheBootFlagsWayLogsAFailedWait) {
+  FailFirst(2);
+  EXPECT_EQ(bds::WaitSetInProgressClear(transport(), bds::WaitLog::Nothing), EFI_TIMEOUT);
+  EXPECT_EQ(Log(), "");
+  EXPECT_EQ(bds::WaitSetInProgressClear(transport(), bds::WaitLog::Errors), EFI_TIMEOUT);
+  EXPECT_EQ(Log(), " GetBootOptions failed=8000000000000012 for Parameter=0 \n");
+}
+
+TEST_F(ParameterRequests, FiveTriesTwoSecondsApart) {
+  for (const std::uint64_t failures : {0, 1, 4, 5}) {
+    SCOPED_TRACE(failures);
+    NextBoot();
+    FailFirst(failures);
+    const sim::Ticks start = clock().Now();
+    std::array<UINT8, 18> answer;
+    const EFI_STATUS status = bds::GetBootOptionsPersistently(transport(), bds::kBotBlockSize, 1, answer);
+    EXPECT_EQ(status, failures < 5 ? EFI_SUCCESS : EFI_TIMEOUT);
+    EXPECT_EQ(sent, std::min<std::uint64_t>(failures + 1, 5));
+    EXPECT_EQ((clock().Now() - start) / sim::kSecond, 2 * failures);
+    EXPECT_EQ(answer[2], failures < 5 ? '_' : 0);
+  }
+  EXPECT_EQ(Log().substr(0, 90),
+            "GetBootOptions Parameter=78\nTrial 0 GetBootOptions failed=8000000000000012 for Parameter=7");
+}
+
+TEST_F(ParameterRequests, EachRequestFailsInItsOwnWords) {
+  FailFirst(1);
+  EXPECT_EQ(bds::SetBootOptionsPersistently(transport(), std::array<UINT8, 2>{0, 1}), EFI_SUCCESS);
+  EXPECT_TRUE(
+      Logged("SetBootOptions Parameter=0\n"
+             "Trial 0 SetBootOptions Status=8000000000000012 for Parameter=0\n"));
+  FailFirst(1);
+  std::array<UINT8, 35> block{0x7D, 0, 1, 0xAB};
+  EXPECT_EQ(bds::SetBootOptionsPersistently(transport(), block), EFI_SUCCESS);
+  EXPECT_TRUE(Logged("SetBootOptions Parameter=7D\n"
+                     "Trial 0 SetBootOptions status=8000000000000012 for Parameter=7D\n") ||
+              Logged("SetBootOptions Parameter=7d\n"
+                     "Trial 0 SetBootOptions status=8000000000000012 for Parameter=7d\n"))
+      << Log();
+  EXPECT_EQ(bmc().State().bootOrderTable.at(0), 0xAB);
+  FailFirst(1);
+  EXPECT_EQ(bds::SendOneTimeStaleRequest(transport()), EFI_SUCCESS);
+  EXPECT_TRUE(Logged("Trial 0 SetBootOptions failed=8000000000000012 \n"));
+  EXPECT_EQ(bmc().State().oneTimeStaleRequests, 1U);
+}
+
+TEST_F(ParameterRequests, AShortAnswerLeavesZerosBehindIt) {
+  std::array<UINT8, 7> answer;
+  answer.fill(0xEE);
+  EXPECT_EQ(bds::GetBootOptions(transport(), bds::kSetInProgress, answer), EFI_SUCCESS);
+  EXPECT_EQ(answer, (std::array<UINT8, 7>{1, 0, 0, 0, 0, 0, 0}));
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,80 @@
+// The management mode's queries, and the Setup variable's switch that follows a policy file.
+#include "bmc/management_mode.h"
+
+#include "bmc/steps.h"
+#include "platform/setup_variable.h"
+#include "tests/support/bmc_fixture.h"
+
+namespace test {
+namespace {
+
+class ManagementMode : public BmcFixture {};
+
+TEST_F(ManagementMode, ConfigModeIsManagedWithTheFlag) {
+  for (UINT8 mode = 0; mode <= 2; ++mode) {
+    for (UINT8 flag = 0; flag <= 2; ++flag) {
+      NextBoot();
+      PublishMode(mode, flag);
+      bds::gBmc.ZephanConfigMode = 7;
+      bds::DetectZephanConfigMode();
+      EXPECT_EQ(bds::gBmc.ZephanConfigMode, mode == 1 && flag == 1 ? 1 : 0) << int{mode} << int{flag};
+      EXPECT_EQ(bds::IsRackZephan(), mode);
+    }
+  }
+  EXPECT_TRUE(Logged("UEFIBoot: Zephan mode M:2 F:2. \nDetect ZephanConfigMode:0\n"));
+}
+
+TEST_F(ManagementMode, WithoutTheInterfaceTheServerIsStandalone) {
+  bds::gBmc.ZephanConfigMode = 1;
+  bds::DetectZephanConfigMode();
+  EXPECT_EQ(bds::gBmc.ZephanConfigMode, 0);
+  EXPECT_EQ(Log(), "UEFIBoot: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n");
+  EXPECT_EQ(bds::IsRackZephan(), 0);
+  EXPECT_TRUE(Logged("IsRackZephan: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n"));
+}
+
+TEST_F(ManagementMode, APolicyFileSwitchesEfiOptionsOnOnce) {
+  const struct {
+    std::uint8_t enable;
+    bool file;
+    std::uint8_t after;
+  } cases[] = {{0, false, 0}, {0, true, 2}, {1, false, 1}, {1, true, 1}, {2, false, 2}, {2, true, 2}, {3, true, 3}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << int{c.enable} << c.file);
+    NextBoot();
+    SetSetup({{kSetupEfiBootOptionsEnable, c.enable}, {3, 0x55}});
+    files().Remove("ConfigPolicy.xml");
+    if (c.file) {
+      files().Write("ConfigPolicy.xml", {'<'});
+    }
+    const std::uint64_t writes = NonVolatileWrites();
+    const sim::Ticks start = clock().Now();
+    bds::CheckZephan_EFIBootSupport();
+    EXPECT_EQ(SetupByte(kSetupEfiBootOptionsEnable), c.after);
+    EXPECT_EQ(SetupByte(3), 0x55);
+    EXPECT_EQ(NonVolatileWrites() - writes, c.after == c.enable ? 0U : 1U);
+    EXPECT_GE(clock().Now() - start, 200 * sim::kMillisecond);
+    EXPECT_EQ(Logged("CheckZephan_EFIBootSupport:XML file open failed:2\n"), !c.file);
+    std::uint32_t attributes = 0;
+    ASSERT_TRUE(Variable(kSetupName, kSetupGuid, &attributes));
+    EXPECT_EQ(attributes, kAttributes7);
+    const auto& last = bmc().Interface().Trace().back();
+    EXPECT_EQ(last.request[1], 9) << "closed whatever the open gave";
+  }
+}
+
+TEST_F(ManagementMode, WithoutAReadableSetupNothingIsSwitched) {
+  files().Write("ConfigPolicy.xml", {'<'});
+  bds::CheckZephan_EFIBootSupport();
+  EXPECT_TRUE(Logged("Error on Reading the Setup Variables:EFI_NOT_FOUND\n"));
+  for (const std::size_t size : {160, 168}) {
+    NextBoot();
+    SetVariable(kSetupName, kSetupGuid, kAttributes7, Bytes(size));
+    bds::CheckZephan_EFIBootSupport();
+    EXPECT_EQ(Variable(kSetupName, kSetupGuid), Bytes(size));
+    EXPECT_TRUE(Logged("Error on Reading the Setup Variables:"));
+  }
+}
+
+}  // namespace
+}  // namespace test

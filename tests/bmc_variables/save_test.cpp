@@ -1,0 +1,152 @@
+// Copies of the boot variables on the BMC, the safe reboot after the first, and a BMC that cannot be heard.
+#include "bmc/steps.h"
+#include "platform/setup_variable.h"
+#include "tests/support/bmc_fixture.h"
+
+namespace test {
+namespace {
+
+class SaveCopies : public BmcFixture {
+ protected:
+  SaveCopies() {
+    SetSetup({{kSetupUefiMode, 1}});
+    SetGlobal(u"BootOrder", Order({1, 0x000A, 7}));
+    SetGlobal(u"Boot0001", first);
+    SetGlobal(u"Boot000A", second);
+  }
+  bool Save() { return Returns(bds::SaveEfiBootVaiablesToBMC); }
+  const Bytes first = Image(u"First");
+  const Bytes second = Image(u"Second", Bytes(100, 0x42));
+};
+
+TEST_F(SaveCopies, TheFirstSaveIsFollowedByOneWarmReset) {
+  EXPECT_FALSE(Save());
+  EXPECT_EQ(files().Read("BootOrder"), Order({1, 0x000A, 7}));
+  EXPECT_EQ(files().Read("Boot0001"), first);
+  EXPECT_EQ(files().Read("Boot000A"), second);
+  EXPECT_EQ(files().Names().size(), 3U);
+  EXPECT_TRUE(Logged("\n UEFIBoot: fail to get EFI Boot0007 variable to save \n"));
+  EXPECT_TRUE(Logged("Server is booting first time in UEFI Boot Mode - issue a safe reboot ....\n"));
+  NextBoot();
+  EXPECT_TRUE(Save());
+  EXPECT_EQ(PoolBlocks(), 0U);
+}
+
+TEST_F(SaveCopies, ALaterSaveFollowsTheVariablesAndLeavesStaleFiles) {
+  files().Write("BootOrder", {9, 0});
+  files().Write("Boot0009", {1});
+  files().Write("Boot0001", Bytes(500, 1));
+  const sim::Ticks start = clock().Now();
+  EXPECT_TRUE(Save());
+  EXPECT_EQ(files().Read("BootOrder"), Order({1, 0x000A, 7}));
+  EXPECT_EQ(files().Read("Boot0001"), first);
+  EXPECT_EQ(files().Read("Boot0009"), Bytes{1});
+  // One wait of 200 ms after each of four closes.
+  EXPECT_GE(clock().Now() - start, 800 * sim::kMillisecond);
+  EXPECT_LE(clock().Now() - start, 900 * sim::kMillisecond);
+}
+
+TEST_F(SaveCopies, OptionsWithoutAnOrderOnTheBmcAreLeftAlone) {
+  for (const char* present : {"Boot0001", "Boot0002", "Boot0003"}) {
+    SCOPED_TRACE(present);
+    NextBoot();
+    for (const std::string& name : files().Names()) {
+      files().Remove(name);
+    }
+    files().Write(present, {1});
+    files().Write("BootOrder", {});  // as good as none
+    EXPECT_TRUE(Save());
+    EXPECT_EQ(files().Read("BootOrder"), Bytes{});
+    EXPECT_TRUE(Logged("INVALID CONDITION DETECTED. BootOrder var is absent on BMC - but Bootxxxx is present\n"));
+  }
+}
+
+TEST_F(SaveCopies, UefiModeOffOrNoSetupDoesNothing) {
+  SetSetup({});
+  EXPECT_TRUE(Save());
+  SetVariable(kSetupName, kSetupGuid, kAttributes7, {});
+  EXPECT_TRUE(Save());
+  EXPECT_EQ(Log(), "");
+  EXPECT_EQ(bmc().Interface().Exchanges(), 0U);
+}
+
+TEST_F(SaveCopies, WithoutABootOrderTheBmcKeepsItsCopy) {
+  SetGlobal(u"BootOrder", {});
+  files().Write("BootOrder", {9, 0});
+  EXPECT_TRUE(Save());
+  EXPECT_EQ(files().Read("BootOrder"), (Bytes{9, 0}));
+  EXPECT_TRUE(Logged("\n UEFIBoot: fail to get EFI BootOrder variable \n"));
+}
+
+// Whatever the BMC does, the boot goes on, within a bound, and is not reset again and again.
+TEST_F(SaveCopies, ABmcThatFailsNeverResetsTheServer) {
+  const struct {
+    const char* fault;
+    std::uint64_t seconds;
+  } cases[] = {
+      {"no-answer:always", 16},   {"h2b-stuck:always", 12}, {"bad-checksum:always", 101},
+      {"wrong-length:always", 1}, {"wrong-echo:always", 1}, {"lock-held:always", 1},
+      {"refuse-write:always", 3}, {"late:5500xalways", 21}, {"lying-length:200xalways", 1},
+      {"no-answer:always@6", 20}, {"refuse-write@6", 3},    {"lock-held:always@6", 3},
+      {"wrong-echo:always@7", 5},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    for (int boot = 0; boot < 3; ++boot) {
+      NextBoot();
+      for (const std::string& name : files().Names()) {
+        files().Remove(name);
+      }
+      files().Write("x", {});
+      AddFault(c.fault);
+      const sim::Ticks start = clock().Now();
+      EXPECT_TRUE(Save());
+      EXPECT_LE((clock().Now() - start) / sim::kMillisecond, c.seconds * 1000);
+      EXPECT_FALSE(bmc().Interface().LockTaken());
+    }
+  }
+}
+
+TEST_F(SaveCopies, ABmcThatRefusesItsFirstFileGetsNoOtherAndNoReset) {
+  AddFault("refuse-open:always");
+  EXPECT_TRUE(Save());
+  EXPECT_TRUE(files().Names().empty());
+}
+
+TEST_F(SaveCopies, SilenceDuringTheExaminationIsNotAnAbsence) {
+  files().Write("BootOrder", {9, 0});
+  files().Write("Boot0009", {1});
+  AddFault("no-answer:2");
+  EXPECT_TRUE(Save());
+  EXPECT_EQ(files().Read("BootOrder"), (Bytes{9, 0}));
+}
+
+TEST_F(SaveCopies, APowerCutAnywhereLeavesVariablesAndTheNextBootSavesOrResets) {
+  for (int cut = 1; cut < 40; ++cut) {
+    SCOPED_TRACE(cut);
+    NextBoot();
+    for (const std::string& name : files().Names()) {
+      files().Remove(name);
+    }
+    AddFault(("power-loss@" + std::to_string(cut)).c_str());
+    const bool returned = Save();
+    EXPECT_FALSE(returned);
+    EXPECT_EQ(Global(u"BootOrder"), Order({1, 0x000A, 7}));
+    // What the cut left is restored or not; the variables stay what they were.
+    NextBoot();
+    SetVariable(u"BootOptionRestored",
+                EFI_GUID{0x9DAE27E6, 0x9CC9, 0x4972, {0xBC, 0xDB, 0x82, 0x45, 0x73, 0xA2, 0xC2, 0xF6}}, kAttributes3,
+                {});
+    EXPECT_TRUE(Returns(bds::RestoreEfiBootVariablesFromBMC));
+    EXPECT_EQ(Global(u"BootOrder"), Order({1, 0x000A, 7}));
+    EXPECT_EQ(Global(u"Boot0001"), first);
+    EXPECT_EQ(Global(u"Boot000A"), second);
+    Save();
+    NextBoot();
+    EXPECT_TRUE(Save());
+    EXPECT_EQ(files().Read("Boot000A"), second);
+  }
+}
+
+}  // namespace
+}  // namespace test
