@@ -20,9 +20,10 @@ struct DeviceSet::State {
   std::vector<std::unique_ptr<BusDriver>> drivers;
 };
 
-DeviceSet::DeviceSet(EFI_BOOT_SERVICES& boot, const BusContext& context, DeviceTree tree, const BuildOptions& options)
+DeviceSet::DeviceSet(Machine& machine, DeviceTree tree, const BuildOptions& options)
     : state_(std::make_unique<State>()) {
   state_->tree = std::move(tree);
+  const BusContext context = ContextOf(machine);
   std::uint32_t nextAddress = kFirstPciAddress;
   for (const RootBridge& bridge : state_->tree.rootBridges) {
     state_->rootBridges.push_back(std::make_unique<RootBridgeIo>(bridge, nextAddress, context));
@@ -31,22 +32,26 @@ DeviceSet::DeviceSet(EFI_BOOT_SERVICES& boot, const BusContext& context, DeviceT
     interfaces.insert(interfaces.begin(), {ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>, state_->paths.back()->Get()});
     EFI_HANDLE handle = nullptr;
     for (const Interface& item : interfaces) {
-      (void)boot.InstallProtocolInterface(&handle, &item.guid, EFI_NATIVE_INTERFACE, item.pointer);
+      (void)machine.Handles().Install(&handle, &item.guid, item.pointer);
     }
     state_->handles.push_back(handle);
   }
   auto& drivers = state_->drivers;
-  drivers.push_back(MakePciBusDriver(boot, context));
-  for (auto& driver : MakeControllerDrivers(boot, context, state_->tree)) drivers.push_back(std::move(driver));
-  drivers.push_back(MakeUsbMassStorageDriver(boot, context));
-  drivers.push_back(MakeNetworkBootDriver(boot, context));
-  drivers.push_back(MakePartitionDriver(boot, context));
-  drivers.push_back(MakeFatDriver(boot, context));
+  drivers.push_back(MakePciBusDriver(machine));
+  for (auto& driver : MakeControllerDrivers(machine, state_->tree)) drivers.push_back(std::move(driver));
+  drivers.push_back(MakeUsbMassStorageDriver(machine));
+  drivers.push_back(MakeNetworkBootDriver(machine));
+  drivers.push_back(MakePartitionDriver(machine));
+  drivers.push_back(MakeFatDriver(machine));
   if (!options.connected) return;
-  for (EFI_HANDLE handle : state_->handles) (void)boot.ConnectController(handle, nullptr, nullptr, TRUE);
+  for (EFI_HANDLE handle : state_->handles) (void)machine.ConnectController(handle, nullptr, nullptr, true);
 }
 
 DeviceSet::~DeviceSet() = default;
+
+DeviceSet& BuildDevices(Machine& machine, DeviceTree tree, const BuildOptions& options) {
+  return machine.Attach<DeviceSet>(std::move(tree), options);
+}
 
 const DeviceTree& DeviceSet::Tree() const { return state_->tree; }
 

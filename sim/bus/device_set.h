@@ -4,9 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/boot_services.h"
-#include "sim/bus/bus_context.h"
 #include "sim/bus/device_tree.h"
+#include "sim/firmware/machine.h"
 
 namespace sim {
 
@@ -14,11 +13,11 @@ struct BuildOptions {
   bool connected = false;  // the firmware has connected everything before the boot begins
 };
 
-// Root bridges and drivers of one machine. It owns its copy of the tree, every object behind an interface and every
-// driver, so it has to live until the machine's last service call, and not longer than its boot services table.
+// Root bridges and drivers of one machine, attached to it: machine.Attach<DeviceSet>(tree). It owns its copy of the
+// tree, every object behind an interface and every driver. CheckDeviceTree has passed the tree.
 class DeviceSet {
  public:
-  DeviceSet(EFI_BOOT_SERVICES& boot, const BusContext& context, DeviceTree tree, const BuildOptions& options = {});
+  DeviceSet(Machine& machine, DeviceTree tree, const BuildOptions& options = {});
   DeviceSet(const DeviceSet&) = delete;
   DeviceSet& operator=(const DeviceSet&) = delete;
   ~DeviceSet();
@@ -30,5 +29,8 @@ class DeviceSet {
   struct State;
   std::unique_ptr<State> state_;
 };
+
+// Attaches the tree's devices; what the standard form is for whoever builds a server.
+DeviceSet& BuildDevices(Machine& machine, DeviceTree tree, const BuildOptions& options = {});
 
 }  // namespace sim

@@ -36,7 +36,7 @@ EFI_STATUS CopyWithText(std::span<const std::byte> head, std::u16string_view tex
   if (buffer == nullptr) return EFI_INVALID_PARAMETER;
   *size = needed;
   auto* out = static_cast<std::byte*>(buffer);
-  std::memcpy(out, head.data(), head.size());
+  std::copy(head.begin(), head.end(), out);
   std::memcpy(out + head.size(), text.data(), text.size() * sizeof(CHAR16));
   std::memset(out + head.size() + text.size() * sizeof(CHAR16), 0, sizeof(CHAR16));
   return EFI_SUCCESS;

@@ -17,8 +17,8 @@ using Children = std::vector<BusChild>;
 
 class UsbMassStorageDriver final : public BusDriver {
  public:
-  UsbMassStorageDriver(EFI_BOOT_SERVICES& boot, const BusContext& context)
-      : BusDriver(boot, context, {.name = u"USB Mass Storage Driver", .consumed = ProtocolGuid<EFI_USB_IO_PROTOCOL>}) {}
+  explicit UsbMassStorageDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"USB Mass Storage Driver", .consumed = ProtocolGuid<EFI_USB_IO_PROTOCOL>}) {}
 
  private:
   [[nodiscard]] bool Serves(void* consumed) override {
@@ -31,7 +31,7 @@ class UsbMassStorageDriver final : public BusDriver {
   [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath& path, Children& children) override {
     const UsbDevice& device = UsbInterface::From(static_cast<EFI_USB_IO_PROTOCOL*>(consumed)).Device();
     for (std::size_t lun = 0; lun < device.units.size(); ++lun) {
-      BusChild child{.path = {}, .objects = MakeDriveObjects(device.units[lun]), .marks = {}, .name = {}};
+      BusChild child{.objects = MakeDriveObjects(device.units[lun])};
       child.objects.push_back(DiskInfo::Scsi(device.units[lun], gEfiDiskInfoUsbInterfaceGuid));
       if (lun > 0) child.path = UnitPath(path, device.unitNode, static_cast<std::uint8_t>(lun));
       children.push_back(std::move(child));
@@ -47,9 +47,8 @@ class UsbMassStorageDriver final : public BusDriver {
 
 class NetworkBootDriver final : public BusDriver {
  public:
-  NetworkBootDriver(EFI_BOOT_SERVICES& boot, const BusContext& context)
-      : BusDriver(boot, context,
-                  {.name = u"Network Boot Driver", .consumed = ProtocolGuid<EFI_SIMPLE_NETWORK_PROTOCOL>}) {}
+  explicit NetworkBootDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"Network Boot Driver", .consumed = ProtocolGuid<EFI_SIMPLE_NETWORK_PROTOCOL>}) {}
 
  private:
   [[nodiscard]] bool Serves(void* consumed) override {
@@ -60,8 +59,7 @@ class NetworkBootDriver final : public BusDriver {
   [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath& path, Children& children) override {
     const NetworkPort& port = PortOf(consumed);
     const auto add = [&](DevicePath child) {
-      children.push_back(
-          {.path = std::move(child), .objects = {std::make_shared<NetworkLoadFile>(port)}, .marks = {}, .name = {}});
+      children.push_back({.path = std::move(child), .objects = {std::make_shared<NetworkLoadFile>(port)}});
     };
     if (port.ipv4) add(DevicePath(path).IPv4());
     if (port.ipv6) add(DevicePath(path).IPv6());
@@ -75,8 +73,8 @@ class NetworkBootDriver final : public BusDriver {
 
 class PartitionDriver final : public BusDriver {
  public:
-  PartitionDriver(EFI_BOOT_SERVICES& boot, const BusContext& context)
-      : BusDriver(boot, context, {.name = u"Partition Driver", .consumed = ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>}) {}
+  explicit PartitionDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"Partition Driver", .consumed = ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>}) {}
 
  private:
   [[nodiscard]] bool Serves(void* consumed) override {
@@ -96,9 +94,7 @@ class PartitionDriver final : public BusDriver {
       auto part = std::make_shared<BlockWindow>(whole, partition.startBlock * block, partition.blockCount * block);
       const BlockDeviceTraits traits{.removable = blockIo->Media->RemovableMedia != 0, .logicalPartition = true};
       BusChild child{.path = PartitionPath(path, partition),
-                     .objects = {std::make_shared<BlockDevice>(std::move(part), traits)},
-                     .marks = {},
-                     .name = {}};
+                     .objects = {std::make_shared<BlockDevice>(std::move(part), traits)}};
       if (partition.efiSystem) child.marks.push_back(kEfiSystemPartitionType);
       children.push_back(std::move(child));
     }
@@ -122,9 +118,8 @@ class PartitionDriver final : public BusDriver {
 
 class FatDriver final : public BusDriver {
  public:
-  FatDriver(EFI_BOOT_SERVICES& boot, const BusContext& context)
-      : BusDriver(boot, context, {.name = u"FAT File System Driver", .consumed = ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>}) {
-  }
+  explicit FatDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"FAT File System Driver", .consumed = ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>}) {}
 
  private:
   [[nodiscard]] bool Serves(void* consumed) override {
@@ -136,27 +131,23 @@ class FatDriver final : public BusDriver {
     const BlockSourcePtr volume = MakeBlockIoSource(static_cast<EFI_BLOCK_IO_PROTOCOL*>(consumed));
     if (volume == nullptr) return EFI_NO_MEDIA;
     const auto open = [volume](auto& reader) { return OpenFileSystem(volume, reader); };
-    children.push_back({.path = {}, .objects = {std::make_shared<FileVolume>(open)}, .marks = {}, .name = {}});
+    children.push_back({.objects = {std::make_shared<FileVolume>(open)}});
     return EFI_SUCCESS;
   }
 };
 
 }  // namespace
 
-std::unique_ptr<BusDriver> MakeUsbMassStorageDriver(EFI_BOOT_SERVICES& boot, const BusContext& context) {
-  return std::make_unique<UsbMassStorageDriver>(boot, context);
+std::unique_ptr<BusDriver> MakeUsbMassStorageDriver(Machine& machine) {
+  return std::make_unique<UsbMassStorageDriver>(machine);
 }
 
-std::unique_ptr<BusDriver> MakeNetworkBootDriver(EFI_BOOT_SERVICES& boot, const BusContext& context) {
-  return std::make_unique<NetworkBootDriver>(boot, context);
+std::unique_ptr<BusDriver> MakeNetworkBootDriver(Machine& machine) {
+  return std::make_unique<NetworkBootDriver>(machine);
 }
 
-std::unique_ptr<BusDriver> MakePartitionDriver(EFI_BOOT_SERVICES& boot, const BusContext& context) {
-  return std::make_unique<PartitionDriver>(boot, context);
-}
+std::unique_ptr<BusDriver> MakePartitionDriver(Machine& machine) { return std::make_unique<PartitionDriver>(machine); }
 
-std::unique_ptr<BusDriver> MakeFatDriver(EFI_BOOT_SERVICES& boot, const BusContext& context) {
-  return std::make_unique<FatDriver>(boot, context);
-}
+std::unique_ptr<BusDriver> MakeFatDriver(Machine& machine) { return std::make_unique<FatDriver>(machine); }
 
 }  // namespace sim

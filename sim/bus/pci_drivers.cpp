@@ -19,18 +19,16 @@ using Children = std::vector<BusChild>;
 
 class PciBusDriver final : public BusDriver {
  public:
-  PciBusDriver(EFI_BOOT_SERVICES& boot, const BusContext& context)
-      : BusDriver(boot, context,
-                  {.name = u"PCI Bus Driver",
-                   .consumed = ProtocolGuid<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>,
-                   .needsChild = false}) {}
+  explicit PciBusDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"PCI Bus Driver",
+                            .consumed = ProtocolGuid<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>,
+                            .needsChild = false}) {}
 
  private:
   [[nodiscard]] bool Serves(void*) override { return true; }
   [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath&, Children& children) override {
     for (const auto& node : RootBridgeIo::From(static_cast<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL*>(consumed)).Nodes()) {
-      children.push_back(
-          {.path = node->Path(), .objects = {std::make_shared<PciIo>(*node, Context())}, .marks = {}, .name = {}});
+      children.push_back({.path = node->Path(), .objects = {std::make_shared<PciIo>(*node, Context())}});
     }
     return EFI_SUCCESS;
   }
@@ -38,7 +36,7 @@ class PciBusDriver final : public BusDriver {
 
 // A drive's child: block I/O (and a folder's volume) with its disk info.
 BusChild DriveChild(std::optional<DevicePath> path, const Drive& drive, std::shared_ptr<DeviceObject> info) {
-  BusChild child{.path = std::move(path), .objects = MakeDriveObjects(drive), .marks = {}, .name = {}};
+  BusChild child{.path = std::move(path), .objects = MakeDriveObjects(drive)};
   child.objects.push_back(std::move(info));
   return child;
 }
@@ -54,7 +52,7 @@ constexpr std::uint32_t kFloppyController = 0x060441D0;
 void Populate(const IsaBridge& isa, const BusContext&, const DevicePath& parent, Children& children) {
   const auto add = [&](std::uint32_t hid, std::uint32_t uid) {
     DevicePath path = parent;
-    children.push_back({.path = path.Acpi(hid, uid), .objects = {}, .marks = {}, .name = {}});
+    children.push_back({.path = path.Acpi(hid, uid)});
   };
   if (isa.keyboard) add(kPs2Keyboard, 0);
   if (isa.mouse) add(kPs2Mouse, 0);
@@ -105,7 +103,7 @@ void Populate(const NvmeController& nvme, const BusContext&, const DevicePath& p
 }
 
 void Populate(const ScsiController& scsi, const BusContext& context, const DevicePath& parent, Children& children) {
-  children.push_back({.path = {}, .objects = {std::make_shared<ScsiAdapter>(scsi, context)}, .marks = {}, .name = {}});
+  children.push_back({.objects = {std::make_shared<ScsiAdapter>(scsi, context)}});
   for (const ScsiDevice& device : scsi.devices) {
     if (!device.present) continue;
     DevicePath path = parent;
@@ -120,8 +118,7 @@ void AddUsbDevices(const std::vector<UsbDevice>& devices, const BusContext& cont
     if (!device.present) continue;
     DevicePath path = parent;
     path.Usb(device.port, device.interfaceNumber);
-    children.push_back(
-        {.path = path, .objects = {std::make_shared<UsbInterface>(device, context)}, .marks = {}, .name = {}});
+    children.push_back({.path = path, .objects = {std::make_shared<UsbInterface>(device, context)}});
     AddUsbDevices(device.devices, context, path, children);
   }
 }
@@ -134,7 +131,7 @@ void Populate(const NetworkController& network, const BusContext&, const DeviceP
   for (const NetworkPort& port : network.ports) {
     DevicePath path = parent;
     path.Mac(port.mac);
-    BusChild child{.path = path, .objects = {std::make_shared<NetworkInterface>(port)}, .marks = {}, .name = {}};
+    BusChild child{.path = path, .objects = {std::make_shared<NetworkInterface>(port)}};
     if (port.bootMacNode) child.objects.push_back(std::make_shared<NetworkLoadFile>(port));
     children.push_back(std::move(child));
   }
@@ -148,8 +145,7 @@ void Populate(const DisplayController& display, const BusContext& context, const
               Children& children) {
   DevicePath path = parent;
   path.AppendRaw(ACPI_DEVICE_PATH, kAcpiAdrSubType, std::as_bytes(std::span(&kVgaAddress, 1)));
-  children.push_back(
-      {.path = path, .objects = {std::make_shared<DisplayDevice>(display, context)}, .marks = {}, .name = {}});
+  children.push_back({.path = path, .objects = {std::make_shared<DisplayDevice>(display, context)}});
 }
 
 // The drivers' own names, by the controller's place in the variant.
@@ -167,11 +163,10 @@ static_assert(std::size(kDriverNames) == std::variant_size_v<Controller>);
 
 class ControllerDriver final : public BusDriver {
  public:
-  ControllerDriver(EFI_BOOT_SERVICES& boot, const BusContext& context, std::size_t kind, std::u16string name)
-      : BusDriver(boot, context,
-                  {.name = name.empty() ? std::u16string(kDriverNames[kind]) : name,
-                   .consumed = ProtocolGuid<EFI_PCI_IO_PROTOCOL>,
-                   .needsChild = false}),
+  ControllerDriver(Machine& machine, std::size_t kind, std::u16string name)
+      : BusDriver(machine, {.name = name.empty() ? std::u16string(kDriverNames[kind]) : name,
+                            .consumed = ProtocolGuid<EFI_PCI_IO_PROTOCOL>,
+                            .needsChild = false}),
         kind_(kind),
         name_(std::move(name)) {}
 
@@ -188,9 +183,7 @@ class ControllerDriver final : public BusDriver {
                FunctionOf(consumed).controller);
     return EFI_SUCCESS;
   }
-  [[nodiscard]] std::u16string ControllerName(void* consumed) const override {
-    return FunctionOf(consumed).controllerName;
-  }
+  [[nodiscard]] std::u16string NameOf(void* consumed) const override { return FunctionOf(consumed).controllerName; }
 
   std::size_t kind_;
   std::u16string name_;
@@ -207,17 +200,14 @@ void CollectKinds(const std::vector<PciFunction>& functions, std::set<std::pair<
 
 }  // namespace
 
-std::unique_ptr<BusDriver> MakePciBusDriver(EFI_BOOT_SERVICES& boot, const BusContext& context) {
-  return std::make_unique<PciBusDriver>(boot, context);
-}
+std::unique_ptr<BusDriver> MakePciBusDriver(Machine& machine) { return std::make_unique<PciBusDriver>(machine); }
 
-std::vector<std::unique_ptr<BusDriver>> MakeControllerDrivers(EFI_BOOT_SERVICES& boot, const BusContext& context,
-                                                              const DeviceTree& tree) {
+std::vector<std::unique_ptr<BusDriver>> MakeControllerDrivers(Machine& machine, const DeviceTree& tree) {
   std::set<std::pair<std::size_t, std::u16string>> kinds;
   for (const RootBridge& bridge : tree.rootBridges) CollectKinds(bridge.functions, kinds);
   std::vector<std::unique_ptr<BusDriver>> drivers;
   for (const auto& [kind, name] : kinds) {
-    drivers.push_back(std::make_unique<ControllerDriver>(boot, context, kind, name));
+    drivers.push_back(std::make_unique<ControllerDriver>(machine, kind, name));
   }
   return drivers;
 }

@@ -1,0 +1,155 @@
+// Drives: block I/O as the standard wants it refused and served, Identify data, INQUIRY, and the SCSI commands.
+#include "sim/bus/block_device.h"
+#include "sim/bus/drive_identity.h"
+#include "sim/bus/scsi_target.h"
+#include "tests/sim_bus/bus_fixture.h"
+
+namespace sim::test {
+namespace {
+
+TEST(BlockDevice, ReadsAndRefusals) {
+  BlockDevice device(NumberedDisk(10), {});
+  auto* io = ProtocolOf<EFI_BLOCK_IO_PROTOCOL>(device);
+  EXPECT_EQ(io->Media->LastBlock, 9U);
+  EXPECT_TRUE(io->Media->ReadOnly);
+  Bytes buffer(1024);
+  ASSERT_EQ(io->ReadBlocks(io, io->Media->MediaId, 8, 1024, buffer.data()), EFI_SUCCESS);
+  EXPECT_EQ(buffer[0], std::byte{8});
+  EXPECT_EQ(buffer[512], std::byte{9});
+  const struct {
+    UINT32 mediaId;
+    EFI_LBA lba;
+    UINTN size;
+    bool withBuffer;
+    EFI_STATUS status;
+  } cases[] = {{99, 0, 512, true, EFI_MEDIA_CHANGED},
+               {1, 0, 500, true, EFI_BAD_BUFFER_SIZE},
+               {1, 10, 512, true, EFI_INVALID_PARAMETER},
+               {1, 9, 1024, true, EFI_INVALID_PARAMETER},
+               {1, UINT64_MAX, 512, true, EFI_INVALID_PARAMETER},
+               {1, 0, 512, false, EFI_INVALID_PARAMETER},
+               {1, 0, 0, false, EFI_SUCCESS}};
+  for (const auto& item : cases) {
+    void* target = item.withBuffer ? buffer.data() : nullptr;
+    EXPECT_EQ(io->ReadBlocks(io, item.mediaId, item.lba, item.size, target), item.status)
+        << item.lba << " " << item.size;
+  }
+  EXPECT_EQ(io->WriteBlocks(io, 1, 0, 512, buffer.data()), EFI_WRITE_PROTECTED);
+}
+
+TEST(BlockDevice, EmptyDriveHasNoMedium) {
+  Drive dvd;
+  dvd.kind = DriveKind::CdRom;
+  BlockDevice device(dvd);
+  auto* io = ProtocolOf<EFI_BLOCK_IO_PROTOCOL>(device);
+  EXPECT_FALSE(io->Media->MediaPresent);
+  EXPECT_TRUE(io->Media->RemovableMedia);
+  EXPECT_EQ(io->Media->BlockSize, 2048U);
+  Bytes buffer(2048);
+  EXPECT_EQ(io->ReadBlocks(io, 1, 0, 2048, buffer.data()), EFI_NO_MEDIA);
+  EXPECT_EQ(MakeBlockIoSource(io), nullptr);
+}
+
+TEST(BlockDevice, SourceOverBlockIoReadsAtAnyOffset) {
+  BlockDevice device(NumberedDisk(10), {});
+  const BlockSourcePtr source = MakeBlockIoSource(ProtocolOf<EFI_BLOCK_IO_PROTOCOL>(device));
+  EXPECT_EQ(source->Size(), 5120U);
+  Bytes bytes(514);
+  ASSERT_EQ(source->Read(1023, bytes), EFI_SUCCESS);
+  EXPECT_EQ(bytes[1], std::byte{2});
+  EXPECT_EQ(bytes[513], std::byte{3});
+  EXPECT_EQ(source->Read(5000, bytes), EFI_DEVICE_ERROR);
+}
+
+Drive NamedDrive() {
+  Drive drive;
+  drive.vendor = "ACME";
+  drive.model = "Stick";
+  drive.revision = "1.00";
+  drive.serial = "SN-1234";
+  drive.medium.blocks = NumberedDisk(100);
+  return drive;
+}
+
+TEST(DriveIdentity, IdentifyTextsAreSwappedInPairs) {
+  Drive drive = NamedDrive();
+  drive.model = "WDC XYZ";
+  const IdentifyData data = MakeIdentifyData(drive, true);
+  EXPECT_EQ(TextOf(data, 20, 20), "NS1-32 4            ");
+  EXPECT_EQ(TextOf(data, 54, 10), "DW CYX Z  ");
+  EXPECT_EQ(data[152], std::byte{0x0E});
+  EXPECT_EQ(MakeIdentifyData(drive, false)[152], std::byte{0});
+  EXPECT_EQ(data[120], std::byte{100}) << "sectors";
+}
+
+TEST(DriveIdentity, DiskInfoTellsPlaceAndRefusesShortBuffers) {
+  const auto info = DiskInfo::Ata(NamedDrive(), gEfiDiskInfoAhciInterfaceGuid, true, 4, 0xFFFF);
+  auto* protocol = ProtocolOf<EFI_DISK_INFO_PROTOCOL>(*info);
+  EXPECT_EQ(protocol->Interface, gEfiDiskInfoAhciInterfaceGuid);
+  UINT32 port = 0;
+  UINT32 multiplier = 0;
+  EXPECT_EQ(protocol->WhichIde(protocol, &port, &multiplier), EFI_SUCCESS);
+  EXPECT_EQ(port, 4U);
+  EXPECT_EQ(multiplier, 0xFFFFU);
+  Bytes data(512);
+  UINT32 size = 511;
+  EXPECT_EQ(protocol->Identify(protocol, data.data(), &size), EFI_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 512U);
+  EXPECT_EQ(protocol->Identify(protocol, data.data(), &size), EFI_SUCCESS);
+  EXPECT_EQ(protocol->Inquiry(protocol, data.data(), &size), EFI_NOT_FOUND) << "a disk on ATA has no INQUIRY";
+  const auto scsi = DiskInfo::Scsi(NamedDrive(), gEfiDiskInfoScsiInterfaceGuid);
+  protocol = ProtocolOf<EFI_DISK_INFO_PROTOCOL>(*scsi);
+  EXPECT_EQ(protocol->WhichIde(protocol, &port, &multiplier), EFI_UNSUPPORTED);
+  EXPECT_EQ(protocol->Inquiry(protocol, data.data(), &size), EFI_SUCCESS);
+  EXPECT_EQ(size, 36U);
+}
+
+template <std::size_t Size>
+ScsiAnswer Execute(ScsiTarget& target, const std::uint8_t (&command)[Size]) {
+  return target.Execute(std::as_bytes(std::span(command)));
+}
+
+std::uint8_t SenseKey(const ScsiAnswer& answer) {
+  return answer.sense.size() < 14 ? 0 : std::to_integer<std::uint8_t>(answer.sense[2]);
+}
+
+TEST(ScsiTarget, InquiryIsCutToTheAllocationLength) {
+  ScsiTarget target(NamedDrive());
+  const ScsiAnswer whole = Execute(target, {0x12, 0, 0, 0, 96, 0});
+  ASSERT_EQ(whole.data.size(), 36U);
+  EXPECT_EQ(TextOf(whole.data, 8, 28), "ACME    Stick           1.00");
+  EXPECT_EQ(Execute(target, {0x12, 0, 0, 0, 5, 0}).data.size(), 5U);
+  EXPECT_EQ(SenseKey(Execute(target, {0x12, 1, 0x80, 0, 96, 0})), 5) << "no vital product data pages";
+}
+
+TEST(ScsiTarget, ReadsBlocksAndRefusesWhatLiesOutside) {
+  ScsiTarget target(NamedDrive());
+  const ScsiAnswer capacity = Execute(target, {0x25, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  ASSERT_EQ(capacity.data.size(), 8U);
+  EXPECT_EQ(capacity.data[3], std::byte{99});
+  EXPECT_EQ(capacity.data[6], std::byte{2});
+  const ScsiAnswer read = Execute(target, {0x28, 0, 0, 0, 0, 7, 0, 0, 2, 0});
+  ASSERT_EQ(read.data.size(), 1024U);
+  EXPECT_EQ(read.data[512], std::byte{8});
+  EXPECT_EQ(SenseKey(Execute(target, {0x28, 0, 0, 0, 0, 99, 0, 0, 2, 0})), 5);
+  EXPECT_EQ(SenseKey(Execute(target,
+                             {0x88, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0})),
+            5);
+  EXPECT_EQ(SenseKey(Execute(target, {0x28, 0, 0, 0, 0, 7})), 5) << "a block too short for its operation";
+  EXPECT_EQ(SenseKey(Execute(target, {0x2A, 0, 0, 0, 0, 7, 0, 0, 1, 0})), 5) << "a write";
+}
+
+TEST(ScsiTarget, SenseIsKeptForRequestSenseOnce) {
+  Drive drive = NamedDrive();
+  drive.medium = {};
+  ScsiTarget target(drive);
+  EXPECT_EQ(SenseKey(Execute(target, {0x00, 0, 0, 0, 0, 0})), 2);
+  const ScsiAnswer first = Execute(target, {0x03, 0, 0, 0, 18, 0});
+  ASSERT_EQ(first.data.size(), 18U);
+  EXPECT_EQ(first.data[2], std::byte{2});
+  EXPECT_EQ(first.data[12], std::byte{0x3A}) << "medium not present";
+  EXPECT_EQ(Execute(target, {0x03, 0, 0, 0, 18, 0}).data[2], std::byte{0});
+}
+
+}  // namespace
+}  // namespace sim::test

@@ -1,0 +1,198 @@
+// USB devices: descriptors, strings, and both mass storage transports step by step, in order and out of it.
+#include "sim/bus/usb_interface.h"
+#include "tests/sim_bus/bus_fixture.h"
+
+namespace sim::test {
+namespace {
+
+class UsbStorage : public testing::Test {
+ protected:
+  void Make(UsbTransport transport) {
+    device_ = UsbStick(1, NumberedDisk(50), "SERIAL");
+    device_.transport = transport;
+    device_.units[0].vendor = "ACME";
+    device_.units[0].model = "Stick";
+    device_.units[0].revision = "1.00";
+    interface_ = std::make_unique<UsbInterface>(device_, bus_.context);
+    io_ = ProtocolOf<EFI_USB_IO_PROTOCOL>(*interface_);
+  }
+
+  static Bytes Wrapper(std::uint32_t tag, std::uint32_t length, const std::vector<std::uint8_t>& command,
+                       std::uint8_t flags = 0x80, std::uint8_t lun = 0) {
+    Bytes wrapper(31);
+    Put<std::uint32_t>(wrapper, 0, 0x43425355);
+    Put<std::uint32_t>(wrapper, 4, tag);
+    Put<std::uint32_t>(wrapper, 8, length);
+    Put<std::uint8_t>(wrapper, 12, flags);
+    Put<std::uint8_t>(wrapper, 13, lun);
+    Put<std::uint8_t>(wrapper, 14, static_cast<std::uint8_t>(command.size()));
+    for (std::size_t i = 0; i < command.size(); ++i) wrapper[15 + i] = static_cast<std::byte>(command[i]);
+    return wrapper;
+  }
+
+  EFI_STATUS Bulk(UINT8 endpoint, Bytes& data, UINTN timeout = 2000) {
+    UINTN length = data.size();
+    const EFI_STATUS status = io_->UsbBulkTransfer(io_, endpoint, data.data(), &length, timeout, &usbStatus_);
+    data.resize(length);
+    return status;
+  }
+
+  EFI_STATUS Control(UINT8 type, UINT8 request, UINT16 value, UINT16 index, EFI_USB_DATA_DIRECTION direction,
+                     Bytes& data) {
+    EFI_USB_DEVICE_REQUEST setup{type, request, value, index, static_cast<UINT16>(data.size())};
+    return io_->UsbControlTransfer(io_, &setup, direction, 2000, data.data(), data.size(), &usbStatus_);
+  }
+
+  void ExpectStatus(std::uint32_t tag, std::uint32_t residue, std::uint8_t status) {
+    Bytes wrapper(13);
+    ASSERT_EQ(Bulk(kBulkIn, wrapper), EFI_SUCCESS);
+    ASSERT_EQ(wrapper.size(), 13U);
+    EXPECT_EQ(TextOf(wrapper, 0, 4), "USBS");
+    std::uint32_t fields[2];
+    std::memcpy(fields, wrapper.data() + 4, 8);
+    EXPECT_EQ(fields[0], tag);
+    EXPECT_EQ(fields[1], residue);
+    EXPECT_EQ(std::to_integer<int>(wrapper[12]), status);
+  }
+
+  FakeBus bus_;
+  UsbDevice device_;
+  std::unique_ptr<UsbInterface> interface_;
+  EFI_USB_IO_PROTOCOL* io_ = nullptr;
+  UINT32 usbStatus_ = 0;
+};
+
+const std::vector<std::uint8_t> kInquiry{0x12, 0, 0, 0, 36, 0};
+
+TEST_F(UsbStorage, DescriptorsTellTransportAndStrings) {
+  Make(UsbTransport::BulkOnly);
+  EFI_USB_INTERFACE_DESCRIPTOR descriptor{};
+  ASSERT_EQ(io_->UsbGetInterfaceDescriptor(io_, &descriptor), EFI_SUCCESS);
+  EXPECT_EQ(descriptor.InterfaceClass, 8);
+  EXPECT_EQ(descriptor.InterfaceProtocol, 0x50);
+  EXPECT_EQ(descriptor.NumEndpoints, 2);
+  EFI_USB_ENDPOINT_DESCRIPTOR endpoint{};
+  EXPECT_EQ(io_->UsbGetEndpointDescriptor(io_, 0, &endpoint), EFI_SUCCESS);
+  EXPECT_EQ(endpoint.EndpointAddress, 0x81);
+  EXPECT_EQ(io_->UsbGetEndpointDescriptor(io_, 2, &endpoint), EFI_NOT_FOUND);
+  EFI_USB_DEVICE_DESCRIPTOR device{};
+  ASSERT_EQ(io_->UsbGetDeviceDescriptor(io_, &device), EFI_SUCCESS);
+  ASSERT_NE(device.StrSerialNumber, 0);
+  CHAR16* text = nullptr;
+  ASSERT_EQ(io_->UsbGetStringDescriptor(io_, 0x0409, device.StrSerialNumber, &text), EFI_SUCCESS);
+  EXPECT_EQ(std::u16string(text), u"SERIAL");
+  EXPECT_EQ(io_->UsbGetStringDescriptor(io_, 0x0407, device.StrSerialNumber, &text), EFI_NOT_FOUND);
+  EXPECT_EQ(io_->UsbGetStringDescriptor(io_, 0x0409, 0, &text), EFI_NOT_FOUND);
+}
+
+TEST_F(UsbStorage, DeviceWithoutSerialHasStringIndexZero) {
+  device_ = UsbStick(1, NumberedDisk(50), "");
+  UsbInterface interface(device_, bus_.context);
+  auto* io = ProtocolOf<EFI_USB_IO_PROTOCOL>(interface);
+  EFI_USB_DEVICE_DESCRIPTOR descriptor{};
+  ASSERT_EQ(io->UsbGetDeviceDescriptor(io, &descriptor), EFI_SUCCESS);
+  EXPECT_EQ(descriptor.StrSerialNumber, 0);
+}
+
+TEST_F(UsbStorage, BulkOnlyInquiryCommandDataStatus) {
+  Make(UsbTransport::BulkOnly);
+  Bytes wrapper = Wrapper(7, 36, kInquiry);
+  ASSERT_EQ(Bulk(kBulkOut, wrapper), EFI_SUCCESS);
+  Bytes data(36);
+  ASSERT_EQ(Bulk(kBulkIn, data), EFI_SUCCESS);
+  EXPECT_EQ(TextOf(data, 8, 28), "ACME    Stick           1.00");
+  ExpectStatus(7, 0, 0);
+}
+
+TEST_F(UsbStorage, BulkOnlyShortAnswerLeavesAResidue) {
+  Make(UsbTransport::BulkOnly);
+  Bytes wrapper = Wrapper(8, 96, {0x12, 0, 0, 0, 96, 0});
+  ASSERT_EQ(Bulk(kBulkOut, wrapper), EFI_SUCCESS);
+  Bytes data(96);
+  ASSERT_EQ(Bulk(kBulkIn, data), EFI_SUCCESS);
+  EXPECT_EQ(data.size(), 36U);
+  ExpectStatus(8, 60, 0);
+}
+
+TEST_F(UsbStorage, BulkOnlyFailedCommandStallsTheDataThenTellsIt) {
+  Make(UsbTransport::BulkOnly);
+  Bytes wrapper = Wrapper(9, 512, {0x28, 0, 0, 0, 1, 0, 0, 0, 1, 0});
+  ASSERT_EQ(Bulk(kBulkOut, wrapper), EFI_SUCCESS);
+  Bytes data(512);
+  EXPECT_EQ(Bulk(kBulkIn, data), EFI_DEVICE_ERROR);
+  EXPECT_EQ(usbStatus_, EFI_USB_ERR_STALL);
+  Bytes none;
+  ASSERT_EQ(Control(0x02, USB_REQ_CLEAR_FEATURE, 0, kBulkIn, EfiUsbNoData, none), EFI_SUCCESS);
+  ExpectStatus(9, 512, 1);
+}
+
+TEST_F(UsbStorage, BulkOnlyWrongWrapperNeedsTheReset) {
+  const std::pair<const char*, Bytes> cases[] = {
+      {"size", Bytes(30)}, {"signature", Bytes(31)}, {"lun", Wrapper(1, 36, kInquiry, 0x80, 3)}};
+  for (const auto& [what, bad] : cases) {
+    Make(UsbTransport::BulkOnly);
+    Bytes wrapper = bad;
+    EXPECT_EQ(Bulk(kBulkOut, wrapper), EFI_DEVICE_ERROR) << what;
+    Bytes none;
+    ASSERT_EQ(Control(0x02, USB_REQ_CLEAR_FEATURE, 0, kBulkOut, EfiUsbNoData, none), EFI_SUCCESS);
+    wrapper = Wrapper(2, 36, kInquiry);
+    EXPECT_EQ(Bulk(kBulkOut, wrapper), EFI_DEVICE_ERROR) << what << ": the halt stays until the reset";
+    ASSERT_EQ(Control(0x21, 0xFF, 0, 0, EfiUsbNoData, none), EFI_SUCCESS);
+    ASSERT_EQ(Control(0x02, USB_REQ_CLEAR_FEATURE, 0, kBulkOut, EfiUsbNoData, none), EFI_SUCCESS);
+    ASSERT_EQ(Control(0x02, USB_REQ_CLEAR_FEATURE, 0, kBulkIn, EfiUsbNoData, none), EFI_SUCCESS);
+    wrapper = Wrapper(2, 36, kInquiry);
+    EXPECT_EQ(Bulk(kBulkOut, wrapper), EFI_SUCCESS) << what;
+  }
+}
+
+TEST_F(UsbStorage, BulkOnlySilenceTakesTheWholeTimeout) {
+  Make(UsbTransport::BulkOnly);
+  Bytes data(36);
+  EXPECT_EQ(Bulk(kBulkIn, data, 2000), EFI_TIMEOUT);
+  EXPECT_EQ(bus_.waited, 2000U);
+  EXPECT_EQ(usbStatus_, EFI_USB_ERR_TIMEOUT);
+}
+
+TEST_F(UsbStorage, MaxLunCountsUnits) {
+  device_ = UsbStick(1, NumberedDisk(50));
+  device_.units.resize(4, device_.units[0]);
+  interface_ = std::make_unique<UsbInterface>(device_, bus_.context);
+  io_ = ProtocolOf<EFI_USB_IO_PROTOCOL>(*interface_);
+  Bytes lun(1);
+  ASSERT_EQ(Control(0xA1, 0xFE, 0, 0, EfiUsbDataIn, lun), EFI_SUCCESS);
+  EXPECT_EQ(lun[0], std::byte{3});
+}
+
+TEST_F(UsbStorage, CbiInquiryWithAndWithoutInterrupt) {
+  for (const UsbTransport transport : {UsbTransport::CbiInterrupt, UsbTransport::Cbi}) {
+    Make(transport);
+    Bytes command(12);
+    for (std::size_t i = 0; i < kInquiry.size(); ++i) command[i] = static_cast<std::byte>(kInquiry[i]);
+    ASSERT_EQ(Control(0x21, 0, 0, 0, EfiUsbDataOut, command), EFI_SUCCESS);
+    Bytes data(36);
+    ASSERT_EQ(Bulk(kBulkIn, data), EFI_SUCCESS);
+    EXPECT_EQ(TextOf(data, 8, 4), "ACME");
+    Bytes status(2);
+    UINTN length = 2;
+    const EFI_STATUS answer =
+        io_->UsbSyncInterruptTransfer(io_, kInterruptIn, status.data(), &length, 2000, &usbStatus_);
+    EXPECT_EQ(answer, transport == UsbTransport::CbiInterrupt ? EFI_SUCCESS : EFI_INVALID_PARAMETER);
+    EXPECT_EQ(status[1], std::byte{0});
+  }
+}
+
+TEST_F(UsbStorage, CbiFailureIsToldByInterruptOrStall) {
+  Bytes write(12);
+  write[0] = std::byte{0x2A};
+  Make(UsbTransport::Cbi);
+  EXPECT_EQ(Control(0x21, 0, 0, 0, EfiUsbDataOut, write), EFI_DEVICE_ERROR);
+  Make(UsbTransport::CbiInterrupt);
+  EXPECT_EQ(Control(0x21, 0, 0, 0, EfiUsbDataOut, write), EFI_SUCCESS);
+  Bytes status(2);
+  UINTN length = 2;
+  ASSERT_EQ(io_->UsbSyncInterruptTransfer(io_, kInterruptIn, status.data(), &length, 2000, &usbStatus_), EFI_SUCCESS);
+  EXPECT_EQ(status[1], std::byte{1});
+}
+
+}  // namespace
+}  // namespace sim::test
