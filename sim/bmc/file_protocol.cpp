@@ -33,9 +33,11 @@ bool IsWellFormedFrame(std::span<const std::uint8_t> frame) {
 }
 
 Frame MakeResponse(std::uint8_t opcode, std::span<const std::uint8_t> data) {
-  Frame frame{static_cast<std::uint8_t>(data.size() + 2), opcode};
-  frame.insert(frame.end(), data.begin(), data.end());
-  frame.push_back(static_cast<std::uint8_t>(-std::accumulate(frame.begin(), frame.end(), 0U)));
+  Frame frame(data.size() + 3);
+  frame[0] = static_cast<std::uint8_t>(data.size() + 2);
+  frame[1] = opcode;
+  std::copy(data.begin(), data.end(), frame.begin() + 2);
+  frame.back() = static_cast<std::uint8_t>(-std::accumulate(frame.begin(), frame.end(), 0U));
   return frame;
 }
 
@@ -93,9 +95,9 @@ Frame FileServer::Open(std::uint8_t opcode, std::string_view name, bool& changed
 // The two leading bytes say how many file bytes follow.
 Frame FileServer::Read(OpenFile& file) {
   const std::size_t count = std::min(kPieceSize, file.content.size() - file.position);
-  std::vector<std::uint8_t> data{static_cast<std::uint8_t>(count), 0};
-  const auto begin = file.content.begin() + static_cast<std::ptrdiff_t>(file.position);
-  data.insert(data.end(), begin, begin + static_cast<std::ptrdiff_t>(count));
+  std::vector<std::uint8_t> data(count + 2);
+  data[0] = static_cast<std::uint8_t>(count);
+  std::copy_n(file.content.begin() + static_cast<std::ptrdiff_t>(file.position), count, data.begin() + 2);
   file.position += count;
   return MakeResponse(kRead, data);
 }

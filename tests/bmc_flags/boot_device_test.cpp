@@ -9,7 +9,9 @@ namespace {
 class BootDevice : public OptionServer {
  protected:
   void AddAll() {
-    AddLegacy(u"header", 2).GroupHeader = TRUE;
+    bds::BOOT_OPTION& header = AddLegacy(u"header", 2);
+    header.GroupHeader = TRUE;
+    header.BbsEntry = nullptr;
     AddLegacy(u"usb stick", 2, true);
     AddLegacy(u"disk 1", 2);
     AddLegacy(u"disk 2", 2);
