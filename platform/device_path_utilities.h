@@ -1,11 +1,10 @@
-// The device path utilities protocol (UEFI 2.10, 10.5). Paths and nodes that it returns are pool memory that the
-// caller frees; null means that memory ran out or an argument was null.
+// The device path utilities protocol (UEFI 2.10, 10.5). Paths that it returns are pool memory of the caller's.
 #pragma once
 
 #include "platform/device_path.h"
 
 struct EFI_DEVICE_PATH_UTILITIES_PROTOCOL {
-  UINTN(EFIAPI* GetDevicePathSize)(const EFI_DEVICE_PATH_PROTOCOL* DevicePath);  // in bytes, with the end node
+  UINTN(EFIAPI* GetDevicePathSize)(const EFI_DEVICE_PATH_PROTOCOL* DevicePath);
   EFI_DEVICE_PATH_PROTOCOL*(EFIAPI* DuplicateDevicePath)(const EFI_DEVICE_PATH_PROTOCOL* DevicePath);
   EFI_DEVICE_PATH_PROTOCOL*(EFIAPI* AppendDevicePath)(const EFI_DEVICE_PATH_PROTOCOL* Src1,
                                                       const EFI_DEVICE_PATH_PROTOCOL* Src2);
@@ -18,8 +17,6 @@ struct EFI_DEVICE_PATH_UTILITIES_PROTOCOL {
   BOOLEAN(EFIAPI* IsDevicePathMultiInstance)(const EFI_DEVICE_PATH_PROTOCOL* DevicePath);
   EFI_DEVICE_PATH_PROTOCOL*(EFIAPI* CreateDeviceNode)(UINT8 NodeType, UINT8 NodeSubType, UINT16 NodeLength);
 };
-static_assert(offsetof(EFI_DEVICE_PATH_UTILITIES_PROTOCOL, AppendDeviceNode) == 24);
-static_assert(offsetof(EFI_DEVICE_PATH_UTILITIES_PROTOCOL, IsDevicePathMultiInstance) == 48);
 static_assert(sizeof(EFI_DEVICE_PATH_UTILITIES_PROTOCOL) == 64);
 template <>
 inline constexpr EFI_GUID ProtocolGuid<EFI_DEVICE_PATH_UTILITIES_PROTOCOL>{

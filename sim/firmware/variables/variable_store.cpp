@@ -188,7 +188,6 @@ EFI_STATUS VariableStore::SetVariable(const CHAR16* name, const EFI_GUID* guid, 
 EFI_STATUS VariableStore::Set(std::u16string_view name, const EFI_GUID& guid, std::uint32_t attributes,
                               std::span<const std::byte> data) {
   const Key key{std::u16string(name), guid};
-  const std::uint64_t writesBefore = nonVolatileWrites_;
   VariableWrite write{VariableWrite::Kind::Refused, key.name, guid, attributes, data.size(), EFI_SUCCESS};
   write.status = name.empty() ? EFI_INVALID_PARAMETER : CheckAttributes(attributes);
   if (write.status == EFI_SUCCESS) {
@@ -197,9 +196,6 @@ EFI_STATUS VariableStore::Set(std::u16string_view name, const EFI_GUID& guid, st
   const EFI_STATUS status = write.status;
   if (journal_.size() < kMaxJournal) {
     journal_.push_back(std::move(write));
-  }
-  if (nonVolatileWrites_ != writesBefore && afterWrite_) {
-    afterWrite_();
   }
   return status;
 }

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <list>
 #include <map>
 #include <set>
@@ -83,8 +82,6 @@ class VariableStore {
   // Set would enforce (error says which) or is there already. Authenticated variables are accepted as they are.
   bool Preload(Variable variable, std::string& error);
   void SetSink(VariableSink* sink) { sink_ = sink; }
-  // Called after a write of a non-volatile variable took effect.
-  void SetAfterWrite(std::function<void()> afterWrite) { afterWrite_ = std::move(afterWrite); }
   // Writes to that variable answer EFI_WRITE_PROTECTED from now on (the firmware's own read-only ones).
   void Protect(std::u16string name, const EFI_GUID& guid) { protected_.insert({std::move(name), guid}); }
   // From now on only variables with runtime access exist, and volatile ones are read-only.
@@ -107,7 +104,10 @@ class VariableStore {
   const std::list<Variable>& All() const { return variables_; }
 
   const std::vector<VariableWrite>& Journal() const { return journal_; }
+  // Begins the journal anew, for a report of one boot.
+  void ForgetJournal() { journal_.clear(); }
   const std::map<Key, Usage>& UsageByVariable() const { return usage_; }
+  // Writes of non-volatile variables that took effect.
   std::uint64_t NonVolatileWrites() const { return nonVolatileWrites_; }
   std::uint64_t NonVolatileBytes() const { return nonVolatileBytes_; }
   std::uint64_t Used(bool nonVolatile) const;
@@ -129,7 +129,6 @@ class VariableStore {
   std::map<Key, Position> index_;
   std::set<Key> protected_;
   VariableSink* sink_ = nullptr;
-  std::function<void()> afterWrite_;
   bool atRuntime_ = false;
   std::vector<VariableWrite> journal_;
   std::map<Key, Usage> usage_;

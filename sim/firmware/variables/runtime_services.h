@@ -1,0 +1,30 @@
+// The runtime services of a machine (UEFI 2.10, chapter 8): variables on a store, time from the machine's clock, and
+// the reset that ends a boot. The store belongs to whoever runs several boots; each machine gets these services anew.
+#pragma once
+
+#include "platform/runtime_services.h"
+#include "sim/firmware/machine.h"
+#include "sim/firmware/variables/variable_store.h"
+
+namespace sim {
+
+class RuntimeServices {
+ public:
+  // Fills the machine's runtime services table. A write that changed a non-volatile variable is a write of kind "nvram"
+  // for the fault script; the store must outlive the machine.
+  RuntimeServices(Machine& machine, VariableStore& store);
+
+  VariableStore& Store() { return store_; }
+  // The wall clock at power-on; GetTime adds the virtual time. Default: 2026-01-01 00:00:00 UTC.
+  void SetStartTime(const EFI_TIME& time) { start_ = time; }
+
+ private:
+  struct Calls;
+  EFI_TIME Now() const;
+
+  Machine& machine_;
+  VariableStore& store_;
+  EFI_TIME start_{2026, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+};
+
+}  // namespace sim

@@ -1,0 +1,144 @@
+// The HII protocols as callers see them: package lists by handle, strings by language.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "sim/firmware/services/hii_database.h"
+
+namespace sim {
+namespace {
+
+constexpr EFI_GUID kGuid{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+
+HiiPackageList TwoLanguages() {
+  HiiPackageList list;
+  list.guid = kGuid;
+  list.strings.push_back({"en-US", 1, {{1, u"English"}, {2, u"Drive"}, {3, u"Only English"}}, 4});
+  list.strings.push_back({"de", 1, {{1, u"Deutsch"}, {2, u"Laufwerk"}}, 4});
+  return list;
+}
+
+class Hii : public testing::Test {
+ protected:
+  Hii() {
+    const auto bytes = TwoLanguages().Encode();
+    status_ = database_.Database()->NewPackageList(
+        database_.Database(), reinterpret_cast<const EFI_HII_PACKAGE_LIST_HEADER*>(bytes.data()), nullptr, &handle_);
+  }
+  EFI_STATUS Get(const char* language, EFI_STRING_ID id, std::u16string* text = nullptr) {
+    CHAR16 buffer[64] = {};
+    UINTN size = sizeof(buffer);
+    auto* strings = database_.Strings();
+    const EFI_STATUS status = strings->GetString(strings, language, handle_, id, buffer, &size, nullptr);
+    if (text != nullptr) {
+      *text = buffer;
+    }
+    return status;
+  }
+
+  HiiDatabase database_;
+  EFI_HII_HANDLE handle_ = nullptr;
+  EFI_STATUS status_ = EFI_SUCCESS;
+};
+
+TEST_F(Hii, StringsAreFoundByLanguageAndItsVariants) {
+  ASSERT_EQ(status_, EFI_SUCCESS) << database_.Error();
+  EXPECT_LT(reinterpret_cast<std::uintptr_t>(handle_), std::uintptr_t{1} << 32);
+  struct Case {
+    const char* language;
+    EFI_STRING_ID id;
+    EFI_STATUS status;
+    const char16_t* text;
+  };
+  const Case cases[] = {
+      {"en-US", 2, EFI_SUCCESS, u"Drive"},      {"EN-us", 2, EFI_SUCCESS, u"Drive"},
+      {"de", 2, EFI_SUCCESS, u"Laufwerk"},      {"de-AT-1901", 2, EFI_SUCCESS, u"Laufwerk"},
+      {"en", 2, EFI_INVALID_LANGUAGE, u""},     {"fr", 2, EFI_INVALID_LANGUAGE, u""},
+      {"de", 3, EFI_INVALID_LANGUAGE, u""},     {"en-US", 9, EFI_NOT_FOUND, u""},
+      {"en-US", 0, EFI_INVALID_PARAMETER, u""},
+  };
+  for (const Case& test : cases) {
+    std::u16string text;
+    EXPECT_EQ(Get(test.language, test.id, &text), test.status) << test.language << " " << test.id;
+    EXPECT_EQ(text, test.text);
+  }
+}
+
+TEST_F(Hii, SizesAreToldBeforeTextsAreCopied) {
+  auto* strings = database_.Strings();
+  UINTN size = 0;
+  EXPECT_EQ(strings->GetString(strings, "en-US", handle_, 2, nullptr, &size, nullptr), EFI_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 12u);
+  CHAR16 buffer[6] = {};
+  size = 10;
+  EXPECT_EQ(strings->GetString(strings, "en-US", handle_, 2, buffer, &size, nullptr), EFI_BUFFER_TOO_SMALL);
+  EXPECT_EQ(buffer[0], 0);
+  EXPECT_EQ(strings->GetString(strings, "en-US", nullptr, 2, buffer, &size, nullptr), EFI_NOT_FOUND);
+  CHAR8 languages[16] = {};
+  size = sizeof(languages);
+  EXPECT_EQ(strings->GetLanguages(strings, handle_, languages, &size), EFI_SUCCESS);
+  EXPECT_STREQ(languages, "en-US;de");
+}
+
+TEST_F(Hii, NewStringsTakeAnIdentifierFreeInEveryLanguage) {
+  auto* strings = database_.Strings();
+  EFI_STRING_ID id = 0;
+  ASSERT_EQ(strings->NewString(strings, handle_, &id, "de", nullptr, u"Neu", nullptr), EFI_SUCCESS);
+  EXPECT_EQ(id, 4);
+  ASSERT_EQ(strings->NewString(strings, handle_, &id, "fr", nullptr, u"Nouveau", nullptr), EFI_SUCCESS);
+  EXPECT_EQ(id, 5);
+  std::u16string text;
+  EXPECT_EQ(Get("fr", 5, &text), EFI_SUCCESS);
+  EXPECT_EQ(text, u"Nouveau");
+  EXPECT_EQ(strings->SetString(strings, handle_, 2, "de", u"Platte", nullptr), EFI_SUCCESS);
+  EXPECT_EQ(Get("de", 2, &text), EFI_SUCCESS);
+  EXPECT_EQ(text, u"Platte");
+  EXPECT_EQ(strings->SetString(strings, handle_, 2, "it", u"x", nullptr), EFI_INVALID_LANGUAGE);
+}
+
+TEST_F(Hii, ListsAreListedExportedReplacedAndRemoved) {
+  auto* database = database_.Database();
+  EFI_HII_HANDLE handles[2] = {};
+  UINTN size = sizeof(handles);
+  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_STRINGS, nullptr, &size, handles), EFI_SUCCESS);
+  EXPECT_EQ(size, sizeof(EFI_HII_HANDLE));
+  EXPECT_EQ(handles[0], handle_);
+  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_FORMS, nullptr, &size, handles), EFI_NOT_FOUND);
+  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_STRINGS, &kGuid, &size, handles),
+            EFI_INVALID_PARAMETER);
+
+  size = 0;
+  EXPECT_EQ(database->ExportPackageLists(database, handle_, &size, nullptr), EFI_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, TwoLanguages().Encode().size());
+
+  HiiPackageList one;
+  one.guid = kGuid;
+  one.strings.push_back({"en-US", 1, {{1, u"New"}}, 2});
+  const auto bytes = one.Encode();
+  const auto* list = reinterpret_cast<const EFI_HII_PACKAGE_LIST_HEADER*>(bytes.data());
+  EXPECT_EQ(database->UpdatePackageList(database, handle_, list), EFI_SUCCESS);
+  EXPECT_EQ(Get("en-US", 2), EFI_NOT_FOUND);
+  EXPECT_EQ(Get("de", 1), EFI_INVALID_LANGUAGE);
+
+  EXPECT_EQ(database->RemovePackageList(database, handle_), EFI_SUCCESS);
+  EXPECT_EQ(database->RemovePackageList(database, handle_), EFI_NOT_FOUND);
+  EXPECT_EQ(Get("en-US", 1), EFI_NOT_FOUND);
+}
+
+TEST_F(Hii, LyingListsAreRefused) {
+  auto* database = database_.Database();
+  auto bytes = TwoLanguages().Encode();
+  const auto* list = reinterpret_cast<const EFI_HII_PACKAGE_LIST_HEADER*>(bytes.data());
+  EFI_HII_HANDLE handle = nullptr;
+  const UINT32 lengths[] = {0, 19, 24, static_cast<UINT32>(bytes.size()) - 1, 0xFFFFFFFF};
+  for (const UINT32 length : lengths) {
+    std::memcpy(bytes.data() + 16, &length, sizeof(length));
+    EXPECT_EQ(database->NewPackageList(database, list, nullptr, &handle), EFI_INVALID_PARAMETER) << length;
+    EXPECT_FALSE(database_.Error().empty());
+  }
+  EXPECT_EQ(database->NewPackageList(database, nullptr, nullptr, &handle), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(database_.Count(), 1u);
+}
+
+}  // namespace
+}  // namespace sim
