@@ -2,15 +2,15 @@
 // table of 256 packed entries with its strings in real-mode memory at their true addresses.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/legacy_bios.h"
 #include "platform/legacy_bios_ext.h"
 #include "platform/legacy_region.h"
-#include "platform/usb_support.h"
 #include "sim/csm/bbs_description.h"
 #include "sim/firmware/machine.h"
 
@@ -33,6 +33,18 @@ class Csm {
   std::uint16_t Count() const;
   unsigned ShadowCalls() const { return shadowCalls_; }
 
+  // A call of LegacyBoot.
+  struct Attempt {
+    int index = -1;  // of the entry with priority 0; -1 when there was none
+    std::string text;
+    EFI_STATUS status = EFI_SUCCESS;
+  };
+  const std::vector<Attempt>& Attempts() const { return attempts_; }
+  // An error: what LegacyBoot answers. Otherwise it ends the boot.
+  EFI_STATUS bootStatus = EFI_SUCCESS;
+  // An entry for a human.
+  std::string Describe(std::size_t index) const;
+
   // Adds the entries of devices present now that have none yet.
   void AddDeviceEntries(bool usb);
   // Copies a text into legacy memory once and returns segment << 16 | offset; 0 for an empty text.
@@ -45,10 +57,14 @@ class Csm {
   void AddDescribed(const BbsEntryDescription& entry);
   std::size_t FreeIndex(std::size_t from) const;
   bool HasHandle(EFI_HANDLE handle) const;
+  void AddDevice(EFI_HANDLE handle, std::uint16_t type, const std::string& text);
+  EFI_STATUS Boot(const BBS_BBS_DEVICE_PATH* path);
 
   Machine& machine_;
   CsmDescription description_;
-  BBS_TABLE* table_;  // in legacy memory
+  BBS_TABLE* table_;  // in legacy memory, as the drive data are
+  HDD_INFO* hddInfo_;
+  std::vector<Attempt> attempts_;
   unsigned shadowCalls_ = 0;
   std::map<std::string, std::uint32_t> strings_;
   std::unique_ptr<Interfaces> interfaces_;

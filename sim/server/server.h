@@ -6,7 +6,9 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,18 +28,18 @@ class StateError : public std::runtime_error {
 };
 
 struct ServerOptions {
-  std::filesystem::path state;   // holds nvram/ and bmc/; empty: nothing is kept beyond this object
-  std::filesystem::path image;   // bds.efi to run; empty: the driver linked into this program
+  std::filesystem::path state;  // holds nvram/ and bmc/; empty: nothing is kept beyond this object
+  std::filesystem::path image;  // bds.efi to run; empty: the driver linked into this program
 };
 
 struct BootRequest {
   LoaderPolicy loader;                        // what starting an operating system's loader means
   EFI_STATUS legacyBootStatus = EFI_SUCCESS;  // an error: LegacyBoot answers it; else it ends the boot
   std::uint64_t debugMask = 0x80000046;
-  std::vector<std::string> faults;            // in FaultScript's words, or a BMC fault's
-  std::function<void(const std::string& line)> onLogLine;   // as the debug text leaves the serial port
-  std::function<void(std::string_view utf8)> onConsole;     // as text appears on the console
-  ConsoleKeys* keys = nullptr;                // keys typed at the console; null: none
+  std::vector<std::string> faults;                         // in FaultScript's words, or a BMC fault's
+  std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
+  std::function<void(std::string_view utf8)> onConsole;    // as text appears on the console
+  ConsoleKeys* keys = nullptr;                             // keys typed at the console; null: none
   std::function<void(Machine&)> beforeStart;  // for tests: the machine is complete, the driver not yet started
   std::function<void(Machine&, const BootOutcome&)> afterEnd;  // the machine is still there
 };
@@ -46,23 +48,23 @@ struct BootRequest {
 struct OptionReport {
   std::uint16_t number = 0;
   bool inOrder = false;
-  bool readable = true;            // false: BootOrder names it, but there is no such variable, or it is malformed
+  bool readable = true;  // false: BootOrder names it, but there is no such variable, or it is malformed
   std::uint32_t attributes = 0;
   std::u16string name;
-  std::string path;                // of its first device path
+  std::string path;  // of its first device path
   bool legacy = false;
-  bool firmware = false;           // it carries the firmware's marker
+  bool firmware = false;  // it carries the firmware's marker
   bool group = false;
 };
 
 // One attempt to start something, in order.
 struct AttemptReport {
-  std::string what;                // the image's path, or the legacy device
+  std::string what;  // the image's path, or the legacy device
   bool legacy = false;
-  bool loaded = false;             // false: LoadImage failed
+  bool loaded = false;  // false: LoadImage failed
   EFI_STATUS status = EFI_SUCCESS;
-  std::string reason;              // of a failed load
-  bool ended = false;              // it ended the boot
+  std::string reason;  // of a failed load
+  bool ended = false;  // it ended the boot
 };
 
 struct StepReport {
@@ -73,19 +75,19 @@ struct StepReport {
 
 struct BootReport {
   BootOutcome outcome;
-  std::optional<std::uint16_t> bootCurrent;   // number of the option being booted
+  std::optional<std::uint16_t> bootCurrent;  // number of the option being booted
   std::vector<std::uint16_t> bootOrder;
-  std::vector<OptionReport> options;          // those in the order first, in order; then the others by number
+  std::vector<OptionReport> options;  // those in the order first, in order; then the others by number
   std::vector<AttemptReport> attempts;
   std::vector<StepReport> steps;
-  std::vector<VariableWrite> writes;          // this boot's
+  std::vector<VariableWrite> writes;  // this boot's
   std::map<std::string, std::uint64_t> counts;
-  std::vector<std::string> complaints;        // misuse of services by the software under test
-  std::size_t poolPeak = 0;                   // bytes
-  std::size_t poolInUse = 0;                  // bytes held by the driver at the end
+  std::vector<std::string> complaints;  // misuse of services by the software under test
+  std::size_t poolPeak = 0;             // bytes
+  std::size_t poolInUse = 0;            // bytes held by the driver at the end
   std::string log;
   std::string console;
-  bool Started() const;                       // an option was started
+  bool Started() const;  // an option was started
 };
 
 class Server {
@@ -108,10 +110,12 @@ class Server {
   struct Parts;  // what one boot is made of
   void LoadVariables();
   void GiveInitialVariables();
+  void PlaceBmc();
 
   ServerDescription description_;
   ServerOptions options_;
   std::vector<std::byte> image_;
+  std::filesystem::path bmcFolder_;
   VariableStore store_;
   std::unique_ptr<EfivarsFolder> folder_;
 };

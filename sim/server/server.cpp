@@ -1,0 +1,224 @@
+#include "sim/server/server.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "bootopt/string_package.h"
+#include "core/entry.h"
+#include "platform/bds_arch.h"
+#include "platform/setup_variable.h"
+#include "sim/server/boot_recorder.h"
+#include "sim/server/machine_parts.h"
+
+// The host program's data and zero-initialised sections: the linked driver's state records lie in them.
+extern "C" std::byte __data_start[];  // NOLINT: names of the linker
+extern "C" std::byte _end[];          // NOLINT
+
+namespace sim {
+namespace {
+
+std::vector<std::byte> ReadWhole(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) {
+    throw StateError(fmt::format("{}: cannot be read", file.string()));
+  }
+  const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
+  const auto* first = reinterpret_cast<const std::byte*>(bytes.data());
+  return {first, first + bytes.size()};
+}
+
+void AddFaults(Machine& machine, const std::vector<std::string>& faults, std::vector<BmcFault>& bmcFaults) {
+  for (const std::string& words : faults) {
+    std::string error;
+    if (words.starts_with("call ") || words.starts_with("power ")) {
+      if (!machine.Faults().Add(words, error)) {
+        throw StateError(error);
+      }
+      continue;
+    }
+    const auto fault = BmcFault::Parse(words, error);
+    if (!fault) {
+      throw StateError(error);
+    }
+    bmcFaults.push_back(*fault);
+  }
+}
+
+}  // namespace
+
+bool BootReport::Started() const {
+  return outcome.end == BootEnd::HandedOver || outcome.end == BootEnd::LegacyBoot ||
+         outcome.end == BootEnd::ExitedBootServices;
+}
+
+Server::Server(ServerDescription description, ServerOptions options)
+    : description_(std::move(description)),
+      options_(std::move(options)),
+      store_({.nonVolatileSize = description_.nvram.size, .maximumVariableSize = description_.nvram.maximumVariable}) {
+  if (!options_.image.empty()) {
+    image_ = ReadWhole(options_.image);
+  }
+  LoadVariables();
+  GiveInitialVariables();
+  PlaceBmc();
+}
+
+Server::~Server() {
+  if (options_.state.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(bmcFolder_, ignored);
+  }
+}
+
+// A BMC keeps its files over the boots of a server; without a state folder they lie in one that goes with the server.
+void Server::PlaceBmc() {
+  if (!options_.state.empty()) {
+    bmcFolder_ = options_.state / "bmc";
+    return;
+  }
+  std::string place = (std::filesystem::temp_directory_path() / "bds-sim-bmc-XXXXXX").string();
+  if (mkdtemp(place.data()) == nullptr) {
+    throw StateError("no temporary folder for the BMC's files can be made");
+  }
+  bmcFolder_ = place;
+}
+
+void Server::LoadVariables() {
+  const auto load = [this](const std::filesystem::path& path) {
+    EfivarsFolder folder(path);
+    if (!folder.Load(store_)) {
+      throw StateError(folder.Error());
+    }
+  };
+  const std::filesystem::path nvram = options_.state / "nvram";
+  const bool kept = !options_.state.empty();
+  const bool fresh = !kept || !std::filesystem::exists(nvram) || std::filesystem::is_empty(nvram);
+  if (fresh && !description_.nvram.initial.empty()) {
+    load(description_.nvram.initial);
+  }
+  if (!kept) {
+    return;
+  }
+  folder_ = std::make_unique<EfivarsFolder>(nvram);
+  std::error_code ignored;
+  std::filesystem::create_directories(nvram, ignored);
+  if (!fresh) {
+    load(nvram);
+  } else if (!folder_->Save(store_)) {
+    throw StateError(folder_->Error());
+  }
+  store_.SetSink(folder_.get());
+}
+
+void Server::GiveInitialVariables() {
+  const auto give = [this](const CHAR16* name, const EFI_GUID& guid, std::span<const std::byte> data) {
+    constexpr std::uint32_t kKept = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS;
+    if (store_.Find(name, guid) == nullptr && EFI_ERROR(store_.Set(name, guid, kKept, data))) {
+      throw StateError("the NVRAM is too small for the server's own records");
+    }
+  };
+  if (description_.nvram.setup) {
+    give(kSetupName, kSetupGuid, std::as_bytes(std::span(*description_.nvram.setup)));
+  }
+  if (description_.nvram.bootMode) {
+    std::vector<std::byte> record(kVeyraNvramDataSize);
+    record[kVeyraBootMode] = std::byte{*description_.nvram.bootMode};
+    give(kVeyraNvramDataName, kVeyraNvramDataGuid, record);
+  }
+}
+
+// One boot: the machine, its parts and the BMC live as long as this does.
+struct Server::Parts {
+  Parts(Server& owner, const BootRequest& bootRequest)
+      : server(owner), request(bootRequest), recorder(machine, request) {
+    std::vector<BmcFault> faults;
+    AddFaults(machine, request.faults, faults);
+    BmcOptions options;
+    options.folder = server.bmcFolder_;
+    options.ipmi = server.description_.ipmi.starts_with("vm://") ? server.description_.ipmi : "";
+    options.faults = std::move(faults);
+    BmcHooks hooks;
+    hooks.onWrite = [this](std::string_view kind) { machine.OnWrite(kind); };
+    hooks.onPowerLoss = [this] { machine.EndBoot(BootEnd::PowerLost, "the power was lost in a BMC exchange"); };
+    std::string error;
+    bmc = Bmc::Create(std::move(options), machine.Time(), machine.Counts(), hooks, error);
+    if (bmc == nullptr) {
+      throw StateError(error);
+    }
+    parts = std::make_unique<MachineParts>(machine, server.description_, server.store_, *bmc);
+    parts->Images().Policy() = request.loader;
+    recorder.Connect(*parts);
+    CreateDriver();
+  }
+
+  void CreateDriver() {
+    const std::string text = fmt::format("debug-mask=0x{:X}", request.debugMask | BootRecorder::kStepLevel);
+    const std::u16string options(text.begin(), text.end());
+    if (server.image_.empty()) {
+      const auto strings = bds::StringPackageList();
+      driver = parts->Images().CreateLinkedDriverImage(
+          options, reinterpret_cast<const EFI_HII_PACKAGE_LIST_HEADER*>(strings.data()));
+      machine.SetDriver(driver, {MemoryExtent(__data_start, static_cast<std::size_t>(_end - __data_start))});
+      return;
+    }
+    driver = parts->Images().LoadDriverImage(server.image_, {}, options);
+    if (driver == nullptr) {
+      throw StateError(fmt::format("{}: {}", server.options_.image.string(), parts->Images().Error()));
+    }
+    machine.SetDriver(driver, parts->Images().WritableMemory(driver));
+  }
+
+  // What the DXE core does: the driver's entry point, then the BDS protocol's service.
+  EFI_STATUS RunDriver() {
+    EFI_STATUS status = EFI_SUCCESS;
+    if (server.image_.empty()) {
+      machine.PushOwner(driver);
+      status = EfiMain(driver, machine.SystemTable());
+      machine.PopOwner();
+    } else {
+      status = machine.BootServices()->StartImage(driver, nullptr, nullptr);
+    }
+    void* bds = nullptr;
+    if (!EFI_ERROR(status)) {
+      status = machine.Handles().LocateProtocol(&ProtocolGuid<EFI_BDS_ARCH_PROTOCOL>, nullptr, &bds);
+    }
+    if (!EFI_ERROR(status)) {
+      machine.PushOwner(driver);
+      static_cast<EFI_BDS_ARCH_PROTOCOL*>(bds)->Entry(static_cast<EFI_BDS_ARCH_PROTOCOL*>(bds));
+      machine.PopOwner();
+    }
+    return status;
+  }
+
+  Server& server;
+  const BootRequest& request;
+  Machine machine;
+  BootRecorder recorder;
+  std::unique_ptr<Bmc> bmc;
+  std::unique_ptr<MachineParts> parts;
+  EFI_HANDLE driver = nullptr;
+};
+
+BootReport Server::Boot(const BootRequest& request) {
+  store_.PowerCycle();
+  store_.ForgetJournal();
+  Parts boot(*this, request);
+  if (Csm* csm = boot.machine.Get<Csm>(); csm != nullptr) {
+    csm->bootStatus = request.legacyBootStatus;
+  }
+  if (request.beforeStart) {
+    request.beforeStart(boot.machine);
+  }
+  BootReport report;
+  report.outcome = boot.machine.Run([&boot] { return boot.RunDriver(); });
+  boot.recorder.Finish(report, store_, boot.driver);
+  if (request.afterEnd) {
+    request.afterEnd(boot.machine, report.outcome);
+  }
+  return report;
+}
+
+}  // namespace sim
