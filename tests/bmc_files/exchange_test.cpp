@@ -123,7 +123,7 @@ TEST_F(Exchange, EveryFaultHasItsResultAndItsCost) {
 
 TEST_F(Exchange, NoLengthByteMakesItWritePastResponseData) {
   for (unsigned length = 0; length <= 0xFF; ++length) {
-    for (const UINT8 expected : {0, 2, 4}) {
+    for (const UINT8 expected : std::initializer_list<UINT8>{0, 2, 4}) {
       NextBoot();
       sim::Frame frame(length + 1, 0x5A);
       frame[0] = static_cast<std::uint8_t>(length);
@@ -151,7 +151,7 @@ TEST_F(Exchange, NoLengthByteMakesItWritePastResponseData) {
 
 TEST_F(Exchange, ARequestOfNoPossibleLengthIsNotSent) {
   BT_FILE_CONTEXT context;
-  for (const UINT8 length : {0, 1, 64, 255}) {
+  for (const UINT8 length : std::initializer_list<UINT8>{0, 1, 64, 255}) {
     EXPECT_EQ(bds::BtExchange(context, length, 0), 1) << int{length};
     EXPECT_TRUE(bds::BtUnheard(context));
   }

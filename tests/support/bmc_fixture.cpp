@@ -58,6 +58,13 @@ struct BmcFixture::Parts {
     throw BootReset{EfiResetCold};
   }
 
+  void OnWrite() {
+    if (writesLeft != 0 && --writesLeft == 0) {
+      EndBoot();
+    }
+  }
+  unsigned writesLeft = 0;
+
   static EFI_STATUS EFIAPI AllocatePool(EFI_MEMORY_TYPE, UINTN size, VOID** buffer) {
     *buffer = std::malloc(size == 0 ? 1 : size);
     std::memset(*buffer, 0xAF, size);
@@ -91,7 +98,12 @@ struct BmcFixture::Parts {
   }
   static EFI_STATUS EFIAPI SetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
                                        const VOID* data) {
-    return current->variables.SetVariable(name, guid, attributes, size, data);
+    const std::uint64_t before = current->variables.NonVolatileWrites();
+    const EFI_STATUS status = current->variables.SetVariable(name, guid, attributes, size, data);
+    if (current->variables.NonVolatileWrites() != before) {
+      current->OnWrite();
+    }
+    return status;
   }
   static VOID EFIAPI ResetSystem(EFI_RESET_TYPE type, EFI_STATUS status, UINTN size, VOID* data) {
     EXPECT_EQ(status, EFI_SUCCESS);
@@ -107,6 +119,11 @@ BmcFixture::BmcFixture() : parts_(std::make_unique<Parts>()) {
   Parts::current = parts_.get();
   sim::BmcHooks hooks;
   hooks.onPowerLoss = [this] { parts_->EndBoot(); };
+  hooks.onWrite = [this](std::string_view kind) {
+    if (kind == "bmc") {
+      parts_->OnWrite();
+    }
+  };
   std::string error;
   parts_->bmc = sim::Bmc::Create({}, parts_->clock, parts_->counters, hooks, error);
   parts_->boot.AllocatePool = Parts::AllocatePool;
@@ -140,6 +157,7 @@ void BmcFixture::NextBoot() {
   }
   parts_->pool.clear();
   parts_->powerLost = false;
+  parts_->writesLeft = 0;
   parts_->variables.PowerCycle();
   parts_->ports = std::make_unique<sim::PortBus>(parts_->clock, parts_->counters);
   parts_->ports->Claim(sim::PortBus::kPmTimerPort, sim::PortBus::kPmTimerPort + 3,
@@ -161,6 +179,8 @@ bool BmcFixture::Returns(void (*step)()) {
     return false;
   }
 }
+
+void BmcFixture::LosePowerAfterWrites(unsigned count) { parts_->writesLeft = count; }
 
 void BmcFixture::AddFault(const char* words) {
   std::string error;
