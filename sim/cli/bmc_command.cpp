@@ -1,0 +1,138 @@
+// bds-sim bmc: the BMC's side of a state folder, looked at and changed between boots.
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "sim/bmc/bmc.h"
+#include "sim/bmc/boot_flag_words.h"
+#include "sim/cli/commands.h"
+#include "sim/cli/load_option_text.h"
+#include "sim/cli/printable_text.h"
+#include "sim/cli/terminal.h"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string HexBytes(std::span<const std::uint8_t> bytes) { return fmt::format("{:02x}", fmt::join(bytes, " ")); }
+
+class BmcFolder {
+ public:
+  explicit BmcFolder(const fs::path& state)
+      : folder_(state / "bmc"), parameters_(Bmc::ParametersOf(folder_)), files_(Bmc::FilesOf(folder_)) {}
+
+  int Show() const;
+  int ListFiles() const;
+  int SetBootDevice(const std::vector<std::string>& words) const;
+  int Get(const std::string& name, const fs::path& host) const;
+  int Put(const std::string& name, const fs::path& host);
+  int Remove(const std::string& name);
+
+ private:
+  fs::path folder_;
+  fs::path parameters_;
+  FileStore files_;
+};
+
+int BmcFolder::Show() const {
+  std::string error;
+  const auto state = BmcState::Load(parameters_, error);
+  if (!state) {
+    return Fail(error);
+  }
+  constexpr const char* kProgress[] = {"complete", "in progress", "commit", "reserved"};
+  fmt::print("boot flags        {}  (bytes {})\n", BootFlagsText(*state), HexBytes(state->bootFlags));
+  fmt::print("handled by BIOS   {}\n", (state->acknowledge & 1) != 0 ? "no" : "yes");
+  fmt::print("set in progress   {}\n", kProgress[state->setInProgress & 3]);
+  fmt::print("valid bit         {}\n", (state->validBitClearing & 0x08) != 0 ? "stays" : "ends after 60 s");
+  fmt::print("boot order table  {} bytes\n", state->bootOrderTable.size());
+  const auto* table = reinterpret_cast<const std::byte*>(state->bootOrderTable.data());
+  for (const std::string& line : HexText({table, state->bootOrderTable.size()}, 256)) {
+    fmt::print("  {}\n", line);
+  }
+  fmt::print("stale requests    {}\n", state->oneTimeStaleRequests);
+  fmt::print("files             {}\n", files_.Names().size());
+  return kExitStarted;
+}
+
+int BmcFolder::ListFiles() const {
+  for (const std::string& name : files_.Names()) {
+    const auto bytes = files_.Read(name);
+    fmt::print("{:>8}  {}\n", bytes ? fmt::format("{}", bytes->size()) : "too big", PrintableText(name));
+  }
+  return kExitStarted;
+}
+
+int BmcFolder::SetBootDevice(const std::vector<std::string>& words) const {
+  std::string error;
+  auto state = BmcState::Load(parameters_, error);
+  if (!state || !SetBootFlags(*state, words, error)) {
+    return Fail(error);
+  }
+  std::error_code ignored;  // Save then says what is wrong
+  fs::create_directories(folder_, ignored);
+  if (!state->Save(parameters_, error)) {
+    return Fail(error);
+  }
+  fmt::print("boot flags        {}\n", BootFlagsText(*state));
+  return kExitStarted;
+}
+
+int BmcFolder::Get(const std::string& name, const fs::path& host) const {
+  const auto bytes = files_.Read(name);
+  if (!bytes) {
+    return Fail(fmt::format("the BMC has no file \"{}\"", PrintableText(name)));
+  }
+  if (host.empty()) {
+    std::fwrite(bytes->data(), 1, bytes->size(), stdout);
+    return kExitStarted;
+  }
+  std::ofstream stream(host, std::ios::binary | std::ios::trunc);
+  stream.write(reinterpret_cast<const char*>(bytes->data()), static_cast<std::streamsize>(bytes->size()));
+  return stream.flush() ? int{kExitStarted} : Fail(fmt::format("{}: cannot be written", host.string()));
+}
+
+int BmcFolder::Put(const std::string& name, const fs::path& host) {
+  std::ifstream stream(host, std::ios::binary);
+  if (!stream) {
+    return Fail(fmt::format("{}: cannot be read", host.string()));
+  }
+  const FileBytes bytes{std::istreambuf_iterator<char>(stream), {}};
+  if (!files_.Write(name, bytes)) {
+    return Fail(
+        fmt::format("\"{}\" cannot be kept: expected a name of up to {} letters, digits, '.', '_' and '-', and "
+                    "up to {} bytes",
+                    PrintableText(name), FileStore::kMaxNameLength, FileStore::kMaxFileSize));
+  }
+  return kExitStarted;
+}
+
+int BmcFolder::Remove(const std::string& name) {
+  const bool removed = files_.Remove(name);
+  return removed ? int{kExitStarted} : Fail(fmt::format("the BMC has no file \"{}\"", PrintableText(name)));
+}
+
+}  // namespace
+
+int RunBmc(const BmcArguments& arguments) {
+  BmcFolder bmc(arguments.state);
+  switch (arguments.action) {
+    case BmcArguments::Action::Show:
+      return bmc.Show();
+    case BmcArguments::Action::Files:
+      return bmc.ListFiles();
+    case BmcArguments::Action::BootDevice:
+      return bmc.SetBootDevice(arguments.words);
+    case BmcArguments::Action::Get:
+      return bmc.Get(arguments.file, arguments.host);
+    case BmcArguments::Action::Put:
+      return bmc.Put(arguments.file, arguments.host);
+    case BmcArguments::Action::Remove:
+      return bmc.Remove(arguments.file);
+  }
+  return kExitWrong;
+}
+
+}  // namespace sim

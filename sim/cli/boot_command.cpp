@@ -1,0 +1,169 @@
+// bds-sim boot: one described server, booted once or several times, with the resets that its firmware asks for.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+
+#include "sim/cli/commands.h"
+#include "sim/cli/json_report.h"
+#include "sim/cli/options_text.h"
+#include "sim/cli/printable_text.h"
+#include "sim/cli/terminal.h"
+
+namespace sim {
+namespace {
+
+LoaderPolicy PolicyOf(const BootArguments& arguments) {
+  LoaderPolicy policy;
+  if (arguments.execute) {
+    policy.action = LoaderAction::Execute;
+  }
+  if (arguments.loaderStatus) {
+    policy.action = LoaderAction::Answer;
+    policy.status = *arguments.loaderStatus;
+  }
+  return policy;
+}
+
+// The power came back: what cut it does not cut it again.
+void DropPowerFaults(std::vector<std::string>& faults) {
+  std::erase_if(faults, [](const std::string& words) { return words.starts_with("power"); });
+}
+
+class BootRun {
+ public:
+  explicit BootRun(const BootArguments& arguments)
+      : arguments_(arguments),
+        server_(LoadServerDescription(arguments.description), {arguments.state, arguments.image}),
+        style_(OutputStyle()) {
+    request_.loader = PolicyOf(arguments);
+    request_.legacyBootStatus = arguments.legacyStatus.value_or(EFI_SUCCESS);
+    request_.debugMask = arguments.debugMask;
+    request_.faults = arguments.faults;
+    OpenLog();
+    ConnectConsole();
+  }
+
+  int Run();
+
+ private:
+  void OpenLog();
+  void ConnectConsole();
+  BootResult BootOnce();
+  void Show(unsigned number, const BootResult& result) const;
+  void WriteJson() const;
+  // With the JSON on standard output the texts go to standard error.
+  std::FILE* Texts() const { return arguments_.json == "-" ? stderr : stdout; }
+
+  const BootArguments& arguments_;
+  Server server_;
+  Style style_;
+  BootRequest request_;
+  std::ofstream log_;
+  std::unique_ptr<RawTerminal> terminal_;
+  std::unique_ptr<TypedKeys> keys_;
+  unsigned startsLogged_ = 0;
+  std::vector<BootResult> results_;
+};
+
+void BootRun::OpenLog() {
+  if (arguments_.log.empty()) {
+    return;
+  }
+  log_.open(arguments_.log, std::ios::binary | std::ios::trunc);
+  if (!log_) {
+    throw StateError(fmt::format("{}: the log cannot be written", arguments_.log.string()));
+  }
+  request_.onLogLine = [this](const std::string& line) { log_ << line << (line.ends_with('\n') ? "" : "\n"); };
+}
+
+void BootRun::ConnectConsole() {
+  std::string error;
+  auto keys = ParseKeys(arguments_.keys, error);
+  if (!keys) {
+    throw StateError("--keys: " + error);
+  }
+  const bool typing = isatty(STDIN_FILENO) == 1;
+  if (typing) {
+    terminal_ = std::make_unique<RawTerminal>(STDIN_FILENO);
+  }
+  keys_ = std::make_unique<TypedKeys>(std::move(*keys), typing ? STDIN_FILENO : TypedKeys::kNone);
+  request_.keys = keys_.get();
+  if (!arguments_.quiet) {
+    request_.onConsole = [this](std::string_view utf8) {
+      const std::string shown = PrintableText(utf8, true);
+      std::fwrite(shown.data(), 1, shown.size(), Texts());
+      std::fflush(Texts());
+    };
+  }
+}
+
+// Until something is started, nothing is, or the firmware resets once too often.
+BootResult BootRun::BootOnce() {
+  BootResult result;
+  for (;;) {
+    if (++startsLogged_ > 1 && log_.is_open()) {
+      log_ << fmt::format("---- start {} ----\n", startsLogged_);
+    }
+    result.starts.push_back(server_.Boot(request_));
+    log_.flush();
+    const BootOutcome& outcome = result.Last().outcome;
+    if (outcome.end == BootEnd::PowerLost) {
+      DropPowerFaults(request_.faults);
+    }
+    if (outcome.end != BootEnd::Reset) {
+      return result;
+    }
+    if (result.warmResets + result.coldResets >= arguments_.resets) {
+      result.resetLimitReached = true;
+      return result;
+    }
+    ++(outcome.reset == EfiResetWarm ? result.warmResets : result.coldResets);
+  }
+}
+
+void BootRun::Show(unsigned number, const BootResult& result) const {
+  const std::string boot =
+      arguments_.boots > 1 ? fmt::format(", boot {} of {}", number, arguments_.boots) : std::string();
+  const std::string title = server_.Description().name + boot;
+  const std::string text = arguments_.quiet ? fmt::format("{}: {}\n", PrintableText(title), OutcomeText(result.Last()))
+                                            : SummaryText(title, result, style_);
+  fmt::print(Texts(), "{}", text);
+  std::fflush(Texts());
+}
+
+void BootRun::WriteJson() const {
+  if (arguments_.json.empty()) {
+    return;
+  }
+  const std::string text = JsonReport(server_.Description().name, results_);
+  if (arguments_.json == "-") {
+    fmt::print("{}", text);
+    return;
+  }
+  std::ofstream file(arguments_.json, std::ios::binary | std::ios::trunc);
+  file << text;
+  if (!file.flush()) {
+    throw StateError(fmt::format("{}: the JSON report cannot be written", arguments_.json));
+  }
+}
+
+int BootRun::Run() {
+  for (unsigned number = 1; number <= arguments_.boots; ++number) {
+    results_.push_back(BootOnce());
+    Show(number, results_.back());
+    if (BrokeDown(results_.back().Last().outcome.end)) {
+      WriteJson();
+      return kExitBrokeDown;
+    }
+  }
+  WriteJson();
+  return results_.back().Started() ? kExitStarted : kExitNothing;
+}
+
+}  // namespace
+
+int RunBoot(const BootArguments& arguments) { return BootRun(arguments).Run(); }
+
+}  // namespace sim

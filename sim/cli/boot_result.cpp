@@ -1,0 +1,116 @@
+#include "sim/cli/boot_result.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "sim/cli/printable_text.h"
+#include "sim/firmware/services/device_path_text.h"
+
+namespace sim {
+namespace {
+
+std::string PathText(const DevicePath& path) {
+  const auto text = DevicePathText(path.Bytes());
+  return text && !text->empty() ? PrintableText(*text) : "no path";
+}
+
+bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
+  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
+}
+
+// The last attempt on that option: the image's full path ends in the option's own, which may be a short form.
+const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& report) {
+  const auto ofOption = [&option](const AttemptReport& attempt) {
+    return attempt.legacy == option.legacy && !option.path.empty() && ContainsIgnoringCase(attempt.what, option.path);
+  };
+  const auto found = std::find_if(report.attempts.rbegin(), report.attempts.rend(), ofOption);
+  return found == report.attempts.rend() ? nullptr : &*found;
+}
+
+std::string ReasonFor(const OptionReport& option, const BootReport& report) {
+  if (!option.readable) {
+    return "no such variable, or it is malformed";
+  }
+  if (const AttemptReport* attempt = AttemptOn(option, report)) {
+    return AttemptText(*attempt);
+  }
+  if ((option.attributes & LOAD_OPTION_ACTIVE) == 0) {
+    return "not active";
+  }
+  return "nothing was loaded for it";
+}
+
+}  // namespace
+
+const OptionReport* BootedOption(const BootReport& report) {
+  if (!report.bootCurrent) {
+    return nullptr;
+  }
+  const auto found = std::ranges::find(report.options, *report.bootCurrent, &OptionReport::number);
+  return found == report.options.end() ? nullptr : &*found;
+}
+
+std::string OptionState(const OptionReport& option) {
+  if (!option.readable) {
+    return "missing";
+  }
+  if ((option.attributes & LOAD_OPTION_HIDDEN) != 0) {
+    return "hidden";
+  }
+  return (option.attributes & LOAD_OPTION_ACTIVE) != 0 ? "active" : "inactive";
+}
+
+std::vector<PassedOver> OptionsPassedOver(const BootReport& report) {
+  std::vector<PassedOver> passed;
+  if (!report.Started() && report.outcome.end != BootEnd::Returned) {
+    return passed;  // the boot ended before the order was walked to its end
+  }
+  const OptionReport* booted = report.Started() ? BootedOption(report) : nullptr;
+  if (booted != nullptr && !booted->inOrder) {
+    return passed;  // BootNext or the BMC chose it: the order was not walked
+  }
+  for (const OptionReport& option : report.options) {
+    if (&option == booted || !option.inOrder) {
+      break;
+    }
+    passed.push_back({option.number, ReasonFor(option, report)});
+  }
+  return passed;
+}
+
+std::string AttemptText(const AttemptReport& attempt) {
+  if (attempt.ended) {
+    return attempt.legacy ? "legacy boot, which ended the boot" : "started, which ended the boot";
+  }
+  const std::string reason = attempt.reason.empty() ? "" : fmt::format(" ({})", PrintableText(attempt.reason));
+  const char* what = attempt.legacy ? "legacy boot" : attempt.loaded ? "started and returned" : "not loaded";
+  return fmt::format("{}: {}{}", what, StatusName(attempt.status), reason);
+}
+
+std::string OutcomeText(const BootReport& report) {
+  const BootOutcome& outcome = report.outcome;
+  const OptionReport* booted = BootedOption(report);
+  std::string option = booted == nullptr && report.bootCurrent ? fmt::format("Boot{:04X}: ", *report.bootCurrent) : "";
+  if (booted != nullptr) {
+    option = fmt::format("Boot{:04X} {}: ", booted->number, PrintableText(booted->name));
+  }
+  const std::string text = outcome.text.empty() ? "" : fmt::format(" ({})", PrintableText(outcome.text));
+  switch (outcome.end) {
+    case BootEnd::HandedOver:
+      return fmt::format("{}handed over to {}", option, PathText(outcome.path));
+    case BootEnd::LegacyBoot:
+      return fmt::format("{}legacy boot of {}, BBS entry {}", option, PathText(outcome.path), outcome.bbsIndex);
+    case BootEnd::ExitedBootServices:
+      return fmt::format("{}the image that ran took the machine over", option);
+    case BootEnd::Reset:
+      return fmt::format("{} reset, {}", outcome.reset == EfiResetWarm ? "warm" : "cold", StatusName(outcome.status));
+    case BootEnd::Returned:
+      return fmt::format("nothing was started; the driver returned {}", StatusName(outcome.status));
+    default:
+      return fmt::format("{}{}", BootEndName(outcome.end), text);
+  }
+}
+
+}  // namespace sim

@@ -1,0 +1,179 @@
+#include "sim/cli/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include "sim/cli/commands.h"
+#include "sim/cli/terminal.h"
+#include "sim/firmware/fault_script.h"
+#include "sim/server/server.h"
+
+namespace sim {
+namespace {
+
+constexpr const char* kFooter = R"(Examples:
+  bds-sim boot rack.toml                              boot once, keep nothing
+  bds-sim boot rack.toml --state st --log boot.log    keep NVRAM and BMC in st/, the debug text in boot.log
+  bds-sim boot rack.toml --state st --image bds.efi   the same with the driver's EFI image
+  bds-sim boot rack.toml --boots 3 --json -           three boots, the report as JSON on standard output
+  bds-sim bmc st bootdev pxe --persistent --efi       ask for network boots, as ipmitool would
+  bds-sim vars st                                     what is in NVRAM now
+  EFIVARFS_PATH=st/nvram/ efibootmgr -v               the same through efibootmgr
+
+Exit status: 0 an option was started (other commands: done), 2 the command line, the description or the state is
+wrong, 3 no option was started, 4 the driver crashed or waited for what can never come.
+Run "bds-sim COMMAND --help" for a command's options. NO_COLOR=1 turns colours off.)";
+
+constexpr const char* kBootFooter = R"(Faults (each with its own --fault, for every start; a power cut befalls once):
+  "call SERVICE N STATUS [COUNT]"   the N-th call of a service answers the status: "call SetVariable 3 EFI_DEVICE_ERROR"
+  "power KIND N"                    the power goes after write N of a kind: nvram, bmc, bmc-exchange
+  "NAME[:VALUE][xCOUNT][@FIRST]"    of the BMC's file interface: "bad-checksum:3", "late:6000@2", "no-answer:always"
+Keys: characters as they are, and {enter} {esc} {tab} {backspace} {up} {down} {left} {right} {home} {end} {insert}
+  {del} {pgup} {pgdn} {f1} to {f12}, {{} for a brace. When standard input is a terminal, its keys follow them.
+With several boots the exit status is that of the last one; a crash ends the run.)";
+
+struct Arguments {
+  BootArguments boot;
+  DescribeArguments describe;
+  VarsArguments vars;
+  BmcArguments bmc;
+  std::vector<std::string> bootWords;
+  bool persistent = false;
+  bool efi = false;
+  std::optional<unsigned> instance;
+};
+
+// An option whose text must be a status.
+void AddStatus(CLI::App& command, const std::string& name, std::optional<EFI_STATUS>& status, const std::string& help) {
+  const auto take = [&status](const std::string& text) {
+    status = StatusFromName(text);
+    if (!status) {
+      throw CLI::ValidationError("\"" + text + "\": expected a status, such as EFI_NOT_FOUND or 0x800000000000000E");
+    }
+  };
+  command.add_option_function<std::string>(name, take, help)->type_name("STATUS");
+}
+
+void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
+  CLI::App& command = *app.add_subcommand("boot", "Boot a described server");
+  command.add_option("SERVER.toml", boot.description, "The server's description")->required();
+  command.add_option("--state", boot.state, "Keep NVRAM (nvram/) and the BMC's side (bmc/) here")->type_name("DIR");
+  command.add_option("--image", boot.image, "Run this EFI image instead of the driver linked in")->type_name("FILE");
+  command.add_option("--log", boot.log, "Write the driver's debug text there")->type_name("FILE");
+  command.add_option("--debug-mask", boot.debugMask, "Debug levels to print (default 0x80000046)")->type_name("N");
+  command.add_option("--json", boot.json, "Write the result as JSON there; - for standard output")->type_name("FILE");
+  CLI::Option* execute = command.add_flag("--execute", boot.execute, "Run operating system loaders for real");
+  AddStatus(command, "--loader-status", boot.loaderStatus,
+            "Loaders are not run and answer this; without either option a started loader ends the boot");
+  command.get_option("--loader-status")->excludes(execute);
+  AddStatus(command, "--legacy-status", boot.legacyStatus, "Legacy boots fail with this status");
+  command.add_option("--boots", boot.boots, "Boot so many times (default 1)")
+      ->type_name("N")
+      ->check(CLI::Range(1U, 100000U));
+  command.add_option("--resets", boot.resets, "Carry out so many resets per boot (default 4)")
+      ->type_name("N")
+      ->check(CLI::Range(0U, 1000U));
+  command.add_option("--fault", boot.faults, "Let something go wrong, see below")
+      ->type_name("WORDS")
+      ->expected(1)
+      ->take_all();
+  command.add_option("--keys", boot.keys, "Keys typed at the console")->type_name("TEXT");
+  command.add_flag("--quiet", boot.quiet, "One line per boot, no console");
+  command.footer(kBootFooter);
+  command.callback([&boot, &status] { status = RunBoot(boot); });
+}
+
+void AddDescribe(CLI::App& app, DescribeArguments& describe, int& status) {
+  CLI::App& command = *app.add_subcommand("describe", "Print a server's devices with their device paths");
+  command.add_option("SERVER.toml", describe.description, "The server's description")->required();
+  command.callback([&describe, &status] { status = RunDescribe(describe); });
+}
+
+void AddVars(CLI::App& app, VarsArguments& vars, int& status) {
+  CLI::App& command = *app.add_subcommand("vars", "List the variables of a state folder, decoded");
+  command.add_option("DIR", vars.state, "The state folder, or a folder of variables")->required();
+  command.callback([&vars, &status] { status = RunVars(vars); });
+}
+
+// The options become the words that the boot flags are set from.
+std::vector<std::string> BootWords(const Arguments& arguments) {
+  std::vector<std::string> words = arguments.bootWords;
+  if (arguments.persistent) {
+    words.emplace_back("persistent");
+  }
+  if (arguments.efi) {
+    words.emplace_back("efi");
+  }
+  if (arguments.instance) {
+    words.push_back("instance=" + std::to_string(*arguments.instance));
+  }
+  return words;
+}
+
+void AddBootDevice(CLI::App& bmc, Arguments& arguments, int& status) {
+  CLI::App& command = *bmc.add_subcommand("bootdev", "Ask for the device of the next boot");
+  command
+      .add_option("DEVICE", arguments.bootWords,
+                  "none, pxe, disk, safe, diag, cdrom, bios or floppy; persistent, efi and instance=N may follow")
+      ->required();
+  command.add_flag("--persistent", arguments.persistent, "For all boots from now on");
+  command.add_flag("--efi", arguments.efi, "A UEFI boot");
+  command.add_option("--instance", arguments.instance, "Which of several such devices, 0 to 15")->type_name("N");
+  command.callback([&arguments, &status] {
+    arguments.bmc.action = BmcArguments::Action::BootDevice;
+    arguments.bmc.words = BootWords(arguments);
+    status = RunBmc(arguments.bmc);
+  });
+}
+
+CLI::App& AddBmcAction(CLI::App& bmc, BmcArguments& arguments, int& status, BmcArguments::Action action,
+                       const std::string& name, const std::string& help) {
+  CLI::App& command = *bmc.add_subcommand(name, help);
+  command.callback([&arguments, &status, action] {
+    arguments.action = action;
+    status = RunBmc(arguments);
+  });
+  return command;
+}
+
+void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
+  using Action = BmcArguments::Action;
+  BmcArguments& bmc = arguments.bmc;
+  CLI::App& command = *app.add_subcommand("bmc", "Look at and set the BMC's side of a state folder");
+  command.add_option("DIR", bmc.state, "The state folder")->required();
+  command.require_subcommand(1);
+  AddBmcAction(command, bmc, status, Action::Show, "show", "Boot flags and the other boot option parameters");
+  AddBmcAction(command, bmc, status, Action::Files, "files", "List the BMC's files");
+  AddBootDevice(command, arguments, status);
+  CLI::App& get = AddBmcAction(command, bmc, status, Action::Get, "get", "Copy a file of the BMC's to this machine");
+  get.add_option("NAME", bmc.file, "Its name on the BMC")->required();
+  get.add_option("FILE", bmc.host, "Where to; standard output when not given");
+  CLI::App& put = AddBmcAction(command, bmc, status, Action::Put, "put", "Copy a file to the BMC");
+  put.add_option("NAME", bmc.file, "Its name on the BMC")->required();
+  put.add_option("FILE", bmc.host, "The file")->required();
+  CLI::App& remove = AddBmcAction(command, bmc, status, Action::Remove, "remove", "Remove a file of the BMC's");
+  remove.add_option("NAME", bmc.file, "Its name on the BMC")->required();
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv) {
+  CLI::App app("Boots a simulated rack server through the boot device selection driver.", "bds-sim");
+  app.require_subcommand(1);
+  app.footer(kFooter);
+  Arguments arguments;
+  int status = kExitStarted;
+  AddBoot(app, arguments.boot, status);
+  AddDescribe(app, arguments.describe, status);
+  AddVars(app, arguments.vars, status);
+  AddBmc(app, arguments, status);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kExitStarted : kExitWrong;
+  } catch (const std::exception& error) {  // of a description, a state or a host file
+    return Fail(error.what());
+  }
+  return status;
+}
+
+}  // namespace sim

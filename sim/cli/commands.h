@@ -1,0 +1,59 @@
+// The commands of bds-sim and the exit statuses that they share.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/uefi_base.h"
+
+namespace sim {
+
+enum ExitStatus : int {
+  kExitStarted = 0,    // an option was started; of the other commands: done
+  kExitWrong = 2,      // the command line, the description or the state is wrong
+  kExitNothing = 3,    // no option was started
+  kExitBrokeDown = 4,  // the driver crashed, or waited for what can never come
+};
+
+struct BootArguments {
+  std::filesystem::path description;
+  std::filesystem::path state;  // empty: nothing is kept
+  std::filesystem::path image;  // empty: the driver linked in
+  std::filesystem::path log;    // empty: none
+  std::string json;             // a file, "-" for standard output, empty: none
+  std::uint64_t debugMask = 0x80000046;
+  bool execute = false;
+  std::optional<EFI_STATUS> loaderStatus;
+  std::optional<EFI_STATUS> legacyStatus;
+  unsigned boots = 1;
+  unsigned resets = 4;
+  std::vector<std::string> faults;
+  std::string keys;  // as ParseKeys wants them
+  bool quiet = false;
+};
+int RunBoot(const BootArguments& arguments);
+
+struct DescribeArguments {
+  std::filesystem::path description;
+};
+int RunDescribe(const DescribeArguments& arguments);
+
+struct VarsArguments {
+  std::filesystem::path state;
+};
+int RunVars(const VarsArguments& arguments);
+
+struct BmcArguments {
+  enum class Action { Show, Files, BootDevice, Get, Put, Remove };
+  Action action = Action::Show;
+  std::filesystem::path state;
+  std::vector<std::string> words;  // BootDevice: as SetBootFlags wants them
+  std::string file;                // the BMC's name of it
+  std::filesystem::path host;      // Get, Put: the file on this machine; empty for Get: standard output
+};
+int RunBmc(const BmcArguments& arguments);
+
+}  // namespace sim

@@ -1,0 +1,160 @@
+#include "sim/cli/json_report.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "sim/cli/phases.h"
+#include "sim/cli/printable_text.h"
+#include "sim/firmware/guid_text.h"
+#include "sim/firmware/services/device_path_text.h"
+
+namespace sim {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+double Seconds(Ticks ticks) { return static_cast<double>(ticks) / static_cast<double>(kSecond); }
+
+std::string NumberText(std::uint16_t number) { return fmt::format("{:04X}", number); }
+
+Json OptionJson(const OptionReport& option) {
+  return {{"number", NumberText(option.number)},
+          {"name", PrintableText(option.name)},
+          {"path", option.path},
+          {"state", OptionState(option)},
+          {"attributes", option.attributes},
+          {"in_order", option.inOrder},
+          {"legacy", option.legacy},
+          {"firmware", option.firmware},
+          {"group", option.group}};
+}
+
+Json AttemptJson(const AttemptReport& attempt) {
+  return {{"what", attempt.what},     {"legacy", attempt.legacy},
+          {"loaded", attempt.loaded}, {"status", StatusName(attempt.status)},
+          {"reason", attempt.reason}, {"ended_boot", attempt.ended}};
+}
+
+Json WriteJson(const VariableWrite& write) {
+  return {{"kind", VariableWriteKindName(write.kind)},
+          {"name", PrintableText(write.name)},
+          {"guid", GuidText(write.guid)},
+          {"attributes", write.attributes},
+          {"size", write.size},
+          {"status", StatusName(write.status)}};
+}
+
+Json BootedJson(const BootReport& report) {
+  if (!report.Started()) {
+    return nullptr;
+  }
+  Json booted = {{"number", nullptr}, {"name", nullptr}, {"path", nullptr}};
+  if (report.bootCurrent) {
+    booted["number"] = NumberText(*report.bootCurrent);
+  }
+  if (const OptionReport* option = BootedOption(report)) {
+    booted["name"] = PrintableText(option->name);
+  }
+  if (const auto path = DevicePathText(report.outcome.path.Bytes()); path && !path->empty()) {
+    booted["path"] = PrintableText(*path);
+  }
+  return booted;
+}
+
+Json OutcomeJson(const BootReport& report) {
+  Json outcome = {{"end", BootEndName(report.outcome.end)},
+                  {"status", StatusName(report.outcome.status)},
+                  {"text", report.outcome.text},
+                  {"summary", OutcomeText(report)}};
+  if (report.outcome.end == BootEnd::LegacyBoot) {
+    outcome["bbs_index"] = report.outcome.bbsIndex;
+  }
+  return outcome;
+}
+
+Json TimeJson(const BootReport& report) {
+  Json steps = Json::array();
+  for (const StepReport& step : report.steps) {
+    steps.push_back({{"name", step.name}, {"start", Seconds(step.start)}, {"duration", Seconds(step.duration)}});
+  }
+  Json phases = Json::object();
+  const auto times = PhaseTimes(report);
+  for (std::size_t phase = 0; phase < times.size(); ++phase) {
+    phases[PhaseName(static_cast<Phase>(phase))] = Seconds(times[phase]);
+  }
+  return {{"total", Seconds(report.outcome.time)}, {"phases", std::move(phases)}, {"steps", std::move(steps)}};
+}
+
+Json PoolJson(const BootReport& report) {
+  Json leaks = Json::array();
+  for (const PoolAllocator::Leak& leak : report.outcome.leaks) {
+    leaks.push_back({{"size", leak.block.size}, {"allocation", leak.block.serial}});
+  }
+  return {{"peak", report.poolPeak}, {"in_use", report.poolInUse}, {"leaks", std::move(leaks)}};
+}
+
+// The counts of the BMC's two interfaces by themselves, under names without their dots.
+Json BmcJson(const BootReport& report) {
+  constexpr std::pair<const char*, const char*> kCounts[] = {
+      {"exchanges", "bmc.exchanges"},     {"bytes", "bmc.bytes"},
+      {"retries", "bmc.retries"},         {"timeouts", "bmc.timeouts"},
+      {"ipmi_requests", "ipmi.requests"}, {"ipmi_errors", "ipmi.errors"},
+      {"ipmi_timeouts", "ipmi.timeouts"},
+  };
+  Json bmc = Json::object();
+  for (const auto& [name, count] : kCounts) {
+    const auto found = report.counts.find(count);
+    bmc[name] = found == report.counts.end() ? 0 : found->second;
+  }
+  Ticks waited = 0;
+  for (const StepReport& step : report.steps) {
+    waited += PhaseOf(step.name) == Phase::Bmc ? step.duration : 0;
+  }
+  bmc["seconds_in_steps"] = Seconds(waited);
+  return bmc;
+}
+
+template <typename Element, typename Convert>
+Json List(const std::vector<Element>& elements, Convert convert) {
+  Json list = Json::array();
+  for (const Element& element : elements) {
+    list.push_back(convert(element));
+  }
+  return list;
+}
+
+Json StartJson(const BootReport& report) {
+  Json passed = List(OptionsPassedOver(report), [](const PassedOver& each) {
+    return Json{{"number", NumberText(each.number)}, {"reason", each.reason}};
+  });
+  return {{"outcome", OutcomeJson(report)},
+          {"booted", BootedJson(report)},
+          {"order", List(report.bootOrder, NumberText)},
+          {"options", List(report.options, OptionJson)},
+          {"attempts", List(report.attempts, AttemptJson)},
+          {"passed_over", std::move(passed)},
+          {"variables_written", List(report.writes, WriteJson)},
+          {"counts", report.counts},
+          {"bmc", BmcJson(report)},
+          {"time", TimeJson(report)},
+          {"pool", PoolJson(report)},
+          {"complaints", report.complaints},
+          {"console", report.console}};
+}
+
+Json BootJson(const BootResult& boot) {
+  return {{"started", boot.Started()},
+          {"booted", BootedJson(boot.Last())},
+          {"resets", {{"warm", boot.warmResets}, {"cold", boot.coldResets}, {"limit_reached", boot.resetLimitReached}}},
+          {"starts", List(boot.starts, StartJson)}};
+}
+
+}  // namespace
+
+std::string JsonReport(const std::string& serverName, const std::vector<BootResult>& boots) {
+  const Json report = {{"server", serverName}, {"boots", List(boots, BootJson)}};
+  return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace sim
