@@ -2,6 +2,7 @@
 // call is counted under its name and may be answered by the fault script instead.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 
@@ -19,12 +20,18 @@ EFI_STATUS Call(const char* service, Serve serve) {
   return scripted ? *scripted : serve();
 }
 
+// For services without a status, which the script cannot answer.
+void CountOnly(const char* service) {
+  M().Counts().Add(service);
+  M().Time().Step();
+}
+
 EFI_TPL EFIAPI RaiseTPL(EFI_TPL tpl) {
-  M().Counts().Add("RaiseTPL");
+  CountOnly("RaiseTPL");
   return M().Events().Raise(tpl);
 }
 VOID EFIAPI RestoreTPL(EFI_TPL tpl) {
-  M().Counts().Add("RestoreTPL");
+  CountOnly("RestoreTPL");
   M().Events().Restore(tpl);
 }
 
@@ -230,7 +237,7 @@ EFI_STATUS EFIAPI GetNextMonotonicCount(UINT64* count) {
 }
 EFI_STATUS EFIAPI Stall(UINTN microseconds) {
   return Call("Stall", [&] {
-    M().Time().Advance(microseconds * kMicrosecond);
+    M().Time().Advance(microseconds > ~Ticks{0} / kMicrosecond ? ~Ticks{0} : microseconds * kMicrosecond);
     return EFI_SUCCESS;
   });
 }
@@ -283,7 +290,7 @@ EFI_STATUS EFIAPI ProtocolsPerHandle(EFI_HANDLE handle, EFI_GUID*** buffer, UINT
     }
     std::vector<EFI_GUID*> guids;
     for (const HandleDatabase::Interface& interface : *interfaces) {
-      guids.push_back(const_cast<EFI_GUID*>(&interface.guid));
+      guids.push_back(const_cast<EFI_GUID*>(M().Handles().Lasting(interface.guid)));
     }
     *count = guids.size();
     return PoolCopy(guids, buffer);
@@ -312,7 +319,10 @@ EFI_STATUS InstallAll(EFI_HANDLE* handle, const std::vector<GuidAndInterface>& p
   }
   const EFI_HANDLE before = *handle;
   for (std::size_t i = 0; i < pairs.size(); ++i) {
-    const EFI_STATUS status = M().Handles().Install(handle, pairs[i].guid, pairs[i].interface);
+    const bool twice = *pairs[i].guid == ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL> &&
+                       M().Handles().HasDevicePath(static_cast<EFI_DEVICE_PATH_PROTOCOL*>(pairs[i].interface));
+    const EFI_STATUS status =
+        twice ? EFI_ALREADY_STARTED : M().Handles().Install(handle, pairs[i].guid, pairs[i].interface);
     if (!EFI_ERROR(status)) {
       continue;
     }
@@ -325,7 +335,23 @@ EFI_STATUS InstallAll(EFI_HANDLE* handle, const std::vector<GuidAndInterface>& p
   return EFI_SUCCESS;
 }
 
+// All pairs are there, each once: with that checked first, the handle never vanishes before a failure is known.
+bool AllInstalled(EFI_HANDLE handle, const std::vector<GuidAndInterface>& pairs) {
+  for (auto pair = pairs.begin(); pair != pairs.end(); ++pair) {
+    const auto* interface = M().Handles().Find(handle, *pair->guid);
+    const bool twice =
+        std::any_of(pairs.begin(), pair, [pair](const auto& earlier) { return *earlier.guid == *pair->guid; });
+    if (interface == nullptr || interface->pointer != pair->interface || twice) {
+      return false;
+    }
+  }
+  return true;
+}
+
 EFI_STATUS UninstallAll(EFI_HANDLE handle, const std::vector<GuidAndInterface>& pairs) {
+  if (!AllInstalled(handle, pairs)) {
+    return EFI_INVALID_PARAMETER;
+  }
   for (std::size_t i = 0; i < pairs.size(); ++i) {
     const EFI_STATUS status = M().Handles().Uninstall(handle, pairs[i].guid, pairs[i].interface);
     if (!EFI_ERROR(status)) {
@@ -342,16 +368,16 @@ EFI_STATUS UninstallAll(EFI_HANDLE handle, const std::vector<GuidAndInterface>& 
 EFI_STATUS EFIAPI InstallMultipleProtocolInterfaces(EFI_HANDLE* handle, ...) {
   __builtin_ms_va_list arguments;
   __builtin_ms_va_start(arguments, handle);
-  const auto pairs = ReadPairs(arguments);
+  const AcrossCalls pairs(M().Held(), ReadPairs(arguments));
   __builtin_ms_va_end(arguments);
-  return Call("InstallMultipleProtocolInterfaces", [&] { return InstallAll(handle, pairs); });
+  return Call("InstallMultipleProtocolInterfaces", [&] { return InstallAll(handle, *pairs); });
 }
 EFI_STATUS EFIAPI UninstallMultipleProtocolInterfaces(EFI_HANDLE handle, ...) {
   __builtin_ms_va_list arguments;
   __builtin_ms_va_start(arguments, handle);
-  const auto pairs = ReadPairs(arguments);
+  const AcrossCalls pairs(M().Held(), ReadPairs(arguments));
   __builtin_ms_va_end(arguments);
-  return Call("UninstallMultipleProtocolInterfaces", [&] { return UninstallAll(handle, pairs); });
+  return Call("UninstallMultipleProtocolInterfaces", [&] { return UninstallAll(handle, *pairs); });
 }
 
 EFI_STATUS EFIAPI CalculateCrc32(VOID* data, UINTN size, UINT32* crc) {
@@ -364,13 +390,13 @@ EFI_STATUS EFIAPI CalculateCrc32(VOID* data, UINTN size, UINT32* crc) {
   });
 }
 VOID EFIAPI CopyMem(VOID* destination, const VOID* source, UINTN length) {
-  M().Counts().Add("CopyMem");
+  CountOnly("CopyMem");
   if (length != 0) {
     std::memmove(destination, source, length);
   }
 }
 VOID EFIAPI SetMem(VOID* buffer, UINTN size, UINT8 value) {
-  M().Counts().Add("SetMem");
+  CountOnly("SetMem");
   if (size != 0) {
     std::memset(buffer, value, size);
   }

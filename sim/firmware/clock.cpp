@@ -1,20 +1,30 @@
 #include "sim/firmware/clock.h"
 
+#include <utility>
+
 namespace sim {
+namespace {
+
+// The function is out of the way while it runs: it may not come back, or may set the next limit.
+void CallOnce(std::function<void()>& onLimit) {
+  if (onLimit) {
+    std::exchange(onLimit, nullptr)();
+  }
+}
+
+}  // namespace
 
 void Clock::MoveTo(Ticks time) {
   if (time > now_) {
     now_ = time;
   }
-  if (now_ > limit_ && onLimit_) {
-    auto onLimit = std::move(onLimit_);
-    onLimit_ = nullptr;
-    onLimit();
+  if (now_ > limit_) {
+    CallOnce(onLimit_);
   }
 }
 
 void Clock::Advance(Ticks duration) {
-  const Ticks target = now_ + duration;
+  const Ticks target = After(duration);
   Ticks due = 0;
   while (source_ != nullptr && source_->NextDue(due) && due <= target) {
     MoveTo(due);
@@ -39,9 +49,27 @@ std::uint32_t Clock::PmTimer() const {
          0xFFFFFF;
 }
 
-void Clock::SetLimit(Ticks limit, std::function<void()> onLimit) {
-  limit_ = limit;
+std::uint64_t Clock::ReadTimeStampCounter() {
+  Advance(kCounterReadTime);
+  return TimeStampCounter();
+}
+
+void Clock::SetLimit(Ticks ticks, std::function<void()> onLimit) {
+  limit_ = After(ticks);
   onLimit_ = std::move(onLimit);
+}
+
+void Clock::SetStepLimit(std::uint64_t steps, std::function<void()> onLimit) {
+  stepsLeft_ = steps;
+  onStepLimit_ = std::move(onLimit);
+}
+
+void Clock::Step() {
+  if (stepsLeft_ == 0) {
+    CallOnce(onStepLimit_);
+    return;
+  }
+  --stepsLeft_;
 }
 
 }  // namespace sim

@@ -16,10 +16,13 @@ inline constexpr Ticks kSecond = 1000 * kMillisecond;
 // What a polling loop costs per turn, so that a loop that only reads a register or checks an event sees time pass.
 inline constexpr Ticks kPortAccessTime = kMicrosecond;
 inline constexpr Ticks kPollTime = kMicrosecond;
+inline constexpr Ticks kCounterReadTime = 1;
 
 class Clock {
  public:
   Ticks Now() const { return now_; }
+  // The moment `duration` from now; the end of time when it lies beyond.
+  Ticks After(Ticks duration) const { return duration > ~Ticks{0} - now_ ? ~Ticks{0} : now_ + duration; }
 
   // Moves time forward by `duration`; timers that fall due on the way fire in order, each at its own time.
   void Advance(Ticks duration);
@@ -32,11 +35,15 @@ class Clock {
 
   // The ACPI PM timer: 3.579545 MHz, 24 bits, wraps every 4.69 s.
   std::uint32_t PmTimer() const;
-  // The time-stamp counter: 2 GHz, counted from power-on.
+  // The time-stamp counter: 2 GHz, counted from power-on. Reading it takes kCounterReadTime, so that a loop on it ends.
+  std::uint64_t ReadTimeStampCounter();
   std::uint64_t TimeStampCounter() const { return now_ * 200; }
 
-  // Virtual seconds since power-on as text is left to the caller; the limit ends the boot through `onLimit`.
-  void SetLimit(Ticks limit, std::function<void()> onLimit);
+  // What ends a boot that waits or works without end: called, once per crossing, when `ticks` from now are over.
+  void SetLimit(Ticks ticks, std::function<void()> onLimit);
+  // The same for steps, the service calls and the like that may take no virtual time.
+  void SetStepLimit(std::uint64_t steps, std::function<void()> onLimit);
+  void Step();
 
   // The timer source (the event manager): when the next timer is due, and the order to fire it.
   struct TimerSource {
@@ -54,6 +61,8 @@ class Clock {
   Ticks now_ = 0;
   Ticks limit_ = ~Ticks{0};
   std::function<void()> onLimit_;
+  std::uint64_t stepsLeft_ = ~std::uint64_t{0};
+  std::function<void()> onStepLimit_;
   TimerSource* source_ = nullptr;
 };
 

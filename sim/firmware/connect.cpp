@@ -43,8 +43,10 @@ void AddOverrides(Machine& machine, Bindings& bindings, Override* override, Next
 }
 
 void AddFamilyOverrides(Machine& machine, Bindings& bindings) {
-  std::vector<std::pair<UINT32, EFI_DRIVER_BINDING_PROTOCOL*>> families;
-  for (const EFI_HANDLE handle : machine.Handles().With(ProtocolGuid<EFI_DRIVER_FAMILY_OVERRIDE_PROTOCOL>)) {
+  const AcrossCalls<std::vector<std::pair<UINT32, EFI_DRIVER_BINDING_PROTOCOL*>>> kept(machine.Held());
+  auto& families = *kept;
+  const AcrossCalls handles(machine.Held(), machine.Handles().With(ProtocolGuid<EFI_DRIVER_FAMILY_OVERRIDE_PROTOCOL>));
+  for (const EFI_HANDLE handle : *handles) {
     auto* family = machine.Handles().Get<EFI_DRIVER_FAMILY_OVERRIDE_PROTOCOL>(handle);
     auto* binding = machine.Handles().Get<EFI_DRIVER_BINDING_PROTOCOL>(handle);
     if (binding != nullptr) {
@@ -68,8 +70,7 @@ void AddByVersion(Machine& machine, Bindings& bindings) {
   }
 }
 
-Bindings OrderedBindings(Machine& machine, EFI_HANDLE controller, EFI_HANDLE* driverImages) {
-  Bindings bindings;
+void OrderBindings(Machine& machine, EFI_HANDLE controller, EFI_HANDLE* driverImages, Bindings& bindings) {
   for (EFI_HANDLE* image = driverImages; image != nullptr && *image != nullptr; ++image) {
     AddBindingsOf(machine, bindings, *image);
   }
@@ -87,7 +88,6 @@ Bindings OrderedBindings(Machine& machine, EFI_HANDLE controller, EFI_HANDLE* dr
                  return override->GetDriver(override, image);
                });
   AddByVersion(machine, bindings);
-  return bindings;
 }
 
 bool StillBound(Machine& machine, const EFI_DRIVER_BINDING_PROTOCOL* binding) {
@@ -99,7 +99,9 @@ bool StillBound(Machine& machine, const EFI_DRIVER_BINDING_PROTOCOL* binding) {
 
 EFI_STATUS ConnectOne(Machine& machine, EFI_HANDLE controller, EFI_HANDLE* driverImages,
                       EFI_DEVICE_PATH_PROTOCOL* remaining) {
-  Bindings bindings = OrderedBindings(machine, controller, driverImages);
+  const AcrossCalls<Bindings> kept(machine.Held());
+  Bindings& bindings = *kept;
+  OrderBindings(machine, controller, driverImages, bindings);
   bool started = false;
   // A driver that started may have made another one able to: the rest is asked again from the front.
   for (bool again = true; again;) {
@@ -158,16 +160,18 @@ std::vector<EFI_HANDLE> Managers(Machine& machine, EFI_HANDLE controller) {
   return agents;
 }
 
+// EFI_NOT_FOUND when the child is none of this driver's; otherwise success or EFI_DEVICE_ERROR.
 EFI_STATUS StopDriver(Machine& machine, EFI_HANDLE controller, EFI_HANDLE agent, EFI_HANDLE child) {
-  auto* binding = machine.Handles().Get<EFI_DRIVER_BINDING_PROTOCOL>(agent);
-  if (binding == nullptr) {
-    return EFI_NOT_FOUND;
-  }
-  std::vector<EFI_HANDLE> children = Children(machine, controller, agent);
+  const AcrossCalls kept(machine.Held(), Children(machine, controller, agent));
+  std::vector<EFI_HANDLE>& children = *kept;
   if (child != nullptr && std::find(children.begin(), children.end(), child) == children.end()) {
     return EFI_NOT_FOUND;
   }
-  const bool all = child == nullptr || (children.size() == 1 && children.front() == child);
+  auto* binding = machine.Handles().Get<EFI_DRIVER_BINDING_PROTOCOL>(agent);
+  if (binding == nullptr) {
+    return EFI_DEVICE_ERROR;  // whoever opened it by driver has no Stop that could be called
+  }
+  const bool all = child == nullptr || children.size() == 1;
   if (child != nullptr) {
     children.assign(1, child);
   }
@@ -180,7 +184,19 @@ EFI_STATUS StopDriver(Machine& machine, EFI_HANDLE controller, EFI_HANDLE agent,
   if (!EFI_ERROR(status) && all && machine.Handles().Exists(controller)) {
     status = binding->Stop(binding, controller, 0, nullptr);
   }
-  return status;
+  return EFI_ERROR(status) ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+}
+
+// The agent's binding stands on the given handle, or belongs to the image of that handle.
+bool IsDriver(Machine& machine, EFI_HANDLE agent, EFI_HANDLE driver) {
+  const auto* binding = machine.Handles().Get<EFI_DRIVER_BINDING_PROTOCOL>(agent);
+  return agent == driver || (binding != nullptr && binding->ImageHandle == driver);
+}
+
+bool NamesADriver(Machine& machine, EFI_HANDLE driver) {
+  Bindings bindings;
+  AddBindingsOf(machine, bindings, driver);
+  return !bindings.empty();
 }
 
 }  // namespace
@@ -192,7 +208,8 @@ EFI_STATUS Machine::ConnectController(EFI_HANDLE controller, EFI_HANDLE* driverI
   }
   const EFI_STATUS status = ConnectOne(*this, controller, driverImages, remaining);
   if (recursive && handles_.Exists(controller)) {
-    for (const EFI_HANDLE child : Children(*this, controller, nullptr)) {
+    const AcrossCalls children(held_, Children(*this, controller, nullptr));
+    for (const EFI_HANDLE child : *children) {
       if (handles_.Exists(child)) {
         static_cast<void>(ConnectController(child, nullptr, nullptr, true));
       }
@@ -203,25 +220,28 @@ EFI_STATUS Machine::ConnectController(EFI_HANDLE controller, EFI_HANDLE* driverI
 
 EFI_STATUS Machine::DisconnectController(EFI_HANDLE controller, EFI_HANDLE driver, EFI_HANDLE child) {
   if (!handles_.Exists(controller) || (driver != nullptr && !handles_.Exists(driver)) ||
-      (child != nullptr && !handles_.Exists(child))) {
+      (child != nullptr && !handles_.Exists(child)) || (driver != nullptr && !NamesADriver(*this, driver))) {
     return EFI_INVALID_PARAMETER;
   }
-  if (driver != nullptr && handles_.Get<EFI_DRIVER_BINDING_PROTOCOL>(driver) == nullptr) {
-    return EFI_INVALID_PARAMETER;
+  const AcrossCalls managers(held_, Managers(*this, controller));
+  std::erase_if(*managers, [&](EFI_HANDLE agent) { return driver != nullptr && !IsDriver(*this, agent, driver); });
+  if (managers->empty()) {
+    return EFI_SUCCESS;
   }
-  std::size_t stopped = 0;
-  std::size_t asked = 0;
-  for (const EFI_HANDLE agent : Managers(*this, controller)) {
-    if (driver != nullptr && agent != driver) {
-      continue;
-    }
+  bool stopped = false;
+  bool asked = false;
+  for (const EFI_HANDLE agent : *managers) {
     if (!handles_.Exists(controller)) {
       break;
     }
-    ++asked;
-    stopped += EFI_ERROR(StopDriver(*this, controller, agent, child)) ? 0 : 1;
+    const EFI_STATUS status = StopDriver(*this, controller, agent, child);
+    asked |= status != EFI_NOT_FOUND;
+    stopped |= !EFI_ERROR(status);
   }
-  return asked == 0 || stopped != 0 ? EFI_SUCCESS : EFI_NOT_FOUND;
+  if (stopped) {
+    return EFI_SUCCESS;
+  }
+  return asked ? EFI_DEVICE_ERROR : EFI_NOT_FOUND;
 }
 
 }  // namespace sim

@@ -1,9 +1,12 @@
 #include "sim/firmware/crash_catcher.h"
 
 #include <fmt/format.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <ucontext.h>
 
 #include <cstdint>
+#include <stdexcept>
 
 #include "sim/firmware/machine.h"
 
@@ -91,12 +94,85 @@ class PortInstruction {
   bool wide_ = false;
 };
 
-void OnFault(int signal, siginfo_t* info, void* context) {
+// The time-stamp counter, read where PR_TSC_SIGSEGV forbids it (Intel SDM, volume 2: RDTSC, RDTSCP).
+class CounterInstruction {
+ public:
+  explicit CounterInstruction(greg_t* registers)
+      : registers_(registers), code_(reinterpret_cast<const std::uint8_t*>(registers[REG_RIP])) {}
+
+  // False when it is none.
+  bool CarryOut(Machine& machine) {
+    const bool plain = code_[0] == 0x0F && code_[1] == 0x31;
+    const bool withProcessor = code_[0] == 0x0F && code_[1] == 0x01 && code_[2] == 0xF9;
+    if (!plain && !withProcessor) {
+      return false;
+    }
+    const std::uint64_t value = OfImage() ? machine.Time().ReadTimeStampCounter() : HostCounter();
+    registers_[REG_RAX] = static_cast<greg_t>(value & 0xFFFFFFFF);
+    registers_[REG_RDX] = static_cast<greg_t>(value >> 32);
+    if (withProcessor) {
+      registers_[REG_RCX] = 0;
+    }
+    registers_[REG_RIP] += plain ? 2 : 3;
+    return true;
+  }
+
+ private:
+  // Code of loaded images lies in allocated pages. The host's own libraries (its clock) get the host's time.
+  bool OfImage() const {
+    const auto at = reinterpret_cast<std::uintptr_t>(code_);
+    return at >= PageAllocator::kBase && at - PageAllocator::kBase < PageAllocator::kSize;
+  }
+  static std::uint64_t HostCounter() {
+    prctl(PR_SET_TSC, PR_TSC_ENABLE);
+    const std::uint64_t value = __builtin_ia32_rdtsc();
+    prctl(PR_SET_TSC, PR_TSC_SIGSEGV);
+    return value;
+  }
+
+  greg_t* registers_;
+  const std::uint8_t* code_;
+};
+
+constexpr std::size_t kHandlerStackSize = 4 * 1024 * 1024;
+constexpr std::size_t kGuardSize = 64 * 1024;
+constexpr std::size_t kRedZone = 128;  // below the stack pointer, in use without being reserved (System V ABI, 3.2.2)
+
+CrashCatcher* gCatcher = nullptr;
+
+// Mapped once per process, unreadable at its lower end.
+std::byte* HandlerStack() {
+  static std::byte* const stack = [] {
+    void* mapped = mmap(nullptr, kGuardSize + kHandlerStackSize, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapped == MAP_FAILED || mprotect(mapped, kGuardSize, PROT_NONE) != 0) {
+      throw std::runtime_error("no memory for the stack of the fault handler");
+    }
+    return static_cast<std::byte*>(mapped) + kGuardSize;
+  }();
+  return stack;
+}
+
+}  // namespace
+
+bool CrashCatcher::OnHandlerStack(const void* address) const {
+  return address >= HandlerStack() && address < HandlerStackEnd();
+}
+
+const std::byte* CrashCatcher::HandlerStackEnd() const { return HandlerStack() + kHandlerStackSize; }
+
+void CrashCatcher::OnFault(int signal, siginfo_t* info, void* context) {
   greg_t* registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+  const auto* stack = reinterpret_cast<const std::byte*>(registers[REG_RSP]);
+  if (!gCatcher->OnHandlerStack(stack)) {
+    gCatcher->interrupted_ = stack - kRedZone;
+  }
   Machine& machine = Machine::Current();
-  // A fetch that faulted has no instruction to decode; for everything else the bytes at RIP are readable.
-  const bool fetch = reinterpret_cast<greg_t>(info->si_addr) == registers[REG_RIP];
-  if (signal == SIGSEGV && !fetch && PortInstruction(registers).CarryOut(machine.Ports())) {
+  // A forbidden instruction is a general protection fault, which the kernel reports without an address of its own; the
+  // bytes at RIP were fetched, so they are readable.
+  const bool forbidden = signal == SIGSEGV && info->si_code == SI_KERNEL;
+  if (forbidden &&
+      (PortInstruction(registers).CarryOut(machine.Ports()) || CounterInstruction(registers).CarryOut(machine))) {
     return;
   }
   machine.EndBoot(BootEnd::Crashed, fmt::format("signal {} at 0x{:X}, address 0x{:X}", signal,
@@ -104,21 +180,32 @@ void OnFault(int signal, siginfo_t* info, void* context) {
                                                 reinterpret_cast<std::uintptr_t>(info->si_addr)));
 }
 
-}  // namespace
-
 CrashCatcher::CrashCatcher() {
+  gCatcher = this;
+  stack_t stack{};
+  stack.ss_sp = HandlerStack();
+  stack.ss_size = kHandlerStackSize;
+  sigaltstack(&stack, &oldStack_);
   struct sigaction action {};
   action.sa_sigaction = OnFault;
-  action.sa_flags = SA_SIGINFO | SA_NODEFER;
+  action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_ONSTACK;
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     sigaction(kSignals[i], &action, &old_[i]);
   }
+  // Where the kernel cannot forbid it, an image reads the host's counter.
+  if (prctl(PR_GET_TSC, &oldCounterMode_) != 0) {
+    oldCounterMode_ = PR_TSC_ENABLE;
+  }
+  prctl(PR_SET_TSC, PR_TSC_SIGSEGV);
 }
 
 CrashCatcher::~CrashCatcher() {
+  prctl(PR_SET_TSC, oldCounterMode_);
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     sigaction(kSignals[i], &old_[i], nullptr);
   }
+  sigaltstack(&oldStack_, nullptr);
+  gCatcher = nullptr;
 }
 
 }  // namespace sim

@@ -83,9 +83,13 @@ void EventManager::RunPending() {
       const EFI_EVENT token = event->token;
       void* const context = event->context;
       const EFI_EVENT_NOTIFY notify = event->notify;
+      const EFI_TPL level = tpl_;
       machine_.PushOwner(event->owner);
       notify(token, context);
       machine_.PopOwner();
+      if (tpl_ != level) {
+        counters_.Complain(fmt::format("a notification at priority {} came back at {}", level, tpl_));
+      }
     }
     tpl_ = old;
   }
@@ -116,10 +120,13 @@ EFI_STATUS EventManager::Create(UINT32 type, EFI_TPL notifyTpl, EFI_EVENT_NOTIFY
   const bool virtualChange = type == EVT_SIGNAL_VIRTUAL_ADDRESS_CHANGE;
   const UINT32 plain = type & ~(EVT_TIMER | EVT_RUNTIME);
   const bool known = plain == 0 || plain == EVT_NOTIFY_WAIT || plain == EVT_NOTIFY_SIGNAL ||
-                     type == EVT_SIGNAL_EXIT_BOOT_SERVICES || virtualChange;
+                     type == EVT_SIGNAL_EXIT_BOOT_SERVICES || (virtualChange && group == nullptr);
   const bool notifies = (type & (EVT_NOTIFY_WAIT | EVT_NOTIFY_SIGNAL)) != 0;
   if (!known || (notifies && (notify == nullptr || notifyTpl <= TPL_APPLICATION || notifyTpl >= TPL_HIGH_LEVEL))) {
     return EFI_INVALID_PARAMETER;
+  }
+  if (machine_.Arena().Full()) {
+    return EFI_OUT_OF_RESOURCES;
   }
   auto created = std::make_unique<Event>();
   created->token = machine_.Arena().Allocate();
@@ -144,7 +151,7 @@ EFI_STATUS EventManager::SetTimer(EFI_EVENT token, EFI_TIMER_DELAY type, UINT64 
   // A period of 0 means every timer tick; 10 ms is the tick here.
   const Ticks step = time == 0 && type == TimerPeriodic ? 10 * kMillisecond : time;
   event->period = type == TimerPeriodic ? step : 0;
-  event->due = clock_.Now() + step;
+  event->due = clock_.After(step);
   event->timerSequence = ++sequence_;
   return EFI_SUCCESS;
 }
@@ -174,11 +181,11 @@ void EventManager::FireNext() {
   if (next == nullptr) {
     return;
   }
+  clock_.Step();
   next->armed = next->period != 0;
-  next->due += next->period;
+  next->due = next->period > ~next->due ? ~Ticks{0} : next->due + next->period;
   next->timerSequence = ++sequence_;
-  SignalOne(*next);
-  RunPending();
+  static_cast<void>(Signal(next->token));
 }
 
 void EventManager::SignalOne(Event& event) {
@@ -266,7 +273,8 @@ EFI_STATUS EventManager::Wait(UINTN count, EFI_EVENT* events, UINTN* index) {
         return status;
       }
     }
-    if (!clock_.AdvanceToNextTimer()) {
+    clock_.Step();
+    if (!clock_.AdvanceToNextTimer() && !machine_.Idle()) {
       machine_.EndBoot(BootEnd::WaitsForever, "WaitForEvent on events that nothing can signal any more");
     }
   }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <charconv>
+#include <iterator>
 #include <sstream>
 
 #include "support/format.h"
@@ -10,10 +11,11 @@
 namespace sim {
 namespace {
 
+// Calls and writes are counted from 1.
 std::optional<std::uint64_t> Number(const std::string& text) {
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc{} && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+  return error == std::errc{} && end == text.data() + text.size() && value != 0 ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace
@@ -28,24 +30,19 @@ void FaultScript::LosePowerAfterWrite(std::string kind, std::uint64_t nth) {
 
 bool FaultScript::Add(std::string_view words, std::string& error) {
   std::istringstream stream{std::string(words)};
-  std::string what;
-  std::string name;
-  std::string nth;
-  std::string status;
-  std::string count = "1";
-  stream >> what >> name >> nth;
-  const auto number = Number(nth);
-  if (what == "power" && number && stream.eof()) {
-    LosePowerAfterWrite(name, *number);
+  const std::vector<std::string> parts{std::istream_iterator<std::string>(stream), {}};
+  const auto nth = parts.size() < 3 ? std::nullopt : Number(parts[2]);
+  if (nth && parts[0] == "power" && parts.size() == 3) {
+    LosePowerAfterWrite(parts[1], *nth);
     return true;
   }
-  stream >> status;
-  const auto value = StatusFromName(status);
-  stream >> count;
-  const auto times = Number(count);
-  if (what == "call" && number && value && times) {
-    FailCall(name, *number, *value, *times);
-    return true;
+  if (nth && parts[0] == "call" && (parts.size() == 4 || parts.size() == 5)) {
+    const auto status = StatusFromName(parts[3]);
+    const auto count = parts.size() == 4 ? std::optional<std::uint64_t>(1) : Number(parts[4]);
+    if (status && count) {
+      FailCall(parts[1], *nth, *status, *count);
+      return true;
+    }
   }
   error = fmt::format("\"{}\": expected \"call SERVICE N STATUS [COUNT]\" or \"power KIND N\"", words);
   return false;

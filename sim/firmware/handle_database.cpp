@@ -77,15 +77,10 @@ EFI_STATUS HandleDatabase::Install(EFI_HANDLE* handle, const EFI_GUID* guid, voi
   if (*handle != nullptr && (!Exists(*handle) || Find(*handle, copy) != nullptr)) {
     return EFI_INVALID_PARAMETER;
   }
-  if (copy == ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL> && pointer != nullptr) {
-    const DevicePath path = DevicePath::Copy(static_cast<EFI_DEVICE_PATH_PROTOCOL*>(pointer));
-    for (const EFI_HANDLE other : With(copy)) {
-      if (other != *handle && !path.Empty() && DevicePath::Copy(Get<EFI_DEVICE_PATH_PROTOCOL>(other)) == path) {
-        return EFI_ALREADY_STARTED;
-      }
-    }
-  }
   if (*handle == nullptr) {
+    if (machine_.Arena().Full()) {
+      return EFI_OUT_OF_RESOURCES;
+    }
     *handle = machine_.Arena().Allocate();
     order_.push_back(*handle);
   }
@@ -94,25 +89,53 @@ EFI_STATUS HandleDatabase::Install(EFI_HANDLE* handle, const EFI_GUID* guid, voi
   return EFI_SUCCESS;
 }
 
+bool HandleDatabase::HasDevicePath(const EFI_DEVICE_PATH_PROTOCOL* path) const {
+  const DevicePath wanted = DevicePath::Copy(path);
+  const std::vector<EFI_HANDLE> handles = With(ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>);
+  return !wanted.Empty() && std::any_of(handles.begin(), handles.end(), [&](EFI_HANDLE handle) {
+    return DevicePath::Copy(Get<EFI_DEVICE_PATH_PROTOCOL>(handle)) == wanted;
+  });
+}
+
+const EFI_GUID* HandleDatabase::Lasting(const EFI_GUID& guid) {
+  const auto found = std::find(guids_.begin(), guids_.end(), guid);
+  return found != guids_.end() ? &*found : &guids_.emplace_back(guid);
+}
+
 void HandleDatabase::Notify(EFI_HANDLE handle, const EFI_GUID& guid) {
-  std::vector<EFI_EVENT> events;
+  const AcrossCalls<std::vector<EFI_EVENT>> kept(machine_.Held());
+  std::vector<EFI_EVENT>& events = *kept;
   for (Registration& registration : registrations_) {
     if (registration.guid == guid) {
+      // Reinstalled before anybody asked: the handle is found once, at its new place.
+      registration.fresh.remove(handle);
       registration.fresh.push_back(handle);
       events.push_back(registration.event);
     }
   }
-  // All of them are signalled before any runs, so that a notification cannot hide the installation from another.
-  const EFI_TPL old = machine_.Events().CurrentTpl();
   if (events.empty()) {
     return;
   }
+  // All of them are signalled before any runs, so that a notification cannot hide the installation from another.
+  const EFI_TPL old = machine_.Events().CurrentTpl();
   const EFI_TPL raised = std::max(old, TPL_NOTIFY);
   machine_.Events().Raise(raised);
   for (const EFI_EVENT event : events) {
     machine_.Events().Signal(event);
   }
   machine_.Events().Restore(old);
+}
+
+bool HandleDatabase::ReleaseFrom(EFI_HANDLE handle, const EFI_GUID& guid, EFI_HANDLE driver) {
+  if (EFI_ERROR(machine_.DisconnectController(handle, driver, nullptr))) {
+    return false;
+  }
+  // A driver may answer that it stopped and keep the interface open all the same.
+  const Interface* interface = Find(handle, guid);
+  return interface == nullptr ||
+         std::none_of(interface->opens.begin(), interface->opens.end(), [driver](const Open& open) {
+           return open.agent == driver && (open.attributes & kByDriver) != 0;
+         });
 }
 
 bool HandleDatabase::Release(EFI_HANDLE handle, const EFI_GUID& guid) {
@@ -126,16 +149,7 @@ bool HandleDatabase::Release(EFI_HANDLE handle, const EFI_GUID& guid) {
     if (driver == interface->opens.end()) {
       break;
     }
-    const EFI_HANDLE agent = driver->agent;
-    if (EFI_ERROR(machine_.DisconnectController(handle, agent, nullptr))) {
-      return false;
-    }
-    interface = Find(handle, guid);
-    const bool still = interface != nullptr &&
-                       std::any_of(interface->opens.begin(), interface->opens.end(), [agent](const Open& open) {
-                         return open.agent == agent && (open.attributes & kByDriver) != 0;
-                       });
-    if (still) {
+    if (!ReleaseFrom(handle, guid, driver->agent)) {
       return false;
     }
   }
@@ -202,14 +216,12 @@ EFI_STATUS HandleDatabase::Reinstall(EFI_HANDLE handle, const EFI_GUID* guid, vo
   return EFI_SUCCESS;
 }
 
-EFI_STATUS HandleDatabase::CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, EFI_HANDLE controller,
-                                     UINT32 attributes) {
+EFI_STATUS HandleDatabase::CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, UINT32 attributes) {
   bool exclusive = false;
   bool otherDriver = false;
   EFI_HANDLE driver = nullptr;
   for (const Open& open : interface.opens) {
-    const bool same = open.agent == agent && open.controller == controller;
-    if (same && open.attributes == attributes && (attributes & (kByDriver)) != 0) {
+    if (open.agent == agent && open.attributes == attributes && (attributes & kByDriver) != 0) {
       return EFI_ALREADY_STARTED;
     }
     exclusive |= (open.attributes & kExclusive) != 0;
@@ -224,10 +236,8 @@ EFI_STATUS HandleDatabase::CheckOpen(Interface& interface, EFI_HANDLE handle, EF
   if (exclusive || (attributes == kByDriver && otherDriver)) {
     return EFI_ACCESS_DENIED;
   }
-  if (otherDriver && EFI_ERROR(machine_.DisconnectController(handle, driver, nullptr))) {
-    return EFI_ACCESS_DENIED;
-  }
-  return EFI_SUCCESS;
+  const EFI_GUID guid = interface.guid;  // the interface may go with its driver
+  return otherDriver && !ReleaseFrom(handle, guid, driver) ? EFI_ACCESS_DENIED : EFI_SUCCESS;
 }
 
 EFI_STATUS HandleDatabase::OpenProtocol(EFI_HANDLE handle, const EFI_GUID* guid, void** pointer, EFI_HANDLE agent,
@@ -235,6 +245,9 @@ EFI_STATUS HandleDatabase::OpenProtocol(EFI_HANDLE handle, const EFI_GUID* guid,
   if (guid == nullptr || !Exists(handle) || !IsKnownMode(attributes) ||
       (pointer == nullptr && attributes != EFI_OPEN_PROTOCOL_TEST_PROTOCOL)) {
     return EFI_INVALID_PARAMETER;
+  }
+  if (attributes == EFI_OPEN_PROTOCOL_TEST_PROTOCOL) {
+    pointer = nullptr;  // the standard has it ignored
   }
   const bool byDriver = (attributes & kByDriver) != 0;
   const bool byChild = attributes == kByChild;
@@ -251,18 +264,18 @@ EFI_STATUS HandleDatabase::OpenProtocol(EFI_HANDLE handle, const EFI_GUID* guid,
     }
     return EFI_UNSUPPORTED;
   }
-  const EFI_STATUS status = CheckOpen(*interface, handle, agent, controller, attributes);
+  const EFI_STATUS status = CheckOpen(*interface, handle, agent, attributes);
+  interface = Mutable(handle, copy);  // a driver that let go may have changed or removed it
+  if (interface == nullptr) {
+    return EFI_UNSUPPORTED;
+  }
   if (pointer != nullptr && (!EFI_ERROR(status) || status == EFI_ALREADY_STARTED)) {
     *pointer = interface->pointer;
   }
   if (EFI_ERROR(status)) {
     return status;
   }
-  interface = Mutable(handle, copy);
-  if (interface == nullptr) {
-    return EFI_UNSUPPORTED;
-  }
-  if (agent == nullptr && attributes == EFI_OPEN_PROTOCOL_BY_HANDLE_PROTOCOL) {
+  if (!Exists(agent)) {
     return EFI_SUCCESS;  // an open that nobody can close is not recorded
   }
   for (Open& open : interface->opens) {
@@ -295,6 +308,9 @@ EFI_STATUS HandleDatabase::CloseProtocol(EFI_HANDLE handle, const EFI_GUID* guid
 EFI_STATUS HandleDatabase::RegisterNotify(const EFI_GUID* guid, EFI_EVENT event, void** registration) {
   if (guid == nullptr || registration == nullptr || !machine_.Events().Exists(event)) {
     return EFI_INVALID_PARAMETER;
+  }
+  if (machine_.Arena().Full()) {
+    return EFI_OUT_OF_RESOURCES;
   }
   Registration made{machine_.Arena().Allocate(), *guid, event, {}};
   *registration = made.key;
@@ -357,15 +373,14 @@ EFI_STATUS HandleDatabase::LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PAT
 }
 
 EFI_STATUS HandleDatabase::LocateProtocol(const EFI_GUID* guid, void* registration, void** pointer) {
-  if (pointer == nullptr || (guid == nullptr && registration == nullptr)) {
+  if (pointer == nullptr || guid == nullptr) {
     return EFI_INVALID_PARAMETER;
   }
   *pointer = nullptr;
   if (registration != nullptr) {
     for (const Registration& known : registrations_) {
-      if (known.key == registration) {
-        const EFI_GUID registered = known.guid;
-        const Interface* interface = Find(NextRegistered(registration), registered);
+      if (known.key == registration && known.guid == *guid) {
+        const Interface* interface = Find(NextRegistered(registration), *guid);
         *pointer = interface == nullptr ? nullptr : interface->pointer;
         return interface == nullptr ? EFI_NOT_FOUND : EFI_SUCCESS;
       }

@@ -51,6 +51,10 @@ class HandleDatabase {
   std::vector<EFI_HANDLE> With(const EFI_GUID& guid) const;
   // The next handle of a registration, taken off its queue; null when there is none.
   EFI_HANDLE NextRegistered(void* registration);
+  // True when another handle carries an equal device path (UEFI 2.10, 7.3.18: InstallMultipleProtocolInterfaces).
+  bool HasDevicePath(const EFI_DEVICE_PATH_PROTOCOL* path) const;
+  // The same GUID at an address that lasts as long as the machine.
+  const EFI_GUID* Lasting(const EFI_GUID& guid);
   bool IsRegistration(void* registration) const;
 
   // An event was closed: registrations for it end.
@@ -70,10 +74,11 @@ class HandleDatabase {
     std::list<EFI_HANDLE> fresh;
   };
   Interface* Mutable(EFI_HANDLE handle, const EFI_GUID& guid);
-  EFI_STATUS CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, EFI_HANDLE controller,
-                       UINT32 attributes);
+  EFI_STATUS CheckOpen(Interface& interface, EFI_HANDLE handle, EFI_HANDLE agent, UINT32 attributes);
   // Disconnects whoever has the interface open by driver; false when somebody keeps it.
   bool Release(EFI_HANDLE handle, const EFI_GUID& guid);
+  // The same for one driver, given by its binding's handle.
+  bool ReleaseFrom(EFI_HANDLE handle, const EFI_GUID& guid, EFI_HANDLE driver);
   void Notify(EFI_HANDLE handle, const EFI_GUID& guid);
   void RemoveInterface(EFI_HANDLE handle, const EFI_GUID& guid);
 
@@ -81,6 +86,7 @@ class HandleDatabase {
   std::map<EFI_HANDLE, Interfaces> handles_;
   std::vector<EFI_HANDLE> order_;
   std::list<Registration> registrations_;
+  std::list<EFI_GUID> guids_;
   std::uint64_t sequence_ = 0;
 };
 

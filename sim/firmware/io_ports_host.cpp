@@ -14,4 +14,4 @@ void IoWriteString8(UINT16 Port, const UINT8* Data, UINTN Count) {
   }
 }
 
-UINT64 ReadTimeStampCounter() { return sim::Machine::Current().Time().TimeStampCounter(); }
+UINT64 ReadTimeStampCounter() { return sim::Machine::Current().Time().ReadTimeStampCounter(); }

@@ -36,7 +36,7 @@ void FixedRange::Reset() {
 LowArena::LowArena() : range_(ArenaRange()) { range_.Reset(); }
 
 void* LowArena::Allocate() {
-  if ((count_ + 2) * kTokenSize > kSize) {
+  if (Full()) {
     throw std::bad_alloc();
   }
   // The first token is skipped, so that no handle equals the arena's base.

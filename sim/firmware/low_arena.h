@@ -42,6 +42,7 @@ class LowArena {
   // The number of a token, or kNone for any other pointer.
   std::size_t IndexOf(const void* token) const;
   std::size_t Count() const { return count_; }
+  bool Full() const { return (count_ + 2) * kTokenSize > kSize; }
 
  private:
   FixedRange& range_;

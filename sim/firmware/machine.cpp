@@ -7,14 +7,24 @@
 
 #include "platform/loaded_image.h"
 #include "sim/firmware/crash_catcher.h"
+#include "sim/firmware/priority_limits.h"
+
+// There only under AddressSanitizer.
+extern "C" __attribute__((weak)) void __asan_unpoison_memory_region(const volatile void* address, std::size_t size);
 
 namespace sim {
 namespace {
 
 Machine* gMachine = nullptr;
 
-// Half an hour of virtual time: no boot waits that long unless it loops.
-constexpr Ticks kTimeLimit = 1800 * kSecond;
+// Nobody returns to the frames of an abandoned stack, so nobody takes their red zones away.
+void Abandon(const std::vector<MemoryExtent>& stacks) {
+  for (const MemoryExtent stack : stacks) {
+    if (__asan_unpoison_memory_region != nullptr) {
+      __asan_unpoison_memory_region(stack.data(), stack.size());
+    }
+  }
+}
 
 template <typename Table>
 void Seal(Table& table, UINT64 signature) {
@@ -64,7 +74,6 @@ Machine::Machine() : pool_(counters_), handles_(*this), events_(*this, clock_, c
     throw std::logic_error("there is one simulated machine at a time");
   }
   gMachine = this;
-  clock_.SetLimit(kTimeLimit, [this] { EndBoot(BootEnd::TimeLimit, "more than 30 virtual minutes passed"); });
   FillTables();
 }
 
@@ -135,10 +144,19 @@ void Machine::SetDriver(EFI_HANDLE owner, std::vector<MemoryExtent> data) {
   driverData_ = std::move(data);
 }
 
-std::vector<MemoryExtent> Machine::Roots(MemoryExtent stack) const {
+void Machine::SetLimitsOfBoot() {
+  clock_.SetLimit(timeLimit_, [this] {
+    EndBoot(BootEnd::TimeLimit, fmt::format("more than {} virtual minutes passed", timeLimit_ / (60 * kSecond)));
+  });
+  clock_.SetStepLimit(stepLimit_, [this] {
+    EndBoot(BootEnd::TimeLimit, fmt::format("more than {} service calls and still no end", stepLimit_));
+  });
+}
+
+std::vector<MemoryExtent> Machine::Roots(const std::vector<MemoryExtent>& stacks) const {
   std::vector<MemoryExtent> roots = driverData_;
   roots.insert(roots.end(), roots_.begin(), roots_.end());
-  roots.push_back(stack);
+  roots.insert(roots.end(), stacks.begin(), stacks.end());
   roots.push_back(std::as_bytes(std::span(&systemTable_, 1)));
   roots.push_back(std::as_bytes(std::span(configuration_)));
   return roots;
@@ -151,7 +169,9 @@ __attribute__((noinline)) BootOutcome Machine::Run(const std::function<EFI_STATU
   outcome_ = {};
   owners_.clear();
   stackTop_ = static_cast<const std::byte*>(__builtin_frame_address(0));
-  const CrashCatcher catcher;
+  CrashCatcher catcher;
+  catcher_ = &catcher;
+  SetLimitsOfBoot();
   running_ = true;
   if (setjmp(leave_) == 0) {
     const EFI_STATUS status = body();
@@ -161,12 +181,28 @@ __attribute__((noinline)) BootOutcome Machine::Run(const std::function<EFI_STATU
     outcome_.time = clock_.Now();
   }
   running_ = false;
+  catcher_ = nullptr;
+  clock_.SetLimit(0, nullptr);
+  clock_.SetStepLimit(0, nullptr);
   owners_.clear();
+  held_.Clear();
   return std::move(outcome_);
 }
 
-std::vector<PoolAllocator::Leak> Machine::FindLeaks(MemoryExtent stack) {
-  std::vector<MemoryExtent> roots = Roots(stack);
+std::vector<MemoryExtent> Machine::StacksDownTo(const std::byte* bottom) const {
+  std::vector<MemoryExtent> stacks;
+  if (catcher_->OnHandlerStack(bottom)) {
+    stacks.push_back({bottom, catcher_->HandlerStackEnd()});
+    bottom = catcher_->InterruptedStack();
+  }
+  if (bottom < stackTop_) {
+    stacks.push_back({bottom, stackTop_});
+  }
+  return stacks;
+}
+
+std::vector<PoolAllocator::Leak> Machine::FindLeaks(const std::vector<MemoryExtent>& stacks) {
+  std::vector<MemoryExtent> roots = Roots(stacks);
   std::vector<const void*> contexts = events_.Contexts();
   for (const EFI_HANDLE handle : handles_.All()) {
     for (const HandleDatabase::Interface& interface : *handles_.InterfacesOf(handle)) {
@@ -179,6 +215,15 @@ std::vector<PoolAllocator::Leak> Machine::FindLeaks(MemoryExtent stack) {
   }
   roots.push_back(std::as_bytes(std::span(contexts)));
   return pool_.Unreachable(driver_, roots);
+}
+
+// A routine of its own, so that its vectors are gone before the jump and all registers of interest lie above its frame.
+__attribute__((noinline)) void Machine::LeaveStack() {
+  const auto stacks = StacksDownTo(static_cast<const std::byte*>(__builtin_frame_address(0)));
+  if (driver_ != nullptr) {
+    outcome_.leaks = FindLeaks(stacks);
+  }
+  Abandon(stacks);
 }
 
 void Machine::EndBoot(BootEnd end, std::string text) {
@@ -195,17 +240,18 @@ __attribute__((noinline)) void Machine::EndBoot(BootOutcome outcome) {
   }
   outcome_ = std::move(outcome);
   outcome_.time = clock_.Now();
-  jmp_buf registers;  // callee-saved registers may hold the only pointer to a block
-  static_cast<void>(setjmp(registers));
-  const auto* bottom = reinterpret_cast<const std::byte*>(&registers);
-  if (driver_ != nullptr && bottom < stackTop_) {
-    outcome_.leaks = FindLeaks({bottom, static_cast<std::size_t>(stackTop_ - bottom)});
-  }
+  __builtin_unwind_init();  // registers that may hold the only pointer to a block go to the stack
+  LeaveStack();
   longjmp(leave_, 1);
 }
 
 std::optional<EFI_STATUS> Machine::OnCall(const char* service) {
   counters_.Add(service);
+  clock_.Step();
+  const EFI_TPL tpl = events_.CurrentTpl();
+  if (tpl > TPL_APPLICATION && tpl > HighestPriority(service)) {
+    counters_.Complain(fmt::format("{} at task priority {}", service, tpl));
+  }
   return faults_.OnCall(service);
 }
 

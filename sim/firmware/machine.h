@@ -15,6 +15,7 @@
 
 #include "platform/legacy_bios.h"
 #include "platform/system_table.h"
+#include "sim/firmware/across_calls.h"
 #include "sim/firmware/clock.h"
 #include "sim/firmware/counters.h"
 #include "sim/firmware/device_path_builder.h"
@@ -38,7 +39,7 @@ enum class BootEnd {
   PowerLost,           // scripted
   ExitedBootServices,  // an image that ran for real took the machine over
   WaitsForever,        // nothing could end a wait any more
-  TimeLimit,           // more virtual time than a boot may take
+  TimeLimit,           // more virtual time, or more service calls, than a boot may take
   Crashed,             // a fault of the processor in the software under test
 };
 const char* BootEndName(BootEnd end);
@@ -57,6 +58,8 @@ struct BootOutcome {
   std::vector<PoolAllocator::Leak> leaks;  // the driver's blocks that nobody holds
   Ticks time = 0;                          // virtual, since power-on
 };
+
+class CrashCatcher;
 
 class Machine {
  public:
@@ -124,12 +127,29 @@ class Machine {
   [[noreturn]] void EndBoot(BootEnd end, std::string text = {});
   bool Running() const { return running_; }
 
-  // Counts a service's call and gives the status that the fault script wants it to answer, if any.
+  // Half an hour of virtual time and 50 million steps (service calls, serial port accesses, timers): no boot needs
+  // that much unless it loops.
+  static constexpr Ticks kTimeLimit = 1800 * kSecond;
+  static constexpr std::uint64_t kStepLimit = 50'000'000;
+  // Other limits for the boots to come, such as a test's.
+  void SetLimits(Ticks time, std::uint64_t steps) { timeLimit_ = time, stepLimit_ = steps; }
+
+  // Asked by WaitForEvent when no timer is armed any more, before the boot ends as waiting for ever: true says that
+  // something happened outside (a key arrived), and that the events are worth another look. It may block.
+  void SetIdle(std::function<bool()> idle) { idle_ = std::move(idle); }
+  bool Idle() { return idle_ && idle_(); }
+
+  // Values of simulator code that stay in use while the driver's code runs (see AcrossCalls).
+  HeldValues& Held() { return held_; }
+
+  // Counts a service's call, complains when the task priority is too high for it (UEFI 2.10, table 7.3), and gives the
+  // status that the fault script wants it to answer, if any.
   std::optional<EFI_STATUS> OnCall(const char* service);
   // A write of that kind took effect: counts it, and ends the boot where the script loses the power.
   void OnWrite(std::string_view kind);
 
-  // UEFI 2.10, 7.3.12 and 7.3.13. driverImages ends with null; each may be null.
+  // UEFI 2.10, 7.3.12 and 7.3.13. driverImages ends with null; each may be null. A driver to disconnect is named by its
+  // binding's handle or by its image's.
   EFI_STATUS ConnectController(EFI_HANDLE controller, EFI_HANDLE* driverImages, EFI_DEVICE_PATH_PROTOCOL* remaining,
                                bool recursive);
   EFI_STATUS DisconnectController(EFI_HANDLE controller, EFI_HANDLE driver, EFI_HANDLE child);
@@ -141,9 +161,12 @@ class Machine {
   }
 
  private:
-  friend struct CrashCatcher;
-  std::vector<MemoryExtent> Roots(MemoryExtent stack) const;
-  std::vector<PoolAllocator::Leak> FindLeaks(MemoryExtent stack);
+  std::vector<MemoryExtent> Roots(const std::vector<MemoryExtent>& stacks) const;
+  std::vector<PoolAllocator::Leak> FindLeaks(const std::vector<MemoryExtent>& stacks);
+  // The bytes in use of the stack, and of the fault handler's when it runs on one of its own.
+  std::vector<MemoryExtent> StacksDownTo(const std::byte* bottom) const;
+  void LeaveStack();
+  void SetLimitsOfBoot();
   void FillTables();
 
   Counters counters_;
@@ -170,8 +193,14 @@ class Machine {
   std::vector<MemoryExtent> driverData_;
   std::vector<MemoryExtent> roots_;
 
+  Ticks timeLimit_ = kTimeLimit;
+  std::uint64_t stepLimit_ = kStepLimit;
+  std::function<bool()> idle_;
+  HeldValues held_;
+
   bool running_ = false;
   jmp_buf leave_;
+  CrashCatcher* catcher_ = nullptr;
   const std::byte* stackTop_ = nullptr;
   BootOutcome outcome_;
 };

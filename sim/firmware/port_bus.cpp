@@ -82,11 +82,16 @@ const PortBus::Owner* PortBus::Find(std::uint16_t port) const {
   return nullptr;
 }
 
-std::uint32_t PortBus::In(std::uint16_t port, unsigned width) {
-  const bool serial = port >= kSerialPort && port < kSerialPort + 8;
-  if (!serial) {
-    clock_.Advance(kPortAccessTime);
+void PortBus::Pass(std::uint16_t port) {
+  if (port >= kSerialPort && port < kSerialPort + 8) {
+    clock_.Step();
+    return;
   }
+  clock_.Advance(kPortAccessTime);
+}
+
+std::uint32_t PortBus::In(std::uint16_t port, unsigned width) {
+  Pass(port);
   const Owner* owner = Find(port);
   if (owner == nullptr) {
     counters_.Add("port.unclaimed.read");
@@ -96,10 +101,7 @@ std::uint32_t PortBus::In(std::uint16_t port, unsigned width) {
 }
 
 void PortBus::Out(std::uint16_t port, std::uint32_t value, unsigned width) {
-  const bool serial = port >= kSerialPort && port < kSerialPort + 8;
-  if (!serial) {
-    clock_.Advance(kPortAccessTime);
-  }
+  Pass(port);
   const Owner* owner = Find(port);
   if (owner == nullptr) {
     counters_.Add("port.unclaimed.write");

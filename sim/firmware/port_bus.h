@@ -62,6 +62,8 @@ class PortBus {
     Read read;
     Write write;
   };
+  // What an access costs: time, or at the serial port a step.
+  void Pass(std::uint16_t port);
   const Owner* Find(std::uint16_t port) const;
   void ClaimSerialPort();
 

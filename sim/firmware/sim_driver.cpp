@@ -44,7 +44,9 @@ struct SimDriverCalls {
     if (count != 0 && children == nullptr) {
       return EFI_INVALID_PARAMETER;
     }
-    return Driver(self).Stop(controller, std::vector<EFI_HANDLE>(children, children + count));
+    SimDriver& driver = Driver(self);
+    const AcrossCalls kept(driver.machine_.Held(), std::vector<EFI_HANDLE>(children, children + count));
+    return driver.Stop(controller, *kept);
   }
 
   static EFI_STATUS GiveName(SimDriver& driver, const std::u16string& name, CHAR16** out) {
