@@ -219,7 +219,7 @@ TEST(QueryVariableInfo, CountsEachStoreApart) {
             EFI_UNSUPPORTED);
 }
 
-TEST(Runtime, OnlyRuntimeVariablesAreSeenAndOnlyLastingOnesWritten) {
+TEST(AtRuntime, OnlyRuntimeVariablesAreSeenAndOnlyLastingOnesWritten) {
   VariableStore store;
   ASSERT_EQ(Set(store, u"Boot", kNv | kBs, "b"), EFI_SUCCESS);
   ASSERT_EQ(Set(store, u"Volatile", kBs | kRt, "v"), EFI_SUCCESS);
