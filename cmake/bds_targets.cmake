@@ -26,12 +26,13 @@ function(bds_driver_library directory)
   set_property(GLOBAL APPEND PROPERTY BDS_DRIVER_LIBRARIES bds_${directory})
 endfunction()
 
-# bds_driver: all driver directories as one link group, since steps of one directory call routines of others.
+# bds_driver: all driver directories as one link group, since steps of one directory call routines of others. The
+# simulated machine is part of it: its I/O ports are what the driver's port routines reach in host programs.
 function(bds_link_driver)
   get_property(libraries GLOBAL PROPERTY BDS_DRIVER_LIBRARIES)
   list(JOIN libraries "," joined)
   add_library(bds_driver INTERFACE)
-  target_link_libraries(bds_driver INTERFACE "$<LINK_GROUP:RESCAN,${joined}>")
+  target_link_libraries(bds_driver INTERFACE "$<LINK_GROUP:RESCAN,${joined},sim_io_ports,sim_firmware>")
 endfunction()
 
 # A library of the simulated server or of the tools: hosted C++.

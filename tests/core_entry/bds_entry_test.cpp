@@ -1,0 +1,80 @@
+// The control flow around the steps: Timeout, the debug lines and the loop.
+#include "core/bds_entry.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/support/driver_fixture.h"
+
+namespace {
+
+using test::Data;
+
+constexpr char kLastLine[] = "BdsEntry:Out of BdsEntry, this should never happen\n";
+
+class BdsEntryTest : public test::DriverTest {};
+
+// Steps have no arguments, so what these did is read from the machine.
+void TouchFirst() { bds::gCore.PerformanceData = 1; }
+void TouchSecond() { bds::gCore.PerformanceData = bds::gCore.PerformanceData * 10 + 2; }
+
+TEST_F(BdsEntryTest, AnEmptyTableRunsNothing) {
+  const bds::StepFunction steps[] = {nullptr, TouchFirst};
+  const char* names[] = {"    ", nullptr};
+  bds::RunSteps(steps, names);
+  EXPECT_EQ(Log(), kLastLine);
+  EXPECT_EQ(bds::gCore.PerformanceData, 0U);
+}
+
+TEST_F(BdsEntryTest, StepsRunInOrderAndAreSilentUnderTheDefaultMask) {
+  const bds::StepFunction steps[] = {TouchFirst, TouchSecond, nullptr};
+  const char* names[] = {"First", "Second"};
+  bds::RunSteps(steps, names);
+  EXPECT_EQ(bds::gCore.PerformanceData, 12U);
+  EXPECT_EQ(Log(), kLastLine);
+}
+
+TEST_F(BdsEntryTest, StepsAreNamedWithTheirAddressAtTheirLevel) {
+  bds::gDebug.Mask = 0x20;
+  const bds::StepFunction steps[] = {TouchFirst, nullptr};
+  const char* names[] = {"First"};
+  bds::RunSteps(steps, names);
+  EXPECT_THAT(Log(), testing::MatchesRegex("BDS\\.First\\([0-9A-Fa-f]+\\)\nBdsEntry:Out of .*\n"));
+}
+
+TEST_F(BdsEntryTest, AnAbsentTimeoutIsCreated) {
+  bds::BdsEntry();
+  ExpectVariable(u"Timeout", 7, test::DataOf(UINT16{3}));
+}
+
+TEST_F(BdsEntryTest, APresentTimeoutIsLeftAlone) {
+  const struct {
+    const char* What;
+    Data Value;
+    UINT32 Attributes;
+  } cases[] = {{"zero", test::DataOf(UINT16{0}), 7},
+               {"one byte", test::DataOf({9}), 7},
+               {"eight bytes", test::DataOf(UINT64{1}), 3},
+               {"volatile", test::DataOf(UINT16{20}), 6}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.What);
+    Set(u"Timeout", row.Value, row.Attributes);
+    bds::BdsEntry();
+    ExpectVariable(u"Timeout", row.Attributes, row.Value);
+    ASSERT_EQ(store.Set(u"Timeout", gEfiGlobalVariableGuid, 0, {}), EFI_SUCCESS);
+  }
+}
+
+TEST_F(BdsEntryTest, AReadThatFailsOtherwiseWritesNothing) {
+  machine.Faults().FailCall("GetVariable", 1, EFI_DEVICE_ERROR);
+  bds::BdsEntry();
+  EXPECT_EQ(Find(u"Timeout"), nullptr);
+}
+
+TEST_F(BdsEntryTest, TakesAllHandlesBeforeTheFirstStep) {
+  const std::vector<EFI_HANDLE> before = machine.Handles().All();
+  bds::BdsEntry();
+  EXPECT_THAT(std::vector<EFI_HANDLE>(bds::gCore.AllHandles.begin(), bds::gCore.AllHandles.end()),
+              testing::ElementsAreArray(before));
+}
+
+}  // namespace
