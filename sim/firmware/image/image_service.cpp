@@ -44,7 +44,7 @@ MemoryTypes TypesOf(std::uint16_t subsystem) {
 }  // namespace
 
 struct ImageService::Calls {
-  static ImageService& Service() { return *Machine::Current().Get<ImageService>(); }
+  static ImageService& Service() { return *ImageService::Current(); }
   // Counts the call; the status that the fault script wants instead of the service's own.
   static std::optional<EFI_STATUS> Scripted(const char* name) { return Machine::Current().OnCall(name); }
 

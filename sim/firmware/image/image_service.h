@@ -16,10 +16,11 @@
 #include "sim/firmware/image/loader_policy.h"
 #include "sim/firmware/image/pe_image.h"
 #include "sim/firmware/machine.h"
+#include "sim/firmware/services/current.h"
 
 namespace sim {
 
-class ImageService {
+class ImageService : public CurrentModel<ImageService> {
  public:
   // A C++ function that stands for an image's code.
   using Builtin = std::function<EFI_STATUS(EFI_HANDLE image, EFI_SYSTEM_TABLE* table)>;

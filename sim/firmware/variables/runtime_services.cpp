@@ -16,7 +16,7 @@ const char* ResetName(EFI_RESET_TYPE type) {
 }  // namespace
 
 struct RuntimeServices::Calls {
-  static RuntimeServices& Self() { return *Machine::Current().Get<RuntimeServices>(); }
+  static RuntimeServices& Self() { return *RuntimeServices::Current(); }
   template <typename Work>
   static EFI_STATUS Serve(const char* name, Work work) {
     const auto scripted = Machine::Current().OnCall(name);

@@ -4,11 +4,12 @@
 
 #include "platform/runtime_services.h"
 #include "sim/firmware/machine.h"
+#include "sim/firmware/services/current.h"
 #include "sim/firmware/variables/variable_store.h"
 
 namespace sim {
 
-class RuntimeServices {
+class RuntimeServices : public CurrentModel<RuntimeServices> {
  public:
   // Fills the machine's runtime services table. A write that changed a non-volatile variable is a write of kind "nvram"
   // for the fault script; the store must outlive the machine.
