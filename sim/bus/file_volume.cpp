@@ -43,7 +43,7 @@ EFI_STATUS CopyWithText(std::span<const std::byte> head, std::u16string_view tex
 }
 
 EFI_STATUS CopyFileInfo(const FileEntry& entry, UINTN* size, VOID* buffer) {
-  const std::u16string name = Utf16FromUtf8(entry.name);
+  const std::u16string name = Utf16OfText(entry.name);
   EFI_FILE_INFO info{};
   constexpr std::size_t kHead = offsetof(EFI_FILE_INFO, FileName);
   info.Size = kHead + (name.size() + 1) * sizeof(CHAR16);
@@ -55,7 +55,7 @@ EFI_STATUS CopyFileInfo(const FileEntry& entry, UINTN* size, VOID* buffer) {
 }
 
 EFI_STATUS CopySystemInfo(const VolumeInfo& volume, UINTN* size, VOID* buffer) {
-  const std::u16string label = Utf16FromUtf8(volume.label);
+  const std::u16string label = Utf16OfText(volume.label);
   EFI_FILE_SYSTEM_INFO info{};
   constexpr std::size_t kHead = offsetof(EFI_FILE_SYSTEM_INFO, VolumeLabel);
   info.Size = kHead + (label.size() + 1) * sizeof(CHAR16);
@@ -70,7 +70,7 @@ bool NameFrom(const CHAR16* name, std::string& out) {
   std::size_t length = 0;
   while (length < kMaximumNameLength && name[length] != 0) ++length;
   if (length == kMaximumNameLength) return false;
-  out = Utf8FromUtf16({name, length});
+  out = Utf8OfText({name, length});
   return true;
 }
 
@@ -212,7 +212,7 @@ EFI_STATUS EFIAPI OpenFileHandle::GetInfo(EFI_FILE_PROTOCOL* self, const EFI_GUI
   if (*type == gEfiFileInfoGuid) return CopyFileInfo(file.opened_->Entry(), size, buffer);
   const VolumeInfo& volume = file.volume_.reader_->Info();
   if (*type == gEfiFileSystemInfoGuid) return CopySystemInfo(volume, size, buffer);
-  if (*type == gEfiFileSystemVolumeLabelInfoIdGuid) return CopyWithText({}, Utf16FromUtf8(volume.label), size, buffer);
+  if (*type == gEfiFileSystemVolumeLabelInfoIdGuid) return CopyWithText({}, Utf16OfText(volume.label), size, buffer);
   return EFI_UNSUPPORTED;
 }
 

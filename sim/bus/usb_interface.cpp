@@ -63,7 +63,7 @@ UsbInterface::UsbInterface(const UsbDevice& device, const BusContext& context) :
 
 UINT8 UsbInterface::AddString(const std::string& text) {
   if (text.empty()) return 0;
-  strings_.push_back(Utf16FromUtf8(text).substr(0, 126));  // a descriptor's length is one byte
+  strings_.push_back(Utf16OfText(text).substr(0, 126));  // a descriptor's length is one byte
   return static_cast<UINT8>(strings_.size());
 }
 

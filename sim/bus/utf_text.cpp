@@ -35,7 +35,7 @@ char32_t NextOfUtf16(std::u16string_view text, std::size_t& at) {
 
 }  // namespace
 
-std::u16string Utf16FromUtf8(std::string_view text) {
+std::u16string Utf16OfText(std::string_view text) {
   std::u16string out;
   for (std::size_t at = 0; at < text.size();) {
     const char32_t code = NextOfUtf8(text, at);
@@ -49,7 +49,7 @@ std::u16string Utf16FromUtf8(std::string_view text) {
   return out;
 }
 
-std::string Utf8FromUtf16(std::u16string_view text) {
+std::string Utf8OfText(std::u16string_view text) {
   std::string out;
   for (std::size_t at = 0; at < text.size();) {
     const char32_t code = NextOfUtf16(text, at);

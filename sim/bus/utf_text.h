@@ -6,7 +6,7 @@
 
 namespace sim {
 
-[[nodiscard]] std::u16string Utf16FromUtf8(std::string_view text);
-[[nodiscard]] std::string Utf8FromUtf16(std::u16string_view text);
+[[nodiscard]] std::u16string Utf16OfText(std::string_view text);
+[[nodiscard]] std::string Utf8OfText(std::u16string_view text);
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "sim/bus/utf_text.h"
 #include "sim/firmware/services/device_path_text.h"
 
 namespace sim {
@@ -79,39 +80,9 @@ std::optional<std::uint16_t> BootOptionNumber(std::u16string_view name) {
   return number;
 }
 
-std::string ToUtf8(std::u16string_view text) {
-  std::string utf8;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    std::uint32_t code = text[i];
-    const bool high = code >= 0xD800 && code < 0xDC00;
-    if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
-      code = 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00U);
-    } else if (code >= 0xD800 && code < 0xE000) {
-      code = '?';
-    }
-    const auto tail = [&utf8, code](unsigned shift) { utf8 += static_cast<char>(0x80 | (code >> shift & 0x3F)); };
-    if (code < 0x80) {
-      utf8 += static_cast<char>(code);
-    } else if (code < 0x800) {
-      utf8 += static_cast<char>(0xC0 | code >> 6);
-      tail(0);
-    } else if (code < 0x10000) {
-      utf8 += static_cast<char>(0xE0 | code >> 12);
-      tail(6);
-      tail(0);
-    } else {
-      utf8 += static_cast<char>(0xF0 | code >> 18);
-      tail(12);
-      tail(6);
-      tail(0);
-    }
-  }
-  return utf8;
-}
-
 std::string DevicePathToUtf8(const DevicePath& path) {
   const auto text = DevicePathText(path.Bytes());
-  return text ? ToUtf8(*text) : fmt::format("({} bytes)", path.Size());
+  return text ? Utf8OfText(*text) : fmt::format("({} bytes)", path.Size());
 }
 
 }  // namespace sim

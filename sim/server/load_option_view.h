@@ -35,7 +35,5 @@ std::optional<std::uint16_t> BootOptionNumber(std::u16string_view name);
 
 // A path as text in UTF-8; the number of its bytes in parentheses when it has no text.
 std::string DevicePathToUtf8(const DevicePath& path);
-// UTF-16 as UTF-8; lone surrogates become '?'.
-std::string ToUtf8(std::u16string_view text);
 
 }  // namespace sim

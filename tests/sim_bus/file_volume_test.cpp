@@ -152,12 +152,12 @@ TEST_F(Volume, BrokenVolumeIsAskedAgainAndAGoneOneNot) {
 
 TEST(UtfText, ConversionsAreInverseAndNeverFail) {
   for (const char* text : {"", "plain", "\xC3\xA4\xE2\x82\xAC", "\xF0\x9F\x92\xBE"}) {
-    EXPECT_EQ(Utf8FromUtf16(Utf16FromUtf8(text)), text);
+    EXPECT_EQ(Utf8OfText(Utf16OfText(text)), text);
   }
-  EXPECT_EQ(Utf16FromUtf8("a\xFF"
+  EXPECT_EQ(Utf16OfText("a\xFF"
                           "b\xE2\x82"),
             u"a\uFFFDb\uFFFD");
-  EXPECT_EQ(Utf8FromUtf16(std::u16string{0xD800, u'x'}), "\xEF\xBF\xBDx");
+  EXPECT_EQ(Utf8OfText(std::u16string{0xD800, u'x'}), "\xEF\xBF\xBDx");
 }
 
 }  // namespace
