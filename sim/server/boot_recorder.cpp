@@ -80,12 +80,14 @@ void BootRecorder::OnLine(const std::string& line) {
   }
 }
 
-void BootRecorder::ReportAttempts(BootReport& report) const {
+void BootRecorder::ReportAttempts(BootReport& report, EFI_HANDLE driver) const {
   for (const ImageService::LoadFailure& failure : parts_->Images().LoadFailures()) {
     report.attempts.push_back({failure.path, false, false, failure.status, failure.reason, false});
   }
   for (const ImageService::Start& start : parts_->Images().Starts()) {
-    report.attempts.push_back({start.path, false, true, start.status, "", !start.finished});
+    if (start.image != driver) {
+      report.attempts.push_back({start.path, false, true, start.status, "", !start.finished});
+    }
   }
   if (const Csm* csm = machine_.Get<Csm>(); csm != nullptr) {
     for (const Csm::Attempt& attempt : csm->Attempts()) {
@@ -96,7 +98,7 @@ void BootRecorder::ReportAttempts(BootReport& report) const {
 
 void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver) {
   CloseStep();
-  ReportAttempts(report);
+  ReportAttempts(report, driver);
   report.steps = std::move(steps_);
   report.log = std::move(log_);
   report.console = parts_->Console().Text();

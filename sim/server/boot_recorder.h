@@ -20,7 +20,7 @@ class BootRecorder {
  private:
   void OnLine(const std::string& line);
   void CloseStep();
-  void ReportAttempts(BootReport& report) const;
+  void ReportAttempts(BootReport& report, EFI_HANDLE driver) const;
 
   Machine& machine_;
   const BootRequest& request_;
