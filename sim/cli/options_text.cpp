@@ -15,6 +15,8 @@ constexpr std::size_t kNamesPerKind = 12;
 constexpr std::size_t kComplaintsShown = 10;
 constexpr std::size_t kLeaksShown = 5;
 constexpr std::size_t kNameWidth = 32;
+// In the order of VariableWrite::Kind.
+constexpr const char* kKindWords[] = {"created", "changed", "appended to", "deleted", "unchanged", "refused"};
 
 std::string StateText(const OptionReport& option) {
   std::string state = OptionState(option);
@@ -103,7 +105,7 @@ std::string WritesText(const BootReport& report) {
   }
   std::string text = fmt::format("  NVRAM: {} written\n", changes);
   for (const auto& [kind, names] : byKind) {
-    text += KindLine(VariableWriteKindName(kind), names);
+    text += KindLine(kKindWords[static_cast<std::size_t>(kind)], names);
   }
   return text;
 }
@@ -111,14 +113,14 @@ std::string WritesText(const BootReport& report) {
 std::string LeftOverText(const BootReport& report, const Style& style) {
   std::string text;
   if (!report.complaints.empty()) {
-    text += "  " + style.Bad(fmt::format("{} complaints about the driver", report.complaints.size())) + "\n";
+    text += "  " + style.Bad(fmt::format("Complaints about the driver: {}", report.complaints.size())) + "\n";
     for (std::size_t i = 0; i < std::min(report.complaints.size(), kComplaintsShown); ++i) {
       text += fmt::format("    {}\n", PrintableText(report.complaints[i]));
     }
   }
   const auto& leaks = report.outcome.leaks;
   if (!leaks.empty()) {
-    text += "  " + style.Bad(fmt::format("{} pool blocks that nobody holds", leaks.size())) + "\n";
+    text += "  " + style.Bad(fmt::format("Pool blocks that nobody holds: {}", leaks.size())) + "\n";
     for (std::size_t i = 0; i < std::min(leaks.size(), kLeaksShown); ++i) {
       text += fmt::format("    {} bytes, allocation {}\n", leaks[i].block.size, leaks[i].block.serial);
     }
