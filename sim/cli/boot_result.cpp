@@ -20,13 +20,20 @@ bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
   return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
-// The last attempt on that option: the image's full path ends in the option's own, which may be a short form.
+// The attempt that tells most about that option: one that loaded, else the first. The image's full path contains the
+// option's own, which may be a short form.
 const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& report) {
-  const auto ofOption = [&option](const AttemptReport& attempt) {
-    return attempt.legacy == option.legacy && !option.path.empty() && ContainsIgnoringCase(attempt.what, option.path);
-  };
-  const auto found = std::find_if(report.attempts.rbegin(), report.attempts.rend(), ofOption);
-  return found == report.attempts.rend() ? nullptr : &*found;
+  const AttemptReport* first = nullptr;
+  for (const AttemptReport& attempt : report.attempts) {
+    if (attempt.legacy != option.legacy || option.path.empty() || !ContainsIgnoringCase(attempt.what, option.path)) {
+      continue;
+    }
+    if (attempt.loaded) {
+      return &attempt;
+    }
+    first = first == nullptr ? &attempt : first;
+  }
+  return first;
 }
 
 std::string ReasonFor(const OptionReport& option, const BootReport& report) {

@@ -83,8 +83,12 @@ std::string KindLine(const char* kind, const std::vector<std::string>& names) {
   return fmt::format("    {} {}: {}\n", kind, names.size(), list);
 }
 
-// Deleting needs no attributes, so that a deletion counts whatever it was called with.
+// Deleting needs no attributes, so that a deletion counts whatever it was called with. To delete what is not there is
+// no write that anybody misses.
 bool ConcernsNvram(const VariableWrite& write) {
+  if (write.kind == VariableWrite::Kind::Refused && write.size == 0 && write.status == EFI_NOT_FOUND) {
+    return false;
+  }
   return (write.attributes & EFI_VARIABLE_NON_VOLATILE) != 0 || write.kind == VariableWrite::Kind::Delete;
 }
 

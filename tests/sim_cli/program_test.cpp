@@ -1,0 +1,244 @@
+// The built program, run as a user runs it: exit statuses, and what it writes where.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+struct Ended {
+  int status = -1;
+  std::string text;  // both outputs
+};
+
+class Program : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string place = (fs::temp_directory_path() / "bds-sim-test-XXXXXX").string();
+    ASSERT_NE(mkdtemp(place.data()), nullptr);
+    folder_ = place;
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  Ended Run(const std::string& arguments, const char* errors = "2>&1") const {
+    const std::string command =
+        "cd '" + folder_.string() + "' && '" BDS_SIM_PROGRAM "' " + arguments + " " + errors + " </dev/null";
+    Ended ended;
+    std::FILE* stream = popen(command.c_str(), "r");
+    if (stream == nullptr) {
+      return ended;
+    }
+    char buffer[4096];
+    for (std::size_t size = 0; (size = std::fread(buffer, 1, sizeof(buffer), stream)) != 0;) {
+      ended.text.append(buffer, size);
+    }
+    const int status = pclose(stream);
+    ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ended;
+  }
+  void Write(const std::string& name, std::string_view text) const {
+    fs::create_directories((folder_ / name).parent_path());
+    std::ofstream(folder_ / name, std::ios::binary) << text;
+  }
+  std::string Read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(folder_ / name, std::ios::binary).rdbuf();
+    return text.str();
+  }
+  // A server with one legacy disk that its CSM boots.
+  void WriteLegacyServer() const {
+    Write("legacy.toml", R"(name = "legacy one"
+[setup]
+uefi_mode = 0
+[csm]
+[[csm.entry]]
+index = 30
+bus = 0
+device = 5
+function = 0
+subclass = 4
+description = "DISK A"
+[[root_bridge]]
+[[root_bridge.function]]
+kind = "raid"
+device = 5
+)");
+  }
+  // Nothing to boot at all, not even the shell.
+  void WriteEmptyServer() const {
+    Write("empty.toml", "name = \"empty one\"\n[firmware]\nshell_present = false\n[[root_bridge]]\n");
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(Program, HelpNamesCommandsExamplesAndExitStatuses) {
+  const Ended help = Run("--help");
+  EXPECT_EQ(help.status, 0);
+  for (const char* part : {"boot", "describe", "vars", "bmc", "Examples:", "Exit status:"}) {
+    EXPECT_THAT(help.text, HasSubstr(part));
+  }
+  const Ended boot = Run("boot --help");
+  EXPECT_EQ(boot.status, 0);
+  EXPECT_THAT(boot.text, HasSubstr("--loader-status"));
+  EXPECT_THAT(boot.text, HasSubstr("power KIND N"));
+}
+
+struct WrongCase {
+  const char* arguments;
+  const char* part;
+};
+
+TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
+  WriteEmptyServer();
+  Write("bad.toml", "name = \"x\"\nnmae = 1\n");
+  Write("state/nvram/Boot0001", "no variable");
+  Write("bmc-state/bmc/parameters.toml", "set_in_progress = \"never\"\n");
+  const WrongCase cases[] = {
+      {"", "subcommand"},
+      {"boot", "SERVER.toml"},
+      {"fly empty.toml", "subcommand"},
+      {"boot empty.toml --no-such-option", "--no-such-option"},
+      {"boot empty.toml --boots 0", "--boots"},
+      {"boot empty.toml --loader-status EFI_NO_SUCH", "EFI_NO_SUCH"},
+      {"boot empty.toml --execute --loader-status EFI_SUCCESS", "--execute"},
+      {"boot empty.toml --fault 'call nothing'", "call nothing"},
+      {"boot empty.toml --fault no-such-fault", "no-such-fault"},
+      {"boot empty.toml --keys '{nokey}'", "nokey"},
+      {"boot empty.toml --log no/such/folder/log", "log"},
+      {"boot empty.toml --image no-such.efi", "no-such.efi"},
+      {"boot missing.toml", "missing.toml"},
+      {"boot bad.toml", "bad.toml:2: nmae: unknown key"},
+      {"describe bad.toml", "bad.toml:2: nmae: unknown key"},
+      {"boot empty.toml --state state", "Boot0001"},
+      {"vars state", "Boot0001"},
+      {"vars no-such-folder", "no-such-folder"},
+      {"bmc bmc-state show", "parameters.toml"},
+      {"bmc new bootdev tape", "tape"},
+      {"bmc new bootdev pxe --instance 16", "16"},
+      {"bmc new get nothing", "nothing"},
+      {"bmc new put ../evil empty.toml", "../evil"},
+      {"bmc new put name no-such-file", "no-such-file"},
+  };
+  for (const WrongCase& each : cases) {
+    const Ended ended = Run(each.arguments);
+    EXPECT_EQ(ended.status, 2) << each.arguments << "\n" << ended.text;
+    EXPECT_THAT(ended.text, HasSubstr(each.part)) << each.arguments;
+  }
+  EXPECT_EQ(Read("state/nvram/Boot0001"), "no variable");
+}
+
+TEST_F(Program, ALegacyDiskIsBootedAndReported) {
+  WriteLegacyServer();
+  const Ended ended = Run("boot legacy.toml --state st --log boot.log --json result.json --boots 2");
+  EXPECT_EQ(ended.status, 0) << ended.text;
+  EXPECT_THAT(ended.text, HasSubstr("legacy one, boot 2 of 2"));
+  EXPECT_THAT(ended.text, HasSubstr("legacy boot of"));
+  EXPECT_THAT(ended.text, Not(HasSubstr("\x1B[")));
+  EXPECT_THAT(Read("boot.log"), HasSubstr("BDS:Executing BdsEntry"));
+  const auto report = nlohmann::json::parse(Read("result.json"));
+  ASSERT_EQ(report["boots"].size(), 2u);
+  const auto& start = report["boots"][1]["starts"].back();
+  EXPECT_EQ(start["outcome"]["end"], "legacy boot");
+  EXPECT_EQ(start["outcome"]["bbs_index"], 30);
+  EXPECT_EQ(start["time"]["steps"].size(), 70u);
+  EXPECT_FALSE(start["order"].empty());
+  EXPECT_TRUE(fs::exists(folder_ / "st/nvram/BootOrder-8be4df61-93ca-11d2-aa0d-00e098032b8c"));
+}
+
+TEST_F(Program, JsonOnStandardOutputIsAlone) {
+  WriteEmptyServer();
+  const Ended ended = Run("boot empty.toml --json -", "2>/dev/null");
+  EXPECT_EQ(ended.status, 3);
+  const auto report = nlohmann::json::parse(ended.text, nullptr, false);
+  ASSERT_FALSE(report.is_discarded()) << ended.text;
+  EXPECT_EQ(report["boots"][0]["started"], false);
+  EXPECT_TRUE(report["boots"][0]["booted"].is_null());
+}
+
+TEST_F(Program, NothingToBootGivesThreeAndKeepsNothingWithoutAState) {
+  WriteEmptyServer();
+  const Ended ended = Run("boot empty.toml --quiet");
+  EXPECT_EQ(ended.status, 3) << ended.text;
+  EXPECT_THAT(ended.text, HasSubstr("empty one: nothing was started"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+}
+
+TEST_F(Program, ALostPowerComesBackForTheNextBoot) {
+  WriteLegacyServer();
+  const Ended once = Run("boot legacy.toml --state st --fault 'power nvram 1'");
+  EXPECT_EQ(once.status, 3) << once.text;
+  EXPECT_THAT(once.text, HasSubstr("power lost"));
+  const Ended twice = Run("boot legacy.toml --state other --fault 'power nvram 1' --boots 2");
+  EXPECT_EQ(twice.status, 0) << twice.text;
+}
+
+TEST_F(Program, VariablesAreListedWithTheBrokenOnesNamed) {
+  WriteLegacyServer();
+  ASSERT_EQ(Run("boot legacy.toml --state st").status, 0);
+  Write("st/nvram/Bo\x1Bot-8be4df61-93ca-11d2-aa0d-00e098032b8c", std::string_view("\7\0\0\0\x1B[2J", 8));
+  Write("st/nvram/Short-8be4df61-93ca-11d2-aa0d-00e098032b8c", "\7");
+  const Ended ended = Run("vars st");
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.text, HasSubstr("BootOrder  NV BS RT"));
+  EXPECT_THAT(ended.text, HasSubstr("Timeout"));
+  EXPECT_THAT(ended.text, HasSubstr("DISK A"));
+  EXPECT_THAT(ended.text, HasSubstr("Bo\\x1Bot  NV BS RT, 4 bytes"));
+  EXPECT_THAT(ended.text, HasSubstr("expected four attribute bytes"));
+  EXPECT_THAT(ended.text, Not(HasSubstr("\x1B")));
+}
+
+TEST_F(Program, DevicesAreDescribedAsATree) {
+  Write("disk.img", std::string(64 * 1024, '\0'));
+  Write("one.toml", R"(name = "one disk"
+[[root_bridge]]
+[[root_bridge.function]]
+kind = "ahci"
+device = 0x1F
+number = 2
+[[root_bridge.function.sata]]
+port = 3
+image = "disk.img"
+)");
+  const Ended ended = Run("describe one.toml");
+  EXPECT_EQ(ended.status, 0) << ended.text;
+  EXPECT_THAT(ended.text, HasSubstr("one disk\n"));
+  EXPECT_THAT(ended.text, HasSubstr("\nPciRoot(0x0)"));
+  EXPECT_THAT(ended.text, HasSubstr("\n  Pci(0x1F,0x2)"));
+  EXPECT_THAT(ended.text, HasSubstr("\n    Sata(0x3,0xFFFF,0x0)"));
+  EXPECT_THAT(ended.text, HasSubstr("BlockIo"));
+}
+
+TEST_F(Program, TheBmcsSideIsSetAndShown) {
+  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        none"));
+  EXPECT_EQ(Run("bmc st bootdev pxe --persistent --efi").status, 0);
+  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        pxe persistent efi"));
+  EXPECT_EQ(Run("bmc st bootdev disk efi --instance 3").status, 0);
+  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        disk efi instance=3"));
+  EXPECT_EQ(Run("bmc st bootdev none").status, 0);
+  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        none"));
+}
+
+TEST_F(Program, TheBmcsFilesComeAndGo) {
+  Write("here", "some bytes");
+  EXPECT_EQ(Run("bmc st put policy.txt here").status, 0);
+  EXPECT_THAT(Run("bmc st files").text, HasSubstr("10  policy.txt"));
+  EXPECT_EQ(Run("bmc st get policy.txt").text, "some bytes");
+  EXPECT_EQ(Run("bmc st get policy.txt there").status, 0);
+  EXPECT_EQ(Read("there"), "some bytes");
+  EXPECT_EQ(Run("bmc st remove policy.txt").status, 0);
+  EXPECT_EQ(Run("bmc st files").text, "");
+}
+
+}  // namespace
+}  // namespace sim

@@ -1,0 +1,145 @@
+// The summary for people, word for word, and the facts that it is made from.
+#include <gmock/gmock.h>
+
+#include "sim/cli/options_text.h"
+#include "tests/sim_cli/report_builder.h"
+
+namespace sim {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Summary, OfABootWithAResetIsWordForWord) {
+  BootResult result;
+  result.starts = {ResetReport(EfiResetWarm), HandMadeReport()};
+  result.warmResets = 1;
+  EXPECT_EQ(SummaryText("rack, boot 1 of 2", result, {}), R"(rack, boot 1 of 2
+  Start 1 ended after 1.000 s with a warm reset, EFI_SUCCESS
+  NVRAM: 0 written
+  Boot options
+    Boot0001  old                               active                        HD(1,GPT)/\EFI\old.efi
+    Boot0007  off                               inactive                      PciRoot(0x0)/Pci(0x2,0x0)
+  * Boot0002  debian                            active, firmware              HD(1,GPT)/\EFI\debian\shimx64.efi
+    Boot0009                                    missing
+    Boot0010  hid\x1B[31mden\u202E              hidden, legacy, firmware, group, not in order  BBS(HD,disk)
+  Attempts
+    1. PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\EFI\OLD.efi: not loaded: EFI_NOT_FOUND (no such file)
+    2. PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\EFI\debian\shimx64.efi: started, which ended the boot
+  Passed over
+    Boot0001: not loaded: EFI_NOT_FOUND (no such file)
+    Boot0007: not active
+  Outcome: Boot0002 debian: handed over to PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/\EFI\debian\shimx64.efi
+  Virtual time 3.250 s
+    platform and consoles        1.000 s
+    BMC                          2.000 s
+    hand-over                    0.050 s
+    outside the steps            0.200 s
+  NVRAM: 3 written
+    created 1: Boot0002
+    changed 1: BootOrder
+    deleted 1: BootNext
+    refused 1: Boot0003 (EFI_OUT_OF_RESOURCES)
+  Complaints about the driver: 1
+    a protocol closed twice
+  Pool blocks that nobody holds: 1
+    48 bytes, allocation 17
+  Resets: 1 warm, 0 cold
+)");
+}
+
+TEST(Summary, ColoursAreTheStylesAlone) {
+  BootResult result;
+  result.starts = {HandMadeReport()};
+  EXPECT_THAT(SummaryText("rack", result, {.colour = false}), Not(HasSubstr("\x1B")));
+  EXPECT_THAT(SummaryText("rack", result, {.colour = true}), HasSubstr("\x1B[32m"));
+}
+
+TEST(Summary, SaysThatTooManyResetsWereAskedFor) {
+  BootResult result;
+  result.starts = {ResetReport(EfiResetCold), ResetReport(EfiResetCold)};
+  result.coldResets = 1;
+  result.resetLimitReached = true;
+  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr("Too many resets"));
+}
+
+TEST(Summary, LongListsOfVariablesAreCutAndCounted) {
+  BootResult result;
+  result.starts.emplace_back();
+  for (int i = 0; i < 20; ++i) {
+    result.starts[0].writes.push_back(
+        {VariableWrite::Kind::Create, u"Boot", gEfiGlobalVariableGuid, EFI_VARIABLE_NON_VOLATILE, 1, EFI_SUCCESS});
+  }
+  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr("created 20: "));
+  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr(" and 8 more\n"));
+}
+
+struct OutcomeCase {
+  BootEnd end;
+  const char* text;
+};
+
+TEST(Summary, EveryEndHasItsWords) {
+  const OutcomeCase cases[] = {
+      {BootEnd::Returned, "nothing was started; the driver returned EFI_SUCCESS"},
+      {BootEnd::HandedOver, "Boot0002 debian: handed over to no path"},
+      {BootEnd::LegacyBoot, "Boot0002 debian: legacy boot of no path, BBS entry -1"},
+      {BootEnd::Reset, "cold reset, EFI_SUCCESS"},
+      {BootEnd::PowerLost, "power lost (why\\x07)"},
+      {BootEnd::ExitedBootServices, "Boot0002 debian: the image that ran took the machine over"},
+      {BootEnd::WaitsForever, "waits forever (why\\x07)"},
+      {BootEnd::TimeLimit, "time limit (why\\x07)"},
+      {BootEnd::Crashed, "crashed (why\\x07)"},
+  };
+  for (const OutcomeCase& each : cases) {
+    BootReport report = HandMadeReport();
+    report.outcome.end = each.end;
+    report.outcome.path = DevicePath();
+    report.outcome.text = "why\a";
+    EXPECT_EQ(OutcomeText(report), each.text);
+  }
+}
+
+TEST(PassedOver, NothingIsSaidOfABootThatEndedBeforeTheOrderWasWalked) {
+  BootReport report = HandMadeReport();
+  report.outcome.end = BootEnd::PowerLost;
+  EXPECT_TRUE(OptionsPassedOver(report).empty());
+}
+
+TEST(PassedOver, AllOptionsOfTheOrderWhenNothingWasStarted) {
+  BootReport report = HandMadeReport();
+  report.outcome.end = BootEnd::Returned;
+  report.attempts.pop_back();
+  std::vector<std::string> reasons;
+  for (const PassedOver& each : OptionsPassedOver(report)) {
+    reasons.push_back(each.reason);
+  }
+  EXPECT_THAT(reasons, testing::ElementsAre("not loaded: EFI_NOT_FOUND (no such file)", "not active",
+                                            "nothing was loaded for it", "no such variable, or it is malformed"));
+}
+
+TEST(PassedOver, AnAttemptThatLoadedTellsMoreThanOneThatDidNot) {
+  BootReport report = HandMadeReport();
+  AttemptReport loaded = report.attempts[0];
+  loaded.loaded = true;
+  loaded.status = EFI_UNSUPPORTED;
+  loaded.reason = "";
+  report.attempts.insert(report.attempts.begin() + 1, loaded);
+  EXPECT_EQ(OptionsPassedOver(report).at(0).reason, "started and returned: EFI_UNSUPPORTED");
+}
+
+TEST(PassedOver, AnOptionOutsideTheOrderPassesNoneOver) {
+  BootReport report = HandMadeReport();
+  report.bootCurrent = std::uint16_t{0x10};
+  EXPECT_TRUE(OptionsPassedOver(report).empty());
+}
+
+TEST(Seconds, AreRoundedToMilliseconds) {
+  EXPECT_EQ(SecondsText(0), "0.000 s");
+  EXPECT_EQ(SecondsText(4999), "0.000 s");
+  EXPECT_EQ(SecondsText(5000), "0.001 s");
+  EXPECT_EQ(SecondsText(61 * kSecond + 2 * kMillisecond), "61.002 s");
+}
+
+}  // namespace
+}  // namespace sim
