@@ -35,9 +35,7 @@ void CollectBbsDevices() {
     return;
   }
   DebugPrint("CollectBbsDevices:HDDCount:%d,BbsCount:%d\n", bbs.HddCount, bbs.BbsCount);
-  DebugPrint("\nBBS_TABLE dump start\n");
   DumpBbsTable(bbs.Table);
-  DebugPrint("\nBBS_TABLE dump end\n");
   for (UINT16 index = 0; index < bbs.BbsCount; ++index) {
     BBS_TABLE& entry = bbs.Table[index];
     if (entry.BootPriority < kBbsEmpty) {

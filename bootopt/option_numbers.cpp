@@ -55,7 +55,7 @@ OptionNumberAllocator::OptionNumberAllocator(const BOOT_OPTION_LIST& list) : lis
 
 bool OptionNumberAllocator::IsFree(UINT16 number) const {
   return !AnyOption(list_, [number](const BOOT_OPTION& option) { return option.BootOptionNumber == number; }) &&
-         MayOverwrite(number);
+         !IsUnloadedOption(number) && MayOverwrite(number);
 }
 
 // A variable may go when the firmware made it, or when its option is in the list: numbered anew, that option is saved

@@ -1,4 +1,4 @@
-// What the numbers of a PCI function's configuration header mean (PCI Code and ID Assignment Specification 1.15).
+// What the numbers of a PCI function's configuration header mean (PCI Code and ID Assignment 1.15).
 #pragma once
 
 #include "platform/uefi_base.h"

@@ -31,25 +31,36 @@ class BootVariableReader {
   UINTN capacity_ = 0;
 };
 
-// True when the variable became an option.
-bool LoadBootOption(BootVariableReader& reader, UINT16 number, UINT32& priority) {
-  if (EFI_ERROR(reader.Read(number))) {
-    return false;
+enum class Loading {
+  Loaded,   // the variable became an option
+  Dropped,  // there is none, or it was malformed and is deleted
+  Failed,   // it is there, but this boot cannot have it
+};
+
+Loading LoadBootOption(BootVariableReader& reader, UINT16 number, UINT32& priority) {
+  const EFI_STATUS status = reader.Read(number);
+  if (EFI_ERROR(status)) {
+    return status == EFI_NOT_FOUND ? Loading::Dropped : Loading::Failed;
   }
   LoadOptionView view;
   if (!ViewLoadOption(reader.Image(), view)) {
     reader.Delete();
-    return false;
+    return Loading::Dropped;
   }
-  return ParseLoadOption(BootOptionList, number, reader.Image(), priority) != nullptr;
+  const bool parsed = ParseLoadOption(BootOptionList, number, reader.Image(), priority) != nullptr;
+  return parsed ? Loading::Loaded : Loading::Failed;
 }
 
 }  // namespace
 
 EFI_STATUS ReadBootOptions() {
   PoolBuffer order;
-  const EFI_STATUS status = ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order);
+  EFI_STATUS status = ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order);
+  if (!EFI_ERROR(status)) {
+    status = PrepareUnloadedOptions(order.Size / sizeof(UINT16));
+  }
   if (EFI_ERROR(status)) {
+    gBootOptions.Unloaded.OrderUnread = status != EFI_NOT_FOUND;
     return status;
   }
   UINT32 priority = kOptionPriorityStep;
@@ -58,7 +69,11 @@ EFI_STATUS ReadBootOptions() {
     BootVariableReader reader;
     ByteReader numbers(order.Bytes());
     for (UINT16 number = 0; numbers.Read(number);) {
-      if (LoadBootOption(reader, number, priority) && number > largest) {
+      const UINT32 place = priority;
+      const Loading loading = LoadBootOption(reader, number, priority);
+      if (loading == Loading::Failed) {
+        AddUnloadedOption(number, place);
+      } else if (loading == Loading::Loaded && number > largest) {
         largest = number;
       }
     }

@@ -13,20 +13,21 @@ bool IsSaved(const BOOT_OPTION& option) {
 }
 
 // A full store refuses the write, but may hold the option already, at worst with the attributes and mask of an
-// earlier boot. Such an option must not drop out of the order.
+// earlier boot. Such an option must not drop out of the order; nor may one of which nothing can be said.
 bool StoreHolds(const CHAR16* name, Bytes image) {
   PoolBuffer stored;
-  return !EFI_ERROR(ReadVariable(name, gEfiGlobalVariableGuid, stored)) && IsSameLoadOption(stored.Bytes(), image);
+  const EFI_STATUS status = ReadVariable(name, gEfiGlobalVariableGuid, stored);
+  return EFI_ERROR(status) ? status != EFI_NOT_FOUND : IsSameLoadOption(stored.Bytes(), image);
 }
 
 // True when the variable now stands for the option.
 bool SaveOption(const BOOT_OPTION& option) {
+  const NumberedName name = BootVariableName(option.BootOptionNumber);
   const PoolBuffer image = BuildLoadOptionImage(option);
   if (!image.Data) {
     DebugPrint("%a:No memory for Boot%04X\n", "SaveBootOptions", option.BootOptionNumber);
-    return false;
+    return VariableExists(name, gEfiGlobalVariableGuid);  // as it was stored before
   }
-  const NumberedName name = BootVariableName(option.BootOptionNumber);
   const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, image.Bytes());
   DebugPrint("Setting Boot option#%04x with size %x\n", option.BootOptionNumber, image.Size);
   DebugPrint("Description: %S\n", option.Description.get());
@@ -47,12 +48,47 @@ BOOT_OPTION* DeleteWithMembers(BOOT_OPTION* option) {
   return next;
 }
 
+// BootOrder as it is put together: what is saved, and between it what could not be loaded.
+class OrderBuilder {
+ public:
+  // The array has room for the whole list and all that was not loaded.
+  explicit OrderBuilder(UINT16* numbers) : numbers_(numbers) {}
+
+  void Add(UINT16 number) {
+    // A number that was not loaded may have been given to a new option before it was known, or be listed twice.
+    if (!IsUnloadedOption(number) || !Contains(number)) {
+      numbers_[count_++] = number;
+    }
+  }
+  void AddUnloadedUpTo(UINT32 priority) {
+    const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
+    for (; next_ < unloaded.Count && unloaded.Entries[next_].Priority <= priority; ++next_) {
+      Add(unloaded.Entries[next_].Number);
+    }
+  }
+  Bytes Result() const { return {reinterpret_cast<const std::byte*>(numbers_), count_ * sizeof(UINT16)}; }
+
+ private:
+  bool Contains(UINT16 number) const {
+    for (UINTN i = 0; i < count_; ++i) {
+      if (numbers_[i] == number) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  UINT16* numbers_;
+  UINTN count_ = 0;
+  UINTN next_ = 0;  // entry of what was not loaded
+};
+
 struct SaveCounts {
   UINTN Tried = 0;
   UINTN Saved = 0;
 };
 
-SaveCounts SaveAll(UINT16* order) {
+SaveCounts SaveAll(OrderBuilder& order) {
   SaveCounts counts;
   for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
     if (!IsSaved(*option)) {
@@ -60,12 +96,41 @@ SaveCounts SaveAll(UINT16* order) {
       continue;
     }
     ++counts.Tried;
+    order.AddUnloadedUpTo(option->Priority);
     if (SaveOption(*option)) {
-      order[counts.Saved++] = option->BootOptionNumber;
+      order.Add(option->BootOptionNumber);
+      ++counts.Saved;
     }
     option = DeleteWithMembers(option);
   }
+  order.AddUnloadedUpTo(kUnassigned);
   return counts;
+}
+
+void SaveListAndOrder() {
+  const EFI_STATUS readStatus = ReloadUnreadOrder();
+  if (EFI_ERROR(readStatus)) {
+    // An order of this boot's options alone would throw away the others.
+    DebugPrint("%a:BootOrder cannot be read, nothing is saved:%r\n", "SaveBootOptions", readStatus);
+    return;
+  }
+  const auto numbers = AllocateArray<UINT16>(BootOptionList.Count + gBootOptions.Unloaded.Count);
+  if (!numbers) {
+    DebugPrint("%a:No memory for the boot order\n", "SaveBootOptions");
+    return;
+  }
+  OrderBuilder order(numbers.get());
+  const SaveCounts counts = SaveAll(order);
+  if (counts.Tried != 0 && counts.Saved == 0) {
+    // The store takes nothing: an empty order would throw away the one that it still holds.
+    DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", "SaveBootOptions");
+    return;
+  }
+  const EFI_STATUS status =
+      WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, order.Result());
+  if (EFI_ERROR(status) && !order.Result().empty()) {
+    DebugPrint("%a:Writing BootOrder failed:%r\n", "SaveBootOptions", status);
+  }
 }
 
 }  // namespace
@@ -73,25 +138,10 @@ SaveCounts SaveAll(UINT16* order) {
 void SaveBootOptions() {
   SortList(BootOptionList, CompareByPriority);
   DumpBootOptionList(BootOptionList, "Before Saving");
-  if (BootOptionList.First == nullptr) {
-    return;
+  if (BootOptionList.First != nullptr) {
+    SaveListAndOrder();
   }
-  const auto order = AllocateArray<UINT16>(BootOptionList.Count);
-  if (!order) {
-    DebugPrint("%a:No memory for the boot order\n", "SaveBootOptions");
-    return;
-  }
-  const SaveCounts counts = SaveAll(order.get());
-  if (counts.Tried != 0 && counts.Saved == 0) {
-    // The store takes nothing: an empty order would throw away the one that it still holds.
-    DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", "SaveBootOptions");
-    return;
-  }
-  const Bytes saved{reinterpret_cast<const std::byte*>(order.get()), counts.Saved * sizeof(UINT16)};
-  const EFI_STATUS status = WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, saved);
-  if (EFI_ERROR(status) && !saved.empty()) {
-    DebugPrint("%a:Writing BootOrder failed:%r\n", "SaveBootOptions", status);
-  }
+  ForgetUnloadedOptions();
 }
 
 }  // namespace bds

@@ -236,7 +236,7 @@ static_assert(sizeof(BBS_BBS_DEVICE_PATH) == 9);
 
 #pragma pack(pop)
 
-// BBS device types (BIOS Boot Specification 1.01), also in BBS_TABLE::DeviceType.
+// BBS device types (BBS 1.01), also in BBS_TABLE::DeviceType.
 inline constexpr UINT16 BBS_TYPE_FLOPPY = 0x01;
 inline constexpr UINT16 BBS_TYPE_HARDDRIVE = 0x02;
 inline constexpr UINT16 BBS_TYPE_CDROM = 0x03;

@@ -1,4 +1,4 @@
-// The Legacy BIOS protocol and the BBS table (Intel CSM Specification 0.98, 3.2.1.3): how legacy devices are seen.
+// The Legacy BIOS protocol and the BBS table (Intel CSM 0.98, 3.2.1.3): how legacy devices are seen.
 #pragma once
 
 #include "platform/device_path.h"
@@ -6,7 +6,7 @@
 // Real-mode code and data of the CSM, below 1 MiB.
 #pragma pack(push, 1)
 
-// One entry of the BIOS boot specification table; strings are real-mode segment:offset pointers.
+// One entry of the BIOS boot table; strings are real-mode segment:offset pointers.
 struct BBS_TABLE {
   UINT16 BootPriority;  // 0xFFFF: empty entry; 0: the entry that LegacyBoot boots
   UINT32 Bus;

@@ -10,9 +10,14 @@
 namespace sim {
 namespace {
 
-std::string PathText(const DevicePath& path) {
-  const auto text = DevicePathText(path.Bytes());
-  return text && !text->empty() ? PrintableText(*text) : "no path";
+// Of what was started; an image from the firmware's own load file has no path but its option's.
+std::string StartedText(const BootReport& report) {
+  const auto text = DevicePathText(report.outcome.path.Bytes());
+  if (text && !text->empty()) {
+    return PrintableText(*text);
+  }
+  const auto ended = std::ranges::find_if(report.attempts, &AttemptReport::ended);
+  return ended == report.attempts.end() ? "what has no path" : PrintableText(ended->what);
 }
 
 bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
@@ -25,7 +30,7 @@ bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
 const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& report) {
   const AttemptReport* first = nullptr;
   for (const AttemptReport& attempt : report.attempts) {
-    if (attempt.legacy != option.legacy || option.path.empty() || !ContainsIgnoringCase(attempt.what, option.path)) {
+    if (attempt.legacy || option.legacy || option.path.empty() || !ContainsIgnoringCase(attempt.what, option.path)) {
       continue;
     }
     if (attempt.loaded) {
@@ -36,17 +41,30 @@ const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& rep
   return first;
 }
 
-std::string ReasonFor(const OptionReport& option, const BootReport& report) {
+std::string ReasonFor(const OptionReport& option, const AttemptReport* attempt) {
   if (!option.readable) {
     return "no such variable, or it is malformed";
   }
-  if (const AttemptReport* attempt = AttemptOn(option, report)) {
+  if (attempt != nullptr) {
     return AttemptText(*attempt);
   }
-  if ((option.attributes & LOAD_OPTION_ACTIVE) == 0) {
-    return "not active";
+  return (option.attributes & LOAD_OPTION_ACTIVE) == 0 ? "not active" : "no attempt on record";
+}
+
+bool IsTriedLegacy(const OptionReport& option) {
+  return option.legacy && option.readable && (option.attributes & LOAD_OPTION_ACTIVE) != 0;
+}
+
+// Legacy options have paths that say little, so that failed legacy boots are told apart by their order alone: they are
+// as many as the options only when each one was tried once.
+std::vector<const AttemptReport*> LegacyAttempts(const BootReport& report, std::size_t options) {
+  std::vector<const AttemptReport*> failed;
+  for (const AttemptReport& attempt : report.attempts) {
+    if (attempt.legacy && !attempt.ended) {
+      failed.push_back(&attempt);
+    }
   }
-  return "nothing was loaded for it";
+  return failed.size() == options ? failed : std::vector<const AttemptReport*>(options);
 }
 
 }  // namespace
@@ -78,11 +96,14 @@ std::vector<PassedOver> OptionsPassedOver(const BootReport& report) {
   if (booted != nullptr && !booted->inOrder) {
     return passed;  // BootNext or the BMC chose it: the order was not walked
   }
-  for (const OptionReport& option : report.options) {
-    if (&option == booted || !option.inOrder) {
-      break;
-    }
-    passed.push_back({option.number, ReasonFor(option, report)});
+  const auto stops = [booted](const OptionReport& option) { return &option == booted || !option.inOrder; };
+  const auto end = std::ranges::find_if(report.options, stops);
+  const auto legacy = std::count_if(report.options.begin(), end, IsTriedLegacy);
+  const auto legacyAttempts = LegacyAttempts(report, static_cast<std::size_t>(legacy));
+  auto nextLegacy = legacyAttempts.begin();
+  for (auto option = report.options.begin(); option != end; ++option) {
+    const AttemptReport* attempt = IsTriedLegacy(*option) ? *nextLegacy++ : AttemptOn(*option, report);
+    passed.push_back({option->number, ReasonFor(*option, attempt)});
   }
   return passed;
 }
@@ -106,9 +127,9 @@ std::string OutcomeText(const BootReport& report) {
   const std::string text = outcome.text.empty() ? "" : fmt::format(" ({})", PrintableText(outcome.text));
   switch (outcome.end) {
     case BootEnd::HandedOver:
-      return fmt::format("{}handed over to {}", option, PathText(outcome.path));
+      return fmt::format("{}handed over to {}", option, StartedText(report));
     case BootEnd::LegacyBoot:
-      return fmt::format("{}legacy boot of {}, BBS entry {}", option, PathText(outcome.path), outcome.bbsIndex);
+      return fmt::format("{}legacy boot of {}, BBS entry {}", option, StartedText(report), outcome.bbsIndex);
     case BootEnd::ExitedBootServices:
       return fmt::format("{}the image that ran took the machine over", option);
     case BootEnd::Reset:

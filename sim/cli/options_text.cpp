@@ -74,13 +74,17 @@ std::string TimeText(const BootReport& report) {
   return text;
 }
 
-std::string KindLine(const char* kind, const std::vector<std::string>& names) {
+std::string KindLine(VariableWrite::Kind kind, const std::vector<std::string>& names) {
+  const char* word = kKindWords[static_cast<std::size_t>(kind)];
+  if (kind == VariableWrite::Kind::Unchanged) {
+    return fmt::format("    {} {}\n", word, names.size());
+  }
   const std::size_t shown = std::min(names.size(), kNamesPerKind);
   std::string list = fmt::format("{}", fmt::join(names.begin(), names.begin() + shown, ", "));
   if (shown < names.size()) {
     list += fmt::format(" and {} more", names.size() - shown);
   }
-  return fmt::format("    {} {}: {}\n", kind, names.size(), list);
+  return fmt::format("    {} {}: {}\n", word, names.size(), list);
 }
 
 // Deleting needs no attributes, so that a deletion counts whatever it was called with. To delete what is not there is
@@ -109,7 +113,7 @@ std::string WritesText(const BootReport& report) {
   }
   std::string text = fmt::format("  NVRAM: {} written\n", changes);
   for (const auto& [kind, names] : byKind) {
-    text += KindLine(kKindWords[static_cast<std::size_t>(kind)], names);
+    text += KindLine(kind, names);
   }
   return text;
 }

@@ -160,7 +160,7 @@ struct CsmCalls {
     if (address == nullptr || size == 0 || !power) {
       return EFI_INVALID_PARAMETER;
     }
-    // Region 0: either; 1: the F segment; 2: the E segment (CSM specification 0.98, 3.3.2).
+    // Region 0: either; 1: the F segment; 2: the E segment (Intel CSM 0.98, 3.3.2).
     if (region > 2) {
       return EFI_INVALID_PARAMETER;
     }

@@ -71,7 +71,9 @@ TEST(Collecting, BbsEntriesByPriorityAndOwner) {
   }
   EXPECT_EQ(indexes, (std::vector<unsigned>{4, 25, 26}));
   EXPECT_EQ(bds::BootDeviceList.First->DeviceHandle, disk);
-  EXPECT_TRUE(firmware.Logged("CollectBbsDevices:HDDCount:0,BbsCount:27\n"));
+  EXPECT_TRUE(firmware.Logged("CollectBbsDevices:HDDCount:0,BbsCount:27\n\nBBS_TABLE dump start\n#03: 1 "));
+  EXPECT_EQ(firmware.CountLogged("\nBBS_TABLE dump start\n"), 1);
+  EXPECT_EQ(firmware.CountLogged("\nBBS_TABLE dump end\n"), 1);
 }
 
 struct FilterCase {

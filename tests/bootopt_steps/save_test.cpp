@@ -184,6 +184,77 @@ TEST(Saving, AStoreThatTakesNothingKeepsItsOrder) {
   EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({9}));
 }
 
+// Three options in the store, 1, 2 and 3 in the order 2, 1, 3; the firmware made the first.
+void StoreThreeOptions(FakeServer& firmware) {
+  const Blob path = PciRoot() + Pci(31, 2) + End();
+  firmware.SetVariable(u"Boot0001", gEfiGlobalVariableGuid, 7, Image(1, u"one", path, kFirmwareMark));
+  firmware.SetVariable(u"Boot0002", gEfiGlobalVariableGuid, 7, Image(1, u"two", path));
+  firmware.SetVariable(u"Boot0003", gEfiGlobalVariableGuid, 7, Image(1, u"three", path));
+  firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({2, 1, 3}));
+}
+
+// Loads, finds a new device, numbers and saves.
+void LoadAndSave() {
+  static_cast<void>(bds::ReadBootOptions());
+  AddOption(PciRoot() + Pci(4, 0) + End(), true);
+  bds::SetDefaultBootOptionTags();
+  bds::SetBootOptionPriorities();
+  bds::SaveBootOptions();
+}
+
+TEST(Unloaded, AVariableThatCannotBeReadKeepsItsPlace) {
+  const std::pair<std::u16string, Blob> cases[] = {
+      {u"Boot0002", Order({2, 1, 3, 4})},
+      {u"Boot0001", Order({2, 1, 3, 4})},
+      {u"Boot0003", Order({2, 1, 4, 3})},  // its number is not given away; the new option follows what was loaded
+  };
+  for (const auto& [unreadable, order] : cases) {
+    FakeServer firmware;
+    StoreThreeOptions(firmware);
+    const auto before = firmware.Variable(unreadable);
+    firmware.RefuseRead = [&unreadable = unreadable](const std::u16string& name) {
+      return name == unreadable ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+    };
+    LoadAndSave();
+    EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, order);
+    EXPECT_EQ(firmware.Variable(unreadable), before);
+    EXPECT_TRUE(firmware.Variable(u"Boot0004"));
+  }
+}
+
+TEST(Unloaded, AVariableThatIsGoneHasNoPlace) {
+  FakeServer firmware;
+  StoreThreeOptions(firmware);
+  firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({2, 9, 1, 3}));
+  LoadAndSave();
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({2, 1, 3, 4}));
+}
+
+TEST(Unloaded, AnOrderThatWasNotReadAtLoadingIsKeptInFront) {
+  FakeServer firmware;
+  StoreThreeOptions(firmware);
+  int reads = 0;
+  firmware.RefuseRead = [&reads](const std::u16string& name) {
+    return name == u"BootOrder" && ++reads == 1 ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  };
+  LoadAndSave();
+  // The new option took the firmware's own left-over number.
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({2, 1, 3}));
+  EXPECT_EQ(firmware.Variable(u"Boot0001")->Data, Image(1, u"name", PciRoot() + Pci(4, 0) + End(), kFirmwareMark));
+}
+
+TEST(Unloaded, AnOrderThatCannotBeReadAtAllIsLeftAlone) {
+  FakeServer firmware;
+  StoreThreeOptions(firmware);
+  const auto before = firmware.Variables;
+  firmware.RefuseRead = [](const std::u16string& name) {
+    return name == u"BootOrder" ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  };
+  LoadAndSave();
+  EXPECT_EQ(firmware.Variables, before);
+  EXPECT_TRUE(firmware.Logged("SaveBootOptions:BootOrder cannot be read, nothing is saved:EFI_DEVICE_ERROR\n"));
+}
+
 TEST(LegacyDevOrder, GoldenBytes) {
   FakeServer firmware;
   firmware.SetVariable(kSetupName, kSetupGuid, 7, Blob(kSetupSize));

@@ -250,7 +250,7 @@ TEST(SteadyState, PowerLostAfterAnyWriteIsMadeUpForOnTheNextBoot) {
   }
 }
 
-TEST(SteadyState, AnyFailedAllocationLeavesForeignVariablesWhole) {
+TEST(SteadyState, AnyFailedAllocationLeavesForeignOptionsWholeAndInTheirOrder) {
   const ChangedServer start;
   int failures = 0;
   for (int successes = 0; successes < 3000; ++successes) {
@@ -263,6 +263,11 @@ TEST(SteadyState, AnyFailedAllocationLeavesForeignVariablesWhole) {
     });
     failures += failed ? 1 : 0;
     EXPECT_EQ(ForeignOptions(after.nvram), 2);
+    const std::vector<UINT16> order = BootOrderOf(after.nvram);
+    const auto first = std::find(order.begin(), order.end(), UINT16{2});
+    EXPECT_NE(std::find(first, order.end(), UINT16{4}), order.end());
+    EXPECT_EQ(std::count(order.begin(), order.end(), UINT16{2}), 1);
+    EXPECT_EQ(std::count(order.begin(), order.end(), UINT16{4}), 1);
     if (!failed) {
       break;
     }

@@ -82,8 +82,8 @@ struct OutcomeCase {
 TEST(Summary, EveryEndHasItsWords) {
   const OutcomeCase cases[] = {
       {BootEnd::Returned, "nothing was started; the driver returned EFI_SUCCESS"},
-      {BootEnd::HandedOver, "Boot0002 debian: handed over to no path"},
-      {BootEnd::LegacyBoot, "Boot0002 debian: legacy boot of no path, BBS entry -1"},
+      {BootEnd::HandedOver, "Boot0002 debian: handed over to loader.efi"},
+      {BootEnd::LegacyBoot, "Boot0002 debian: legacy boot of loader.efi, BBS entry -1"},
       {BootEnd::Reset, "cold reset, EFI_SUCCESS"},
       {BootEnd::PowerLost, "power lost (why\\x07)"},
       {BootEnd::ExitedBootServices, "Boot0002 debian: the image that ran took the machine over"},
@@ -96,6 +96,7 @@ TEST(Summary, EveryEndHasItsWords) {
     report.outcome.end = each.end;
     report.outcome.path = DevicePath();
     report.outcome.text = "why\a";
+    report.attempts = {{.what = "loader.efi", .reason = "", .ended = true}};
     EXPECT_EQ(OutcomeText(report), each.text);
   }
 }
@@ -115,7 +116,7 @@ TEST(PassedOver, AllOptionsOfTheOrderWhenNothingWasStarted) {
     reasons.push_back(each.reason);
   }
   EXPECT_THAT(reasons, testing::ElementsAre("not loaded: EFI_NOT_FOUND (no such file)", "not active",
-                                            "nothing was loaded for it", "no such variable, or it is malformed"));
+                                            "no attempt on record", "no such variable, or it is malformed"));
 }
 
 TEST(PassedOver, AnAttemptThatLoadedTellsMoreThanOneThatDidNot) {
@@ -126,6 +127,25 @@ TEST(PassedOver, AnAttemptThatLoadedTellsMoreThanOneThatDidNot) {
   loaded.reason = "";
   report.attempts.insert(report.attempts.begin() + 1, loaded);
   EXPECT_EQ(OptionsPassedOver(report).at(0).reason, "started and returned: EFI_UNSUPPORTED");
+}
+
+TEST(PassedOver, FailedLegacyBootsBelongToTheLegacyOptionsInOrder) {
+  BootReport report;
+  report.outcome.end = BootEnd::Returned;
+  report.options = {
+      {.number = 1, .inOrder = true, .attributes = 1, .name = u"", .path = "BBS(HD)", .legacy = true},
+      {.number = 2, .inOrder = true, .attributes = 0, .name = u"", .path = "BBS(HD)", .legacy = true},
+      {.number = 3, .inOrder = true, .attributes = 1, .name = u"", .path = "BBS(HD)", .legacy = true},
+  };
+  report.attempts = {{.what = "a", .legacy = true, .status = EFI_TIMEOUT, .reason = ""},
+                     {.what = "b", .legacy = true, .status = EFI_NOT_FOUND, .reason = ""}};
+  const auto passed = OptionsPassedOver(report);
+  ASSERT_EQ(passed.size(), 3u);
+  EXPECT_EQ(passed[0].reason, "legacy boot: EFI_TIMEOUT");
+  EXPECT_EQ(passed[1].reason, "not active");
+  EXPECT_EQ(passed[2].reason, "legacy boot: EFI_NOT_FOUND");
+  report.attempts.pop_back();
+  EXPECT_EQ(OptionsPassedOver(report)[0].reason, "no attempt on record");
 }
 
 TEST(PassedOver, AnOptionOutsideTheOrderPassesNoneOver) {

@@ -24,6 +24,7 @@ class BootListsTest : public testing::Test {
     while (bds::BootDeviceList.First != nullptr) {
       bds::DeleteBootDevice(bds::BootDeviceList, bds::BootDeviceList.First);
     }
+    bds::ForgetUnloadedOptions();
   }
 
   bds::BOOT_OPTION& AddOption(const char16_t* description = nullptr, const Data& paths = {}) {

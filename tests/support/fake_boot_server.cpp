@@ -84,6 +84,10 @@ struct ServerServices {
 
   static EFI_STATUS EFIAPI GetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32* attributes, UINTN* size,
                                        VOID* data) {
+    const EFI_STATUS refused = gServer->RefuseRead ? gServer->RefuseRead(name) : EFI_SUCCESS;
+    if (EFI_ERROR(refused)) {
+      return refused;
+    }
     const auto found = gServer->Variables.find({name, GuidKey(*guid)});
     if (found == gServer->Variables.end()) {
       return EFI_NOT_FOUND;
@@ -213,6 +217,7 @@ FakeServer::~FakeServer() {
   while (bds::BootDeviceList.First != nullptr) {
     bds::DeleteBootDevice(bds::BootDeviceList, bds::BootDeviceList.First);
   }
+  bds::ForgetUnloadedOptions();
   bds::gPolicyEngine.PolicyDebugText.reset();
 }
 

@@ -110,6 +110,8 @@ class FakeServer {
   // Asked before each write; an error is the write's answer and nothing is stored.
   std::function<EFI_STATUS(const std::u16string& name)> RefuseWrite;
   int Writes = 0;
+  // Asked before each read; an error is the read's answer.
+  std::function<EFI_STATUS(const std::u16string& name)> RefuseRead;
 
   const std::string& Log() const { return firmware_.Log; }
   bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
