@@ -23,7 +23,7 @@ struct BOOT_OPTION_STATE {
   BOOT_DEVICE_LIST DeviceList;  // emptied likewise, filled by collection, drained by matching
   void* HiiHandle = nullptr;    // the driver's string package list; set by UpdateBootOptionVariables, else null
   GROUP_ORDER GroupOrder = kDefaultGroupOrder;  // the groups' order on this boot; the BMC's wishes change it
-  UNLOADED_OPTIONS Unloaded;    // filled by ReadBootOptions, used up by SaveBootOptions
+  UNLOADED_OPTIONS Unloaded;                    // filled by ReadBootOptions, used up by SaveBootOptions
 };
 extern constinit BOOT_OPTION_STATE gBootOptions;
 
