@@ -173,6 +173,18 @@ TEST(Saving, ARefusedWriteDropsOnlyWhatTheStoreDoesNotHold) {
   }
 }
 
+TEST(Saving, ARefusedWriteDropsNothingThatCannotBeReadBack) {
+  FakeServer firmware;
+  firmware.RefuseWrite = [](const std::u16string& name) {
+    return name == u"Boot0002" ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  };
+  firmware.RefuseRead = firmware.RefuseWrite;
+  AddOption(PciRoot() + End(), false, 1, 256);
+  AddOption(PciRoot() + End(), false, 2, 512);
+  bds::SaveBootOptions();
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({1, 2}));
+}
+
 TEST(Saving, AStoreThatTakesNothingKeepsItsOrder) {
   FakeServer firmware;
   firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({9}));
@@ -220,6 +232,20 @@ TEST(Unloaded, AVariableThatCannotBeReadKeepsItsPlace) {
     EXPECT_EQ(firmware.Variable(unreadable), before);
     EXPECT_TRUE(firmware.Variable(u"Boot0004"));
   }
+}
+
+TEST(Unloaded, TheNumberIsNotGivenAwayWhenTheVariableCanBeReadLater) {
+  FakeServer firmware;
+  StoreThreeOptions(firmware);
+  firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({1}));
+  const auto before = firmware.Variable(u"Boot0001");
+  int reads = 0;
+  firmware.RefuseRead = [&reads](const std::u16string& name) {
+    return name == u"Boot0001" && ++reads == 1 ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  };
+  LoadAndSave();
+  EXPECT_EQ(firmware.Variable(u"Boot0001"), before) << "of the firmware's making, and still not to be overwritten";
+  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({4, 1}));
 }
 
 TEST(Unloaded, AVariableThatIsGoneHasNoPlace) {
