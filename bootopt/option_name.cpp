@@ -1,9 +1,9 @@
 // The Description of an option that the driver makes: what the boot menu shows.
-#include "bootopt/bbs_table.h"
 #include "bootopt/name_parts.h"
 #include "bootopt/name_writer.h"
 #include "bootopt/naming.h"
 #include "support/format.h"
+#include "support/legacy_memory.h"
 #include "support/protocols.h"
 
 namespace bds {
@@ -59,7 +59,7 @@ void AppendPartition(const BOOT_OPTION& option, NameWriter& name) {
 UINTN BuildBbsName(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
   NameWriter writer(buffer);
   if (option.BbsEntry != nullptr) {
-    writer.Append(BbsDescription(*option.BbsEntry));
+    writer.Append(LegacyString(option.BbsEntry->DescStringSegment, option.BbsEntry->DescStringOffset, buffer.size()));
     writer.TrimBlanks();
   }
   return writer.Length();

@@ -14,6 +14,7 @@ namespace bds {
 namespace {
 
 constexpr UINTN kMaxTypes = 64;  // of a list whose size nobody tells
+constexpr UINTN kMaxNotes = 64;  // blocks looked at for the note on the variables' vendor
 constexpr EFI_BOOT_MODE kModesWithoutUpdate[] = {BOOT_ON_S4_RESUME, BOOT_ON_FLASH_UPDATE, BOOT_IN_RECOVERY_MODE};
 // Types that an operating system keeps across hibernation: growing one asks for a boot with the new map.
 constexpr UINT32 kTypesThatReset[] = {EfiReservedMemoryType, EfiRuntimeServicesCode, EfiRuntimeServicesData,
@@ -51,12 +52,16 @@ bool FindTypeList(TypeList& list) {
   return false;
 }
 
-// Some platforms name another vendor for the variables, by a hand-off block that holds nothing but the usual GUID.
+// Some platforms name another vendor for the variables, by a hand-off block that holds nothing but the usual GUID. The
+// performance records of earlier phases lie in blocks of the same name, so that the note need not be the first.
 const EFI_GUID& VariableVendor() {
+  const void* rest = gServices.HobList;
   Bytes data;
-  if (FindGuidHob(gServices.HobList, kFirmwarePerformanceGuid, data) && data.size() == sizeof(EFI_GUID) &&
-      EqualMemory(data.data(), &gEfiMemoryTypeInformationGuid, sizeof(EFI_GUID))) {
-    return kFirmwarePerformanceGuid;
+  for (UINTN i = 0; i < kMaxNotes && FindGuidHob(rest, kFirmwarePerformanceGuid, data); ++i) {
+    if (data.size() == sizeof(EFI_GUID) && EqualMemory(data.data(), &gEfiMemoryTypeInformationGuid, sizeof(EFI_GUID))) {
+      return kFirmwarePerformanceGuid;
+    }
+    rest = data.data() + data.size();
   }
   return gEfiMemoryTypeInformationGuid;
 }

@@ -15,7 +15,9 @@ BusContext ContextOf(Machine& machine) {
 }
 
 BusDriver::BusDriver(Machine& machine, BusDriverFacts facts)
-    : SimDriver(machine, facts.name, facts.version), context_(ContextOf(machine)), facts_(std::move(facts)) {}
+    : SimDriver(machine, facts.name, facts.version, facts.mark),
+      context_(ContextOf(machine)),
+      facts_(std::move(facts)) {}
 
 std::u16string BusDriver::NameOf(void*) const { return {}; }
 

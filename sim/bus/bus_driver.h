@@ -22,9 +22,10 @@ struct BusChild {
 
 struct BusDriverFacts {
   std::u16string name;
-  EFI_GUID consumed;       // protocol opened by driver on the controller
-  UINT32 version = 0x10;   // of the binding
-  bool needsChild = true;  // a controller without anything on it is not started
+  EFI_GUID consumed;               // protocol opened by driver on the controller
+  UINT32 version = 0x10;           // of the binding
+  bool needsChild = true;          // a controller without anything on it is not started
+  const EFI_GUID* mark = nullptr;  // on the driver's own handle
 };
 
 // Pool memory of whoever runs, and the machine's clock.

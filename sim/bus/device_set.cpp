@@ -39,6 +39,7 @@ DeviceSet::DeviceSet(Machine& machine, DeviceTree tree, const BuildOptions& opti
   auto& drivers = state_->drivers;
   drivers.push_back(MakePciBusDriver(machine));
   for (auto& driver : MakeControllerDrivers(machine, state_->tree)) drivers.push_back(std::move(driver));
+  if (auto thunk = MakeThunkDriver(machine, state_->tree); thunk != nullptr) drivers.push_back(std::move(thunk));
   drivers.push_back(MakeUsbMassStorageDriver(machine));
   drivers.push_back(MakeNetworkBootDriver(machine));
   drivers.push_back(MakePartitionDriver(machine));

@@ -185,7 +185,7 @@ struct PciFunction {
   std::u16string driverName;           // component names; empty: the driver's own, and no controller name
   std::u16string controllerName;
   std::vector<PciBar> bars;
-  std::vector<std::byte> optionRom;
+  std::vector<std::byte> optionRom;    // one with a legacy image is served by the thunk driver too
   Controller controller;
 };
 

@@ -1,12 +1,15 @@
 // What hangs on each kind of controller, as children with their device path nodes and protocols.
 #include "sim/bus/pci_drivers.h"
 
+#include <algorithm>
 #include <set>
 
+#include "platform/csm_policy.h"
 #include "sim/bus/display_device.h"
 #include "sim/bus/drive_identity.h"
 #include "sim/bus/drive_objects.h"
 #include "sim/bus/network_device.h"
+#include "sim/bus/option_rom.h"
 #include "sim/bus/pci_io.h"
 #include "sim/bus/root_bridge_io.h"
 #include "sim/bus/scsi_adapter.h"
@@ -161,6 +164,10 @@ constexpr std::u16string_view kDriverNames[] = {u"",
                                                 u""};
 static_assert(std::size(kDriverNames) == std::variant_size_v<Controller>);
 
+const PciFunction& FunctionOf(void* consumed) {
+  return PciIo::From(static_cast<EFI_PCI_IO_PROTOCOL*>(consumed)).Node().Function();
+}
+
 class ControllerDriver final : public BusDriver {
  public:
   ControllerDriver(Machine& machine, std::size_t kind, std::u16string name)
@@ -171,9 +178,6 @@ class ControllerDriver final : public BusDriver {
         name_(std::move(name)) {}
 
  private:
-  static const PciFunction& FunctionOf(void* consumed) {
-    return PciIo::From(static_cast<EFI_PCI_IO_PROTOCOL*>(consumed)).Node().Function();
-  }
   [[nodiscard]] bool Serves(void* consumed) override {
     const PciFunction& function = FunctionOf(consumed);
     return function.driver && function.controller.index() == kind_ && function.driverName == name_;
@@ -187,6 +191,44 @@ class ControllerDriver final : public BusDriver {
 
   std::size_t kind_;
   std::u16string name_;
+};
+
+// Base classes whose ROMs a BIOS runs: INT 13h, UNDI and INT 10h.
+bool IsThunkClass(std::uint32_t classCode) {
+  const std::uint32_t base = classCode >> 16;
+  return base == 0x01 || base == 0x02 || base == 0x03;
+}
+
+bool HasThunk(const PciFunction& function) {
+  return IsThunkClass(function.classCode) && HasLegacyImage(function.optionRom);
+}
+
+bool AnyThunk(const std::vector<PciFunction>& functions) {
+  return std::any_of(functions.begin(), functions.end(), [](const PciFunction& function) {
+    const auto* bridge = std::get_if<PciBridge>(&function.controller);
+    return HasThunk(function) || (bridge != nullptr && AnyThunk(bridge->functions));
+  });
+}
+
+class ThunkDriver final : public BusDriver {
+ public:
+  explicit ThunkDriver(Machine& machine)
+      : BusDriver(machine, {.name = u"Legacy Option ROM Driver",
+                            .consumed = ProtocolGuid<EFI_PCI_IO_PROTOCOL>,
+                            .version = kVersion,
+                            .needsChild = false,
+                            .mark = &kThunkDriverMarkGuid}) {}
+
+ private:
+  static constexpr UINT32 kVersion = 0x1;  // below every native driver's
+
+  [[nodiscard]] bool Serves(void* consumed) override { return HasThunk(FunctionOf(consumed)); }
+  [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath& path, Children& children) override {
+    std::visit([&](const auto& controller) { Populate(controller, Context(), path, children); },
+               FunctionOf(consumed).controller);
+    return EFI_SUCCESS;
+  }
+  [[nodiscard]] std::u16string NameOf(void* consumed) const override { return FunctionOf(consumed).controllerName; }
 };
 
 void CollectKinds(const std::vector<PciFunction>& functions, std::set<std::pair<std::size_t, std::u16string>>& kinds) {
@@ -210,6 +252,12 @@ std::vector<std::unique_ptr<BusDriver>> MakeControllerDrivers(Machine& machine, 
     drivers.push_back(std::make_unique<ControllerDriver>(machine, kind, name));
   }
   return drivers;
+}
+
+std::unique_ptr<BusDriver> MakeThunkDriver(Machine& machine, const DeviceTree& tree) {
+  const bool any = std::any_of(tree.rootBridges.begin(), tree.rootBridges.end(),
+                               [](const RootBridge& bridge) { return AnyThunk(bridge.functions); });
+  return any ? std::make_unique<ThunkDriver>(machine) : nullptr;
 }
 
 }  // namespace sim

@@ -13,4 +13,10 @@ namespace sim {
 // that component names tell what the description says.
 [[nodiscard]] std::vector<std::unique_ptr<BusDriver>> MakeControllerDrivers(Machine& machine, const DeviceTree& tree);
 
+// The driver that serves storage, network and display controllers through their legacy option ROMs; null when no
+// function of the tree has one. Its handle carries the thunk mark, and it is asked after all other drivers unless the
+// platform names it first. What it publishes is what the controller's own driver would: the BIOS calls behind it reach
+// the same devices.
+[[nodiscard]] std::unique_ptr<BusDriver> MakeThunkDriver(Machine& machine, const DeviceTree& tree);
+
 }  // namespace sim

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
+#include <span>
 
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/services/device_path_text.h"
@@ -51,21 +53,45 @@ std::string ReasonFor(const OptionReport& option, const AttemptReport* attempt) 
   return (option.attributes & LOAD_OPTION_ACTIVE) == 0 ? "not active" : "no attempt on record";
 }
 
-bool IsTriedLegacy(const OptionReport& option) {
-  return option.legacy && option.readable && (option.attributes & LOAD_OPTION_ACTIVE) != 0;
+bool IsReadableLegacy(const OptionReport& option) { return option.legacy && option.readable; }
+
+bool IsActiveLegacy(const OptionReport& option) {
+  return IsReadableLegacy(option) && (option.attributes & LOAD_OPTION_ACTIVE) != 0;
 }
 
-// Legacy options have paths that say little, so that failed legacy boots are told apart by their order alone: they are
-// as many as the options only when each one was tried once.
-std::vector<const AttemptReport*> LegacyAttempts(const BootReport& report, std::size_t options) {
-  std::vector<const AttemptReport*> failed;
-  for (const AttemptReport& attempt : report.attempts) {
-    if (attempt.legacy && !attempt.ended) {
-      failed.push_back(&attempt);
+// Which attempt each option had. Legacy options have paths that say little, so that failed legacy boots are told apart
+// by their order alone: when there are as many of them as legacy options, or as active ones (the driver tries all of
+// the order, a front end only the active ones).
+class AttemptFinder {
+ public:
+  AttemptFinder(std::span<const OptionReport> options, const BootReport& report) : report_(report) {
+    for (const AttemptReport& attempt : report.attempts) {
+      if (attempt.legacy && !attempt.ended) {
+        legacy_.push_back(&attempt);
+      }
+    }
+    for (const auto tried : {IsReadableLegacy, IsActiveLegacy}) {
+      if (static_cast<std::size_t>(std::ranges::count_if(options, tried)) == legacy_.size()) {
+        tried_ = tried;
+        return;
+      }
     }
   }
-  return failed.size() == options ? failed : std::vector<const AttemptReport*>(options);
-}
+
+  // Called for the options in their order.
+  const AttemptReport* Next(const OptionReport& option) {
+    if (!option.legacy) {
+      return AttemptOn(option, report_);
+    }
+    return tried_ != nullptr && tried_(option) ? legacy_[next_++] : nullptr;
+  }
+
+ private:
+  const BootReport& report_;
+  std::vector<const AttemptReport*> legacy_;
+  bool (*tried_)(const OptionReport&) = nullptr;
+  std::size_t next_ = 0;
+};
 
 }  // namespace
 
@@ -98,12 +124,10 @@ std::vector<PassedOver> OptionsPassedOver(const BootReport& report) {
   }
   const auto stops = [booted](const OptionReport& option) { return &option == booted || !option.inOrder; };
   const auto end = std::ranges::find_if(report.options, stops);
-  const auto legacy = std::count_if(report.options.begin(), end, IsTriedLegacy);
-  const auto legacyAttempts = LegacyAttempts(report, static_cast<std::size_t>(legacy));
-  auto nextLegacy = legacyAttempts.begin();
-  for (auto option = report.options.begin(); option != end; ++option) {
-    const AttemptReport* attempt = IsTriedLegacy(*option) ? *nextLegacy++ : AttemptOn(*option, report);
-    passed.push_back({option->number, ReasonFor(*option, attempt)});
+  const std::span before(report.options.begin(), end);
+  AttemptFinder attempts(before, report);
+  for (const OptionReport& option : before) {
+    passed.push_back({option.number, ReasonFor(option, attempts.Next(option))});
   }
   return passed;
 }

@@ -6,10 +6,12 @@
 #include <cstring>
 
 #include "platform/block_io.h"
+#include "platform/csm_policy.h"
 #include "platform/disk_info.h"
 #include "platform/load_file.h"
 #include "platform/pci_io.h"
 #include "platform/usb_io.h"
+#include "sim/bus/option_rom.h"
 #include "sim/firmware/services/device_path_text.h"
 
 namespace sim {
@@ -94,6 +96,25 @@ bool LastNodeIs(const EFI_DEVICE_PATH_PROTOCOL* path, std::uint8_t type, std::ui
   return last != nullptr && last[0] == type && last[1] == subType;
 }
 
+// The platform's say over option ROMs, whichever of the two hooks it publishes; members null when it has none.
+struct OptionRomPolicy {
+  CSM_POLICY_HOOK_B* checks = nullptr;
+  EFI_STATUS(EFIAPI* hook)(CSM_OPTION_ROM_CONTEXT* context) = nullptr;
+};
+
+OptionRomPolicy FindOptionRomPolicy(Machine& machine) {
+  OptionRomPolicy policy;
+  void* found = nullptr;
+  if (!EFI_ERROR(machine.Handles().LocateProtocol(&ProtocolGuid<CSM_POLICY_HOOK_A>, nullptr, &found))) {
+    policy.hook = static_cast<CSM_POLICY_HOOK_A*>(found)->OptionRomHook;
+  }
+  if (!EFI_ERROR(machine.Handles().LocateProtocol(&ProtocolGuid<CSM_POLICY_HOOK_B>, nullptr, &found))) {
+    policy.checks = static_cast<CSM_POLICY_HOOK_B*>(found);
+    policy.hook = policy.checks->OptionRomHook;
+  }
+  return policy;
+}
+
 void SetString(UINT16& segment, UINT16& offset, std::uint32_t pointer) {
   segment = static_cast<UINT16>(pointer >> 16);
   offset = static_cast<UINT16>(pointer & 0xFFFF);
@@ -140,6 +161,7 @@ struct CsmCalls {
     Csm& csm = Bios(self);
     csm.machine_.Counts().Add("csm.ShadowAllLegacyOproms");
     ++csm.shadowCalls_;
+    csm.RunOptionRoms();
     csm.AddDeviceEntries(false);
     return EFI_SUCCESS;
   }
@@ -387,6 +409,33 @@ void Csm::AddDeviceEntries(bool usb) {
     if (!usb && Locate(machine_, handle).classCode == 2 && !HasHandle(handle)) {
       AddDevice(handle, BBS_TYPE_BEV, "PXE network boot");
     }
+  }
+}
+
+// The platform is asked before each ROM runs, and told when all have run. The ROMs' own code is not run here.
+void Csm::RunOptionRoms() {
+  const OptionRomPolicy policy = FindOptionRomPolicy(machine_);
+  const AcrossCalls handles(machine_.Held(), machine_.Handles().With(ProtocolGuid<EFI_PCI_IO_PROTOCOL>));
+  bool any = false;
+  for (const EFI_HANDLE handle : *handles) {
+    auto* pci = machine_.Handles().Get<EFI_PCI_IO_PROTOCOL>(handle);
+    const bool legacy = pci != nullptr && HasLegacyImage({static_cast<const std::byte*>(pci->RomImage), pci->RomSize});
+    if (!legacy || optionRomsRun_.contains(handle)) {
+      continue;
+    }
+    if (policy.checks != nullptr && EFI_ERROR(policy.checks->CheckPci(policy.checks, handle))) {
+      continue;
+    }
+    CSM_OPTION_ROM_CONTEXT context{pci, 1};
+    if (policy.hook != nullptr) {
+      static_cast<void>(policy.hook(&context));
+    }
+    machine_.Counts().Add("csm.option_roms");
+    optionRomsRun_.insert(handle);
+    any = true;
+  }
+  if (any && policy.hook != nullptr) {
+    static_cast<void>(policy.hook(nullptr));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,8 @@ class Csm {
   // Entries up to and with the last one in use.
   std::uint16_t Count() const;
   unsigned ShadowCalls() const { return shadowCalls_; }
+  // Functions whose legacy option ROM has been run, each once a boot.
+  std::size_t OptionRomsRun() const { return optionRomsRun_.size(); }
 
   // A call of LegacyBoot.
   struct Attempt {
@@ -58,6 +61,7 @@ class Csm {
   std::size_t FreeIndex(std::size_t from) const;
   bool HasHandle(EFI_HANDLE handle) const;
   void AddDevice(EFI_HANDLE handle, std::uint16_t type, const std::string& text);
+  void RunOptionRoms();
   EFI_STATUS Boot(const BBS_BBS_DEVICE_PATH* path);
 
   Machine& machine_;
@@ -66,6 +70,7 @@ class Csm {
   HDD_INFO* hddInfo_;
   std::vector<Attempt> attempts_;
   unsigned shadowCalls_ = 0;
+  std::set<EFI_HANDLE> optionRomsRun_;
   std::map<std::string, std::uint32_t> strings_;
   std::unique_ptr<Interfaces> interfaces_;
 };

@@ -92,7 +92,7 @@ struct SimDriverCalls {
   }
 };
 
-SimDriver::SimDriver(Machine& machine, std::u16string name, UINT32 version)
+SimDriver::SimDriver(Machine& machine, std::u16string name, UINT32 version, const EFI_GUID* mark)
     : machine_(machine), name_(std::move(name)), tables_(std::make_unique<Tables>()) {
   static char english2[] = "en-US";
   static char english1[] = "eng";
@@ -103,6 +103,9 @@ SimDriver::SimDriver(Machine& machine, std::u16string name, UINT32 version)
   // The handle exists before the binding's installation is notified, so that listeners see it whole.
   static_cast<void>(machine_.Install(handle_, &tables_->name2.protocol));
   static_cast<void>(machine_.Install(handle_, &tables_->name.protocol));
+  if (mark != nullptr) {
+    static_cast<void>(machine_.Handles().Install(&handle_, mark, nullptr));
+  }
   tables_->binding.protocol.DriverBindingHandle = handle_;
   tables_->binding.protocol.ImageHandle = handle_;
   static_cast<void>(machine_.Install(handle_, &tables_->binding.protocol));

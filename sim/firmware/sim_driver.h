@@ -16,8 +16,8 @@ namespace sim {
 
 class SimDriver {
  public:
-  // Higher versions are asked first (UEFI 2.10, 11.1).
-  SimDriver(Machine& machine, std::u16string name, UINT32 version = 0x10);
+  // Higher versions are asked first (UEFI 2.10, 11.1). The mark, a null interface, tells what kind of driver it is.
+  SimDriver(Machine& machine, std::u16string name, UINT32 version = 0x10, const EFI_GUID* mark = nullptr);
   virtual ~SimDriver();
   SimDriver(const SimDriver&) = delete;
   SimDriver& operator=(const SimDriver&) = delete;

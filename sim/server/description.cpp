@@ -138,7 +138,7 @@ FirmwareDescription ReadFirmware(TableReader& root, const std::filesystem::path&
   return firmware;
 }
 
-std::vector<HealthDescription> ReadHealth(TableReader& root) {
+std::vector<HealthDescription> ReadHealth(TableReader& root, const DeviceTree& devices) {
   std::vector<HealthDescription> drivers;
   for (TableReader& element : root.Tables("driver_health")) {
     HealthDescription health;
@@ -151,6 +151,9 @@ std::vector<HealthDescription> ReadHealth(TableReader& root) {
     }
     if (health.statuses.empty()) {
       element.Fail("statuses", "a list of health states from 0 (healthy) to 5 (reboot required)");
+    }
+    if (health.rootBridge >= devices.rootBridges.size()) {
+      element.Fail("root_bridge", "the place of a described root bridge, from 0");
     }
     health.message = element.Text("message");
     element.Finish();
@@ -190,7 +193,7 @@ ServerDescription ReadServer(TableReader& root, const std::filesystem::path& fol
   server.csm = ReadCsm(root);
   server.firmware = ReadFirmware(root, folder);
   server.nvram = ReadNvram(root, folder);
-  server.health = ReadHealth(root);
+  server.health = ReadHealth(root, server.devices);
   ReadManagement(root, server);
   ReadBmc(root, server);
   if (auto table = root.Table("front_end")) {

@@ -42,9 +42,9 @@ struct NvramDescription {
   std::filesystem::path initial;                   // efivarfs-style folder that a state without variables starts from
 };
 
-// One driver of the description's own: answers scripted health, or is a legacy thunk.
+// A driver that answers scripted health for one PCI function.
 struct HealthDescription {
-  std::size_t rootBridge = 0;
+  std::size_t rootBridge = 0;  // its place among the described ones
   std::uint8_t bus = 0;
   std::uint8_t device = 0;
   std::uint8_t function = 0;

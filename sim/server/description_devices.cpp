@@ -3,6 +3,8 @@
 
 #include <array>
 
+#include "sim/bus/option_rom.h"
+#include "sim/bus/utf_text.h"
 #include "sim/server/description.h"
 #include "sim/storage/disk_image.h"
 
@@ -217,8 +219,6 @@ Controller DeviceReader::ReadController(std::size_t kind, TableReader& table) co
   }
 }
 
-std::u16string Wide(const std::string& text) { return {text.begin(), text.end()}; }
-
 PciFunction DeviceReader::Function(TableReader& table) const {
   const std::size_t kind = table.RequiredWord("kind", KindNames());
   PciFunction function;
@@ -233,8 +233,11 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   function.classCode = static_cast<std::uint32_t>(table.Integer("class_code", kKinds[kind].classCode, 0, 0xFFFFFF));
   function.embedded = table.Boolean("embedded", false);
   function.driver = table.Boolean("driver", true);
-  function.driverName = Wide(table.Text("driver_name"));
-  function.controllerName = Wide(table.Text("controller_name"));
+  if (table.Boolean("legacy_rom", false)) {
+    function.optionRom = LegacyOptionRom(function.vendorId, function.deviceId, function.classCode);
+  }
+  function.driverName = Utf16OfText(table.Text("driver_name"));
+  function.controllerName = Utf16OfText(table.Text("controller_name"));
   function.controller = ReadController(kind, table);
   table.Finish();
   return function;

@@ -59,6 +59,7 @@ MachineParts::MachineParts(Machine& machine, const ServerDescription& server, Va
     EFI_HANDLE handle = nullptr;
     static_cast<void>(machine_.Install(handle, hii_.Database()));
     static_cast<void>(machine_.Install(handle, hii_.Strings()));
+    formBrowser_ = std::make_unique<FormBrowser>(machine_, hii_);
   }
   static_cast<void>(statusCodes_.Install(machine_.BootServices()));
   static_cast<void>(s3_.Install(machine_.BootServices()));
@@ -112,8 +113,18 @@ void MachineParts::InstallFirmwareVolume(const FirmwareDescription& firmware) {
   static_cast<void>(machine_.Install(handle, volume_.Protocol()));
 }
 
+void MachineParts::InstallHealth(const ServerDescription& server) {
+  const auto& bridges = machine_.Get<DeviceSet>()->RootBridgeHandles();
+  for (const HealthDescription& health : server.health) {
+    const auto* path = machine_.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(bridges.at(health.rootBridge));
+    healthDrivers_.push_back(std::make_unique<ScriptedHealth>(machine_, health, DevicePath::Copy(path),
+                                                              server.firmware.hiiStrings ? &hii_ : nullptr));
+  }
+}
+
 void MachineParts::InstallPlatform(const ServerDescription& server, Bmc& bmc) {
   machine_.Attach<DeviceSet>(server.devices);
+  InstallHealth(server);
   if (server.csm.present) {
     machine_.Attach<Csm>(server.csm);
   }

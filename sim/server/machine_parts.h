@@ -20,6 +20,7 @@
 #include "sim/firmware/variables/runtime_services.h"
 #include "sim/server/description.h"
 #include "sim/server/front_end.h"
+#include "sim/server/scripted_health.h"
 
 namespace sim {
 
@@ -37,6 +38,7 @@ class MachineParts {
   void InstallConsole();
   void InstallMemory(const FirmwareDescription& firmware);
   void InstallFirmwareVolume(const FirmwareDescription& firmware);
+  void InstallHealth(const ServerDescription& server);
   void InstallPlatform(const ServerDescription& server, Bmc& bmc);
 
   Machine& machine_;
@@ -44,6 +46,8 @@ class MachineParts {
   ImageService images_;
   ConsoleModel console_;
   HiiDatabase hii_;
+  std::unique_ptr<FormBrowser> formBrowser_;
+  std::vector<std::unique_ptr<ScriptedHealth>> healthDrivers_;
   TextServices text_;
   HobList hobs_;
   DxeServicesModel dxe_;

@@ -108,6 +108,18 @@ TEST_F(OptionName, ALegacyOptionShowsItsDescriptionWithoutTrailingBlanks) {
   EXPECT_EQ(NameOf(option), u"Unknown Device") << "blanks are no name";
 }
 
+TEST_F(OptionName, ADescriptionIsCutByTheRoomOnly) {
+  BBS_TABLE entry{};
+  entry.DescStringSegment = 0xE000;
+  BOOT_OPTION& option = AddOption();
+  option.BbsEntry = &entry;
+  for (const UINTN length : {UINTN{300}, kNameCapacity - 1, kNameCapacity, UINTN{3000}}) {
+    Fw.WriteLegacy(0xE0000, std::string(length, 'd') + '\0');
+    const UINTN shown = length < kNameCapacity ? length : kNameCapacity - 1;
+    EXPECT_EQ(NameOf(option), std::u16string(shown, u'd')) << length;
+  }
+}
+
 TEST_F(OptionName, TheControllersNameComesBeforeTheDescription) {
   BBS_TABLE entry{};
   entry.DescStringSegment = 0xE000;

@@ -80,6 +80,8 @@ TEST(DescriptionErrors, NumbersOutOfRangeNameTheRange) {
       {"[[driver_health]]\ndevice = 1\nstatuses = [6]\n", "rack.toml:3: driver_health[0].statuses: expected ",
        "from 0 to 5"},
       {"[[driver_health]]\ndevice = 1\nstatuses = []\n", "rack.toml:3: driver_health[0].statuses: expected ", "a list"},
+      {"[[root_bridge]]\n[[driver_health]]\ndevice = 1\nroot_bridge = 1\nstatuses = [0]\n",
+       "rack.toml:4: driver_health[0].root_bridge: expected ", "a described root bridge"},
   };
   Check(cases);
 }

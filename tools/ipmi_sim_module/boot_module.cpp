@@ -5,7 +5,9 @@
 // its clock is the computer's.
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <span>
+#include <vector>
 
 // They are C and do not say so to C++.
 extern "C" {
@@ -55,21 +57,57 @@ class BootOptions {
   sim::IpmiModel model_{state_, clock_, {}};
 };
 
-// The simulator ends without telling its modules, so this lives as long as the process.
+// An answer longer than the simulator's own buffer, which holds 36 bytes where a block of the boot order table
+// takes 38. The answer is put in at the last moment, when the simulator hands a cut one to the channel that the request
+// came by.
+class LongAnswer {
+ public:
+  void Keep(channel_t& channel, const sim::IpmiReply& reply) {
+    bytes_ = reply.data;
+    bytes_.insert(bytes_.begin(), reply.completion);
+    if (channel.return_rsp != &PutIn) {
+      channels_[&channel] = channel.return_rsp;
+      channel.return_rsp = &PutIn;
+    }
+  }
+  void Forget() { bytes_.clear(); }
+
+ private:
+  static void PutIn(channel_t* channel, msg_t* message, rsp_msg_t* answer) noexcept;
+
+  std::vector<std::uint8_t> bytes_;  // empty: none
+  std::map<channel_t*, decltype(channel_t::return_rsp)> channels_;
+};
+
+// The simulator ends without telling its modules, so these live as long as the process.
 BootOptions* bootOptions = nullptr;
+LongAnswer* longAnswer = nullptr;
+
+void LongAnswer::PutIn(channel_t* channel, msg_t* message, rsp_msg_t* answer) noexcept {
+  rsp_msg_t whole = *answer;
+  if (!longAnswer->bytes_.empty()) {
+    whole.data = longAnswer->bytes_.data();
+    whole.data_len = static_cast<unsigned short>(longAnswer->bytes_.size());
+  }
+  longAnswer->channels_[channel](channel, message, &whole);
+  longAnswer->Forget();
+}
 
 // On entry *size is the room in answer; an answer is its completion code and what follows it.
 void Handle(lmc_data_t* /*mc*/, msg_t* message, unsigned char* answer, unsigned int* size, void* /*context*/) noexcept {
   const sim::IpmiReply reply = bootOptions->Answer(message->netfn, message->cmd, {message->data, message->len});
   const std::size_t room = *size;
-  if (room <= reply.data.size()) {
-    answer[0] = kCannotReturnAll;
-    *size = 1;
-    return;
-  }
+  longAnswer->Forget();
   answer[0] = reply.completion;
-  std::copy(reply.data.begin(), reply.data.end(), answer + 1);
-  *size = static_cast<unsigned int>(reply.data.size() + 1);
+  *size = 1;
+  if (reply.data.size() < room) {
+    std::copy(reply.data.begin(), reply.data.end(), answer + 1);
+    *size = static_cast<unsigned int>(reply.data.size() + 1);
+  } else if (message->orig_channel != nullptr) {
+    longAnswer->Keep(*message->orig_channel, reply);
+  } else {
+    answer[0] = kCannotReturnAll;
+  }
 }
 
 }  // namespace
@@ -84,6 +122,7 @@ __attribute__((visibility("default"))) int ipmi_sim_module_print_version(sys_dat
 
 __attribute__((visibility("default"))) int ipmi_sim_module_init(sys_data_t* sys, const char* /*options*/) {
   bootOptions = new BootOptions(*sys);
+  longAnswer = new LongAnswer;
   for (const auto& [netFn, command] : kCommands) {
     if (const int failure = ipmi_emu_register_cmd_handler(netFn, command, &Handle, nullptr); failure != 0) {
       return failure;
