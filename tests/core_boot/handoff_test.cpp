@@ -1,0 +1,112 @@
+// The handoff: what is logged, what is published, and the call into the front end.
+#include <gmock/gmock.h>
+
+#include "core/steps.h"
+#include "platform/setup_front_end.h"
+#include "sim/firmware/services/text_services.h"
+#include "tests/support/driver_fixture.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr EFI_GUID kOtherVendor{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+
+// The front end's members have no This argument, so that its calls are counted for the whole program.
+struct FrontEnd {
+  SETUP_FRONT_END_PROTOCOL Protocol{};
+  static inline int Runs;
+
+  FrontEnd() { Runs = 0; }
+  static EFI_STATUS EFIAPI Run() {
+    ++Runs;
+    return EFI_ABORTED;
+  }
+};
+
+class HandoffTest : public test::DriverTest {
+ protected:
+  void SetUp() override { ASSERT_EQ(text.Install(), EFI_SUCCESS); }
+  test::Data Option(const char16_t* name) {
+    return test::LoadOption(LOAD_OPTION_ACTIVE, name, sim::DevicePath().Acpi(0x0A0341D0).File(u"\\x.efi"));
+  }
+  sim::TextServices text{machine.BootServices()};
+};
+
+TEST_F(HandoffTest, WithoutAnythingItReportsAndPublishes) {
+  EXPECT_EQ(bds::HandoffToKui(), EFI_NOT_FOUND);
+  EXPECT_EQ(Log(), "ReportBbsDevices:Failed locating LegacyBios:EFI_NOT_FOUND\nerror, no boot order!\n");
+  ExpectVariable(u"BootOptionSupport", 6, test::DataOf(UINT32{0x313}));
+  ExpectVariable(u"OsIndicationsSupported", 6, test::DataOf(UINT64{3}));
+}
+
+TEST_F(HandoffTest, TheFrontEndIsCalledOnceAndItsStatusReturned) {
+  FrontEnd frontEnd;
+  frontEnd.Protocol.Run = FrontEnd::Run;
+  Install(&frontEnd.Protocol);
+  EXPECT_EQ(bds::HandoffToKui(), EFI_ABORTED);
+  EXPECT_EQ(FrontEnd::Runs, 1);
+}
+
+TEST_F(HandoffTest, OptionsOfTheOrderAreDumpedOrMissed) {
+  const test::Data option = Option(u"first");
+  Set(u"Boot0001", option);
+  Set(u"BootOrder", test::Numbers({1, 0xAB}));
+  static_cast<void>(bds::HandoffToKui());
+  EXPECT_THAT(Log(), HasSubstr("Boot order:\n"));
+  char size[64];
+  std::snprintf(size, sizeof(size), "Option size returned is 0x%zx\nOption size is 0x%zx\n", option.size(),
+                option.size());
+  EXPECT_THAT(Log(), HasSubstr(std::string("Boot option Boot0001\n:") + size));
+  EXPECT_THAT(Log(), HasSubstr("Boot option Boot00AB\n:Option size returned is 0x0\n"
+                               "DumpNvramOptions:Cannot read Boot option 171\n"));
+  EXPECT_THAT(Log(), HasSubstr("Option is active\n"));
+  EXPECT_THAT(Log(), Not(HasSubstr("is not in the boot order")));
+}
+
+TEST_F(HandoffTest, OptionsOutsideTheOrderAreReported) {
+  Set(u"BootOrder", test::Numbers({1}));
+  Set(u"Boot0001", Option(u"in order"));
+  Set(u"Boot0002", Option(u"forgotten"));
+  Set(u"BOOT00fE", Option(u"odd case"));
+  Set(u"boot0001", Option(u"same number"));
+  const struct {
+    const char16_t* Name;
+    EFI_GUID Vendor;
+  } others[] = {{u"Boot000G", gEfiGlobalVariableGuid},
+                {u"Boot00001", gEfiGlobalVariableGuid},
+                {u"Boot001", gEfiGlobalVariableGuid},
+                {u"BootNext", gEfiGlobalVariableGuid},
+                {u"AVariableWithANameOfMoreThanFortyCharacters", kOtherVendor},
+                {u"Driver01", kOtherVendor}};
+  for (const auto& row : others) {
+    Set(row.Name, test::DataOf({1, 2}), 7, row.Vendor);
+  }
+  static_cast<void>(bds::HandoffToKui());
+  std::size_t reports = 0;
+  for (std::size_t at = 0; (at = Log().find("is not in the boot order", at)) != std::string::npos; ++at) {
+    ++reports;
+  }
+  EXPECT_EQ(reports, 2U) << Log();
+  EXPECT_THAT(Log(), HasSubstr("!!!!!!!Boot0002 is not in the boot order!!!!!!!\n"));
+  EXPECT_THAT(Log(), HasSubstr("!!!!!!!BOOT00fE is not in the boot order!!!!!!!\n"));
+}
+
+TEST_F(HandoffTest, AFirmwareWithoutAnEndOfNamesDoesNotHoldTheBoot) {
+  Set(u"BootOrder", test::Numbers({1}));
+  machine.Faults().FailCall("GetNextVariableName", 1, EFI_SUCCESS, 10'000'000);
+  static_cast<void>(bds::HandoffToKui());
+  EXPECT_EQ(machine.Counts().Of("GetNextVariableName"), 65536U);
+}
+
+TEST_F(HandoffTest, NothingIsLeftInThePool) {
+  Set(u"BootOrder", test::Numbers({1}));
+  Set(u"Boot0001", Option(u"one"));
+  Set(u"Boot0002", Option(u"two"));
+  const std::size_t blocks = machine.Pool().Count();
+  static_cast<void>(bds::HandoffToKui());
+  EXPECT_EQ(machine.Pool().Count(), blocks);
+}
+
+}  // namespace
