@@ -34,7 +34,7 @@ struct FakeCsm {
   std::vector<UINT16> Priorities() const {
     std::vector<UINT16> priorities;
     for (UINT16 i = 0; i < Count; ++i) {
-      priorities.push_back(Table[i].BootPriority);
+      priorities.push_back(UINT16{Table[i].BootPriority});  // a copy: entries are packed
     }
     return priorities;
   }
