@@ -121,10 +121,12 @@ EFI_STATUS FrontEnd::BootOption(std::uint16_t number) {
   EFI_HANDLE image = nullptr;
   DevicePath path = option->paths.front();
   EFI_BOOT_SERVICES* services = machine_.BootServices();
-  EFI_STATUS status = services->LoadImage(TRUE, nullptr, path.Get(), nullptr, 0, &image);
+  // The front end runs on behalf of the image that called it.
+  const EFI_HANDLE parent = machine_.CurrentOwner();
+  EFI_STATUS status = services->LoadImage(TRUE, parent, path.Get(), nullptr, 0, &image);
   if (EFI_ERROR(status)) {
     path.File(u"\\EFI\\BOOT\\BOOTX64.EFI");
-    status = services->LoadImage(TRUE, nullptr, path.Get(), nullptr, 0, &image);
+    status = services->LoadImage(TRUE, parent, path.Get(), nullptr, 0, &image);
   }
   if (EFI_ERROR(status)) {
     return status;

@@ -1,0 +1,108 @@
+// The order that somebody set is the order that is tried, under the linked driver and under the image alike.
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/setup_variable.h"
+#include "tests/whole_boots/server_builder.h"
+
+namespace sim::test {
+namespace {
+
+// The number of the first option whose path holds the text.
+std::uint16_t NumberOf(const BootReport& report, std::string_view part) {
+  for (const OptionReport& option : report.options) {
+    if (option.path.find(part) != std::string::npos) {
+      return option.number;
+    }
+  }
+  ADD_FAILURE() << "no option for " << part;
+  return 0xFFFF;
+}
+
+std::vector<std::uint16_t> Front(std::vector<std::uint16_t> order, std::uint16_t number) {
+  std::stable_partition(order.begin(), order.end(), [number](std::uint16_t one) { return one == number; });
+  return order;
+}
+
+std::string Told(const BootReport& report) {
+  std::string text;
+  for (const AttemptReport& attempt : report.attempts) {
+    text += fmt::format("{}: {:X} {}\n", attempt.what, attempt.status, attempt.reason);
+  }
+  return text;
+}
+
+TEST(Order, ASetOrderIsFollowedOnTheNextBoot) {
+  Server server(RackServer(2), {});
+  const BootReport first = server.Boot({});
+  std::vector<std::uint16_t> order(first.bootOrder.rbegin(), first.bootOrder.rend());
+  SetBootOrder(server.Variables(), order);
+  const BootReport second = server.Boot({});
+  EXPECT_EQ(second.bootOrder, order);
+  EXPECT_EQ(server.Boot({}).bootOrder, order);
+}
+
+TEST(Order, AUefiDiskWithoutALoaderPathBootsTheDefaultLoader) {
+  Server server(RackServer(0, false), {});
+  const BootReport first = server.Boot({});
+  SetBootOrder(server.Variables(), Front(first.bootOrder, NumberOf(first, "USB(")));
+  const BootReport report = server.Boot({});
+  ASSERT_EQ(report.outcome.end, BootEnd::HandedOver) << report.outcome.text;
+  ASSERT_FALSE(report.attempts.empty());
+  EXPECT_NE(report.attempts.back().what.find("\\EFI\\BOOT\\BOOTX64.EFI"), std::string::npos) << Told(report);
+}
+
+TEST(Order, ALoaderThatAnswersLeadsToTheNextOption) {
+  Server server(RackServer(2, false), {});
+  BootRequest request;
+  request.loader.action = LoaderAction::Answer;
+  request.loader.status = EFI_ABORTED;
+  ServerDescription& description = server.Description();
+  description.firmware.shellPresent = false;
+  const BootReport report = server.Boot(request);
+  EXPECT_FALSE(report.Started());
+  EXPECT_EQ(report.outcome.end, BootEnd::Returned) << report.outcome.text;
+  const auto tried = std::count_if(report.attempts.begin(), report.attempts.end(),
+                                   [](const AttemptReport& one) { return one.loaded && one.status == EFI_ABORTED; });
+  EXPECT_GE(tried, 1);
+  EXPECT_NE(report.log.find("BdsEntry:Out of BdsEntry, this should never happen\n"), std::string::npos);
+}
+
+TEST(Order, BootNextIsTakenOnceByAFrontEndThatBoots) {
+  ServerDescription description = RackServer(1, false);
+  description.frontEnd = FrontEndKind::Boots;
+  Server server(std::move(description), {});
+  const BootReport first = server.Boot({});
+  const std::uint16_t usb = NumberOf(first, "USB(");
+  ASSERT_EQ(server.Variables().Set(u"BootNext", gEfiGlobalVariableGuid, kKept, std::as_bytes(std::span(&usb, 1))),
+            EFI_SUCCESS);
+  const BootReport next = server.Boot({});
+  EXPECT_EQ(next.bootCurrent, usb) << Told(next);
+  EXPECT_EQ(server.Variables().Find(u"BootNext", gEfiGlobalVariableGuid), nullptr);
+  EXPECT_EQ(server.Boot({}).bootCurrent, first.bootCurrent);
+}
+
+TEST(Image, BootsAsTheLinkedDriverDoes) {
+  const char* given = std::getenv("BDS_IMAGE");
+  const std::filesystem::path image = given != nullptr ? given : "build/efi/bds.efi";
+  if (!std::filesystem::exists(image)) {
+    GTEST_SKIP() << image << " is not built";
+  }
+  ServerDescription description = RackServer(3);
+  (*description.nvram.setup)[kSetupUefiMode] = 0;  // no copies on the BMC: waiting costs the image many port traps
+  Server linked(description, {});
+  Server loaded(description, {.state = {}, .image = image});
+  for (int boot = 0; boot < 2; ++boot) {
+    const BootReport one = linked.Boot({});
+    const BootReport two = loaded.Boot({});
+    EXPECT_EQ(two.bootOrder, one.bootOrder);
+    EXPECT_EQ(two.outcome.end, one.outcome.end) << two.outcome.text;
+    EXPECT_EQ(two.bootCurrent, one.bootCurrent);
+    EXPECT_TRUE(NonVolatile(loaded.Variables()) == NonVolatile(linked.Variables())) << "boot " << boot;
+    EXPECT_EQ(WithoutAddresses(two.log), WithoutAddresses(one.log));
+    ExpectClean(two, "image");
+  }
+}
+
+}  // namespace
+}  // namespace sim::test
