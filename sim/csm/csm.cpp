@@ -445,9 +445,11 @@ EFI_STATUS Csm::Boot(const BBS_BBS_DEVICE_PATH* path) {
   for (std::size_t i = 0; i < kEntries && index < 0; ++i) {
     index = table_[i].BootPriority == 0 ? static_cast<int>(i) : -1;
   }
-  Attempt attempt{index, index < 0 ? std::string("no entry of priority 0") : Describe(static_cast<std::size_t>(index)),
-                  index < 0 ? EFI_NOT_FOUND : bootStatus};
-  attempts_.push_back(attempt);
+  // Kept by this object at once: what lies on the stack is abandoned when the boot ends below.
+  attempts_.push_back({index,
+                       index < 0 ? std::string("no entry of priority 0") : Describe(static_cast<std::size_t>(index)),
+                       index < 0 ? EFI_NOT_FOUND : bootStatus});
+  const Attempt& attempt = attempts_.back();
   if (EFI_ERROR(attempt.status)) {
     return attempt.status;
   }
