@@ -121,7 +121,9 @@ std::vector<OptionReport> ReportOptions(const VariableStore& store, std::vector<
   const Variable* variable = store.Find(u"BootOrder", gEfiGlobalVariableGuid);
   if (variable != nullptr) {
     order.resize(variable->data.size() / 2);
-    std::memcpy(order.data(), variable->data.data(), order.size() * 2);
+    if (!order.empty()) {
+      std::memcpy(order.data(), variable->data.data(), order.size() * 2);
+    }
   }
   std::set<std::uint16_t> listed;
   for (const std::uint16_t number : order) {

@@ -31,7 +31,9 @@ std::vector<std::byte> ReadVariable(Machine& machine, const std::u16string& name
 
 std::vector<std::uint16_t> Numbers(const std::vector<std::byte>& data) {
   std::vector<std::uint16_t> numbers(data.size() / 2);
-  std::memcpy(numbers.data(), data.data(), numbers.size() * 2);
+  if (!numbers.empty()) {
+    std::memcpy(numbers.data(), data.data(), numbers.size() * 2);
+  }
   return numbers;
 }
 
@@ -93,49 +95,57 @@ std::optional<LoadOption> FrontEnd::ReadOption(std::uint16_t number) {
 // BootNext is consumed before it is tried (UEFI 2.10, 3.1.1); inactive options are skipped.
 EFI_STATUS FrontEnd::BootInOrder() {
   EFI_STATUS status = EFI_NOT_FOUND;
-  const auto next = Numbers(ReadVariable(machine_, u"BootNext"));
-  if (!next.empty()) {
+  order_ = Numbers(ReadVariable(machine_, u"BootNext"));
+  if (!order_.empty()) {
     static_cast<void>(machine_.RuntimeServices()->SetVariable(u"BootNext", &gEfiGlobalVariableGuid, 0, 0, nullptr));
-    status = BootOption(next.front());
+    status = BootOption(order_.front());
   }
-  for (const std::uint16_t number : BootOrder()) {
-    const auto option = ReadOption(number);
-    if (option && option->Active()) {
+  order_ = BootOrder();
+  for (const std::uint16_t number : order_) {
+    if (Keep(number) && option_.Active()) {
       status = BootOption(number);
     }
   }
   return status;
 }
 
-EFI_STATUS FrontEnd::BootOption(std::uint16_t number) {
-  const auto option = ReadOption(number);
+// What is used while something is booted is kept in this object: the stack is abandoned when the boot ends there.
+bool FrontEnd::Keep(std::uint16_t number) {
+  auto option = ReadOption(number);
   if (!option || option->paths.empty()) {
+    return false;
+  }
+  option_ = std::move(*option);
+  path_ = option_.paths.front();
+  return true;
+}
+
+EFI_STATUS FrontEnd::BootOption(std::uint16_t number) {
+  if (!Keep(number)) {
     return EFI_NOT_FOUND;
   }
   static_cast<void>(machine_.RuntimeServices()->SetVariable(u"BootCurrent", &gEfiGlobalVariableGuid, kVolatile,
                                                             sizeof(number), &number));
   machine_.Events().SignalGroup(gEfiEventReadyToBootGuid);
-  if (option->Legacy()) {
-    return BootLegacy(*option);
+  if (option_.Legacy()) {
+    return BootLegacy(option_);
   }
   EFI_HANDLE image = nullptr;
-  DevicePath path = option->paths.front();
   EFI_BOOT_SERVICES* services = machine_.BootServices();
   // The front end runs on behalf of the image that called it.
   const EFI_HANDLE parent = machine_.CurrentOwner();
-  EFI_STATUS status = services->LoadImage(TRUE, parent, path.Get(), nullptr, 0, &image);
+  EFI_STATUS status = services->LoadImage(TRUE, parent, path_.Get(), nullptr, 0, &image);
   if (EFI_ERROR(status)) {
-    path.File(u"\\EFI\\BOOT\\BOOTX64.EFI");
-    status = services->LoadImage(TRUE, parent, path.Get(), nullptr, 0, &image);
+    path_.File(u"\\EFI\\BOOT\\BOOTX64.EFI");
+    status = services->LoadImage(TRUE, parent, path_.Get(), nullptr, 0, &image);
   }
   if (EFI_ERROR(status)) {
     return status;
   }
-  std::vector<std::byte> data = option->optionalData;
   auto* loaded = machine_.Handles().Get<EFI_LOADED_IMAGE_PROTOCOL>(image);
-  if (loaded != nullptr && !data.empty()) {
-    loaded->LoadOptions = data.data();
-    loaded->LoadOptionsSize = static_cast<UINT32>(data.size());
+  if (loaded != nullptr && !option_.optionalData.empty()) {
+    loaded->LoadOptions = option_.optionalData.data();
+    loaded->LoadOptionsSize = static_cast<UINT32>(option_.optionalData.size());
   }
   return services->StartImage(image, nullptr, nullptr);
 }
@@ -150,8 +160,7 @@ EFI_STATUS FrontEnd::BootLegacy(const LoadOption& option) {
     return EFI_NOT_FOUND;
   }
   bios = static_cast<EFI_LEGACY_BIOS_PROTOCOL*>(found);
-  DevicePath path = option.paths.front();
-  auto* node = reinterpret_cast<BBS_BBS_DEVICE_PATH*>(path.Get());
+  auto* node = reinterpret_cast<BBS_BBS_DEVICE_PATH*>(path_.Get());
   int chosen = -1;
   for (std::size_t i = 0; i < csm->Count(); ++i) {
     const BBS_TABLE& entry = csm->Entry(i);

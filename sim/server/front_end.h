@@ -33,6 +33,7 @@ class FrontEnd {
   EFI_STATUS Menu();
   EFI_STATUS BootOption(std::uint16_t number);
   EFI_STATUS BootLegacy(const LoadOption& option);
+  bool Keep(std::uint16_t number);
   std::optional<LoadOption> ReadOption(std::uint16_t number);
   std::vector<std::uint16_t> BootOrder();
   void Print(std::u16string_view text);
@@ -43,6 +44,9 @@ class FrontEnd {
   std::vector<std::u16string> messages_;
   bool leftQuietBoot_ = false;
   std::uint64_t runs_ = 0;
+  std::vector<std::uint16_t> order_;  // being booted, with the option and its path
+  LoadOption option_;
+  DevicePath path_;
 };
 
 }  // namespace sim
