@@ -50,7 +50,11 @@ void Count(benchmark::State& state, const BootReport& report) {
   }
   state.counters["service_calls"] = static_cast<double>(calls);
   state.counters["options"] = static_cast<double>(report.options.size());
-  state.counters["variable_writes"] = static_cast<double>(report.writes.size());
+  const auto changes = std::count_if(report.writes.begin(), report.writes.end(), [](const sim::VariableWrite& write) {
+    return write.kind != sim::VariableWrite::Kind::Unchanged && write.kind != sim::VariableWrite::Kind::Refused;
+  });
+  state.counters["variable_calls"] = static_cast<double>(report.writes.size());
+  state.counters["variables_changed"] = static_cast<double>(changes);
   state.counters["pool_peak"] = static_cast<double>(report.poolPeak);
   state.counters["virtual_ms"] = static_cast<double>(report.outcome.time / sim::kMillisecond);
 }

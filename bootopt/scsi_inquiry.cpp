@@ -47,6 +47,30 @@ PoolPtr<char> NameFromAnswer(const UINT8* answer) {
   return name;
 }
 
+// One INQUIRY and the name in its answer. The two protocols' packets differ in what they call the data they take in.
+template <typename Protocol, typename Target, typename Packet>
+PoolPtr<char> Inquire(Protocol* scsi, Target target, UINT64 lun, VOID* Packet::*inData, UINT32 Packet::*inLength) {
+  const AnswerBuffer answer(scsi->Mode->IoAlign);
+  if (answer.get() == nullptr) {
+    return nullptr;
+  }
+  alignas(16) UINT8 sense[kSenseSize] = {};
+  InquiryCommand command = {kInquiryCommand, 0, 0, 0, kAnswerSize, 0};
+  Packet packet{};
+  packet.Timeout = kTimeout;
+  packet.*inData = answer.get();
+  packet.*inLength = kAnswerSize;
+  packet.SenseData = sense;
+  packet.SenseDataLength = kSenseSize;
+  packet.Cdb = command;
+  packet.CdbLength = sizeof(command);
+  packet.DataDirection = kDataIn;
+  const EFI_STATUS status = scsi->PassThru(scsi, target, lun, &packet, nullptr);
+  const bool answered = !EFI_ERROR(status) && packet.HostAdapterStatus == 0 && packet.TargetStatus == 0 &&
+                        packet.*inLength >= kInquiryMinimumSize && packet.*inLength <= kAnswerSize;
+  return answered ? NameFromAnswer(answer.get()) : nullptr;
+}
+
 PoolPtr<char> InquireExtended(EFI_HANDLE handle) {
   const DevicePath* node = nullptr;
   auto* scsi = HandleProtocol<EFI_EXT_SCSI_PASS_THRU_PROTOCOL>(
@@ -60,25 +84,8 @@ PoolPtr<char> InquireExtended(EFI_HANDLE handle) {
   if (EFI_ERROR(scsi->GetTargetLun(scsi, const_cast<DevicePath*>(node), &targetBytes, &lun))) {
     return nullptr;
   }
-  const AnswerBuffer answer(scsi->Mode->IoAlign);
-  if (answer.get() == nullptr) {
-    return nullptr;
-  }
-  alignas(16) UINT8 sense[kSenseSize] = {};
-  InquiryCommand command = {kInquiryCommand, 0, 0, 0, kAnswerSize, 0};
-  EFI_EXT_SCSI_PASS_THRU_SCSI_REQUEST_PACKET packet{};
-  packet.Timeout = kTimeout;
-  packet.InDataBuffer = answer.get();
-  packet.InTransferLength = kAnswerSize;
-  packet.SenseData = sense;
-  packet.SenseDataLength = kSenseSize;
-  packet.Cdb = command;
-  packet.CdbLength = sizeof(command);
-  packet.DataDirection = kDataIn;
-  const EFI_STATUS status = scsi->PassThru(scsi, targetBytes, lun, &packet, nullptr);
-  const bool answered = !EFI_ERROR(status) && packet.HostAdapterStatus == 0 && packet.TargetStatus == 0 &&
-                        packet.InTransferLength >= kInquiryMinimumSize && packet.InTransferLength <= kAnswerSize;
-  return answered ? NameFromAnswer(answer.get()) : nullptr;
+  using Packet = EFI_EXT_SCSI_PASS_THRU_SCSI_REQUEST_PACKET;
+  return Inquire(scsi, targetBytes, lun, &Packet::InDataBuffer, &Packet::InTransferLength);
 }
 
 PoolPtr<char> InquireOlder(EFI_HANDLE handle) {
@@ -93,25 +100,8 @@ PoolPtr<char> InquireOlder(EFI_HANDLE handle) {
   if (EFI_ERROR(scsi->GetTargetLun(scsi, const_cast<DevicePath*>(node), &target, &lun))) {
     return nullptr;
   }
-  const AnswerBuffer answer(scsi->Mode->IoAlign);
-  if (answer.get() == nullptr) {
-    return nullptr;
-  }
-  alignas(16) UINT8 sense[kSenseSize] = {};
-  InquiryCommand command = {kInquiryCommand, 0, 0, 0, kAnswerSize, 0};
-  EFI_SCSI_PASS_THRU_SCSI_REQUEST_PACKET packet{};
-  packet.Timeout = kTimeout;
-  packet.DataBuffer = answer.get();
-  packet.TransferLength = kAnswerSize;
-  packet.SenseData = sense;
-  packet.SenseDataLength = kSenseSize;
-  packet.Cdb = command;
-  packet.CdbLength = sizeof(command);
-  packet.DataDirection = kDataIn;
-  const EFI_STATUS status = scsi->PassThru(scsi, target, lun, &packet, nullptr);
-  const bool answered = !EFI_ERROR(status) && packet.HostAdapterStatus == 0 && packet.TargetStatus == 0 &&
-                        packet.TransferLength >= kInquiryMinimumSize && packet.TransferLength <= kAnswerSize;
-  return answered ? NameFromAnswer(answer.get()) : nullptr;
+  using Packet = EFI_SCSI_PASS_THRU_SCSI_REQUEST_PACKET;
+  return Inquire(scsi, target, lun, &Packet::DataBuffer, &Packet::TransferLength);
 }
 
 }  // namespace

@@ -1,120 +1,16 @@
+// The protocols, the table with its strings, and the legacy boot.
 #include "sim/csm/csm.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 
-#include "platform/block_io.h"
-#include "platform/csm_policy.h"
-#include "platform/disk_info.h"
-#include "platform/load_file.h"
-#include "platform/pci_io.h"
-#include "platform/usb_io.h"
-#include "sim/bus/option_rom.h"
-#include "sim/firmware/services/device_path_text.h"
+#include "sim/csm/trimmed_text.h"
 
 namespace sim {
 namespace {
 
 constexpr std::uint16_t kEmpty = 0xFFFF;
-constexpr std::uint16_t kNotPrioritised = 0xFFFE;
-constexpr std::uint32_t kNoLocation = 0xFFFFFFFF;
-constexpr std::size_t kOnboardSlots = 16;  // one per on-board disk port, from index 1
-
-std::string Trimmed(std::string text) {
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) {
-    text.pop_back();
-  }
-  return text;
-}
-
-// Words 27 to 46 of the Identify data, each byte pair swapped (ATA/ATAPI-8, 7.16).
-std::string AtaModel(EFI_DISK_INFO_PROTOCOL* disk) {
-  std::array<UINT8, 512> identify{};
-  UINT32 size = identify.size();
-  if (disk == nullptr || EFI_ERROR(disk->Identify(disk, identify.data(), &size)) || size < 94) {
-    return {};
-  }
-  std::string model;
-  for (std::size_t i = 54; i < 94; i += 2) {
-    model.push_back(static_cast<char>(identify[i + 1]));
-    model.push_back(static_cast<char>(identify[i]));
-  }
-  return Trimmed(model);
-}
-
-struct Location {
-  std::uint32_t bus = kNoLocation;
-  std::uint32_t device = kNoLocation;
-  std::uint32_t function = kNoLocation;
-  std::uint8_t classCode = 0;
-  std::uint8_t subClass = 0;
-};
-
-Location Locate(Machine& machine, EFI_HANDLE handle) {
-  Location location;
-  auto* path = machine.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
-  EFI_HANDLE function = nullptr;
-  if (path == nullptr ||
-      EFI_ERROR(machine.Handles().LocateDevicePath(&ProtocolGuid<EFI_PCI_IO_PROTOCOL>, &path, &function))) {
-    return location;
-  }
-  auto* pci = machine.Handles().Get<EFI_PCI_IO_PROTOCOL>(function);
-  UINTN segment = 0;
-  UINTN bus = 0;
-  UINTN device = 0;
-  UINTN number = 0;
-  UINT8 classes[3] = {};
-  if (EFI_ERROR(pci->GetLocation(pci, &segment, &bus, &device, &number)) ||
-      EFI_ERROR(pci->Pci.Read(pci, EfiPciIoWidthUint8, 9, 3, classes))) {
-    return location;
-  }
-  return {static_cast<std::uint32_t>(bus), static_cast<std::uint32_t>(device), static_cast<std::uint32_t>(number),
-          classes[2], classes[1]};
-}
-
-bool BehindUsb(const EFI_DEVICE_PATH_PROTOCOL* path) {
-  const DevicePath copy = DevicePath::Copy(path);
-  for (std::size_t at = 0; at + 4 < copy.Size();) {
-    const auto* node = reinterpret_cast<const std::uint8_t*>(copy.Bytes().data() + at);
-    if (node[0] == MESSAGING_DEVICE_PATH && node[1] == MSG_USB_DP) {
-      return true;
-    }
-    at += node[2] | node[3] << 8;
-  }
-  return false;
-}
-
-bool LastNodeIs(const EFI_DEVICE_PATH_PROTOCOL* path, std::uint8_t type, std::uint8_t subType) {
-  const DevicePath copy = DevicePath::Copy(path);
-  const std::uint8_t* last = nullptr;
-  for (std::size_t at = 0; at + 4 < copy.Size();) {
-    last = reinterpret_cast<const std::uint8_t*>(copy.Bytes().data() + at);
-    at += last[2] | last[3] << 8;
-  }
-  return last != nullptr && last[0] == type && last[1] == subType;
-}
-
-// The platform's say over option ROMs, whichever of the two hooks it publishes; members null when it has none.
-struct OptionRomPolicy {
-  CSM_POLICY_HOOK_B* checks = nullptr;
-  EFI_STATUS(EFIAPI* hook)(CSM_OPTION_ROM_CONTEXT* context) = nullptr;
-};
-
-OptionRomPolicy FindOptionRomPolicy(Machine& machine) {
-  OptionRomPolicy policy;
-  void* found = nullptr;
-  if (!EFI_ERROR(machine.Handles().LocateProtocol(&ProtocolGuid<CSM_POLICY_HOOK_A>, nullptr, &found))) {
-    policy.hook = static_cast<CSM_POLICY_HOOK_A*>(found)->OptionRomHook;
-  }
-  if (!EFI_ERROR(machine.Handles().LocateProtocol(&ProtocolGuid<CSM_POLICY_HOOK_B>, nullptr, &found))) {
-    policy.checks = static_cast<CSM_POLICY_HOOK_B*>(found);
-    policy.hook = policy.checks->OptionRomHook;
-  }
-  return policy;
-}
-
 void SetString(UINT16& segment, UINT16& offset, std::uint32_t pointer) {
   segment = static_cast<UINT16>(pointer >> 16);
   offset = static_cast<UINT16>(pointer & 0xFFFF);
@@ -356,87 +252,6 @@ bool Csm::HasHandle(EFI_HANDLE handle) const {
   return std::any_of(table_, table_ + kEntries, [value](const BBS_TABLE& entry) {
     return entry.BootPriority != kEmpty && (std::uint64_t{entry.IBV2} << 32 | entry.IBV1) == value;
   });
-}
-
-void Csm::AddDevice(EFI_HANDLE handle, std::uint16_t type, const std::string& text) {
-  const Location location = Locate(machine_, handle);
-  const bool onBoard = location.classCode == 1 && (location.subClass == 1 || location.subClass == 6);
-  std::size_t index = onBoard ? FreeIndex(1) : FreeIndex(kFirstFreeIndex);
-  if (onBoard && index > kOnboardSlots) {
-    index = FreeIndex(kFirstFreeIndex);
-  }
-  if (index >= kEntries) {
-    return;
-  }
-  BbsEntryDescription entry;
-  entry.index = static_cast<std::uint8_t>(index);
-  entry.bootPriority = kNotPrioritised;
-  entry.bus = location.bus;
-  entry.device = location.device;
-  entry.function = location.function;
-  entry.classCode = location.classCode;
-  entry.subClass = location.subClass;
-  entry.deviceType = type;
-  entry.description = text;
-  AddDescribed(entry);
-  table_[index].IBV1 = static_cast<UINT32>(reinterpret_cast<std::uint64_t>(handle));
-  table_[index].IBV2 = static_cast<UINT32>(reinterpret_cast<std::uint64_t>(handle) >> 32);
-}
-
-void Csm::AddDeviceEntries(bool usb) {
-  if (!description_.entriesFromDevices) {
-    return;
-  }
-  for (const EFI_HANDLE handle : machine_.Handles().With(ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>)) {
-    const auto* path = machine_.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
-    const auto* block = machine_.Handles().Get<EFI_BLOCK_IO_PROTOCOL>(handle);
-    if (path == nullptr || block->Media->LogicalPartition || BehindUsb(path) != usb || HasHandle(handle)) {
-      continue;
-    }
-    if (LastNodeIs(path, MESSAGING_DEVICE_PATH, MSG_NVME_NAMESPACE_DP)) {
-      continue;  // no option ROM serves them
-    }
-    const std::uint16_t type = block->Media->BlockSize == 2048               ? BBS_TYPE_CDROM
-                               : LastNodeIs(path, ACPI_DEVICE_PATH, ACPI_DP) ? BBS_TYPE_FLOPPY
-                                                                             : BBS_TYPE_HARDDRIVE;
-    std::string text = AtaModel(machine_.Handles().Get<EFI_DISK_INFO_PROTOCOL>(handle));
-    if (text.empty()) {
-      text = usb ? "USB drive" : type == BBS_TYPE_FLOPPY ? "Floppy drive" : "SCSI drive";
-    }
-    AddDevice(handle, type, text);
-  }
-  for (const EFI_HANDLE handle : machine_.Handles().With(ProtocolGuid<EFI_PCI_IO_PROTOCOL>)) {
-    if (!usb && Locate(machine_, handle).classCode == 2 && !HasHandle(handle)) {
-      AddDevice(handle, BBS_TYPE_BEV, "PXE network boot");
-    }
-  }
-}
-
-// The platform is asked before each ROM runs, and told when all have run. The ROMs' own code is not run here.
-void Csm::RunOptionRoms() {
-  const OptionRomPolicy policy = FindOptionRomPolicy(machine_);
-  const AcrossCalls handles(machine_.Held(), machine_.Handles().With(ProtocolGuid<EFI_PCI_IO_PROTOCOL>));
-  bool any = false;
-  for (const EFI_HANDLE handle : *handles) {
-    auto* pci = machine_.Handles().Get<EFI_PCI_IO_PROTOCOL>(handle);
-    const bool legacy = pci != nullptr && HasLegacyImage({static_cast<const std::byte*>(pci->RomImage), pci->RomSize});
-    if (!legacy || optionRomsRun_.contains(handle)) {
-      continue;
-    }
-    if (policy.checks != nullptr && EFI_ERROR(policy.checks->CheckPci(policy.checks, handle))) {
-      continue;
-    }
-    CSM_OPTION_ROM_CONTEXT context{pci, 1};
-    if (policy.hook != nullptr) {
-      static_cast<void>(policy.hook(&context));
-    }
-    machine_.Counts().Add("csm.option_roms");
-    optionRomsRun_.insert(handle);
-    any = true;
-  }
-  if (any && policy.hook != nullptr) {
-    static_cast<void>(policy.hook(nullptr));
-  }
 }
 
 EFI_STATUS Csm::Boot(const BBS_BBS_DEVICE_PATH* path) {

@@ -1,0 +1,141 @@
+// BBS entries of the devices that are there: disks, drives and network functions.
+#include <algorithm>
+#include <array>
+
+#include "platform/block_io.h"
+#include "platform/disk_info.h"
+#include "platform/pci_io.h"
+#include "sim/csm/csm.h"
+#include "sim/csm/trimmed_text.h"
+
+namespace sim {
+namespace {
+
+constexpr std::uint32_t kNoLocation = 0xFFFFFFFF;
+constexpr std::size_t kOnboardSlots = 16;  // one per on-board disk port, from index 1
+
+// Words 27 to 46 of the Identify data, each byte pair swapped (ATA/ATAPI-8, 7.16).
+std::string AtaModel(EFI_DISK_INFO_PROTOCOL* disk) {
+  std::array<UINT8, 512> identify{};
+  UINT32 size = identify.size();
+  if (disk == nullptr || EFI_ERROR(disk->Identify(disk, identify.data(), &size)) || size < 94) {
+    return {};
+  }
+  std::string model;
+  for (std::size_t i = 54; i < 94; i += 2) {
+    model.push_back(static_cast<char>(identify[i + 1]));
+    model.push_back(static_cast<char>(identify[i]));
+  }
+  return Trimmed(model);
+}
+
+struct Location {
+  std::uint32_t bus = kNoLocation;
+  std::uint32_t device = kNoLocation;
+  std::uint32_t function = kNoLocation;
+  std::uint8_t classCode = 0;
+  std::uint8_t subClass = 0;
+};
+
+Location Locate(Machine& machine, EFI_HANDLE handle) {
+  Location location;
+  auto* path = machine.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
+  EFI_HANDLE function = nullptr;
+  if (path == nullptr ||
+      EFI_ERROR(machine.Handles().LocateDevicePath(&ProtocolGuid<EFI_PCI_IO_PROTOCOL>, &path, &function))) {
+    return location;
+  }
+  auto* pci = machine.Handles().Get<EFI_PCI_IO_PROTOCOL>(function);
+  UINTN segment = 0;
+  UINTN bus = 0;
+  UINTN device = 0;
+  UINTN number = 0;
+  UINT8 classes[3] = {};
+  if (EFI_ERROR(pci->GetLocation(pci, &segment, &bus, &device, &number)) ||
+      EFI_ERROR(pci->Pci.Read(pci, EfiPciIoWidthUint8, 9, 3, classes))) {
+    return location;
+  }
+  return {static_cast<std::uint32_t>(bus), static_cast<std::uint32_t>(device), static_cast<std::uint32_t>(number),
+          classes[2], classes[1]};
+}
+
+using NodeKind = std::pair<std::uint8_t, std::uint8_t>;  // type and subtype
+
+std::vector<NodeKind> NodeKinds(const EFI_DEVICE_PATH_PROTOCOL* path) {
+  const DevicePath copy = DevicePath::Copy(path);
+  std::vector<NodeKind> kinds;
+  for (std::size_t at = 0; at + sizeof(EFI_DEVICE_PATH_PROTOCOL) < copy.Size();) {
+    const auto* node = reinterpret_cast<const std::uint8_t*>(copy.Bytes().data() + at);
+    kinds.emplace_back(node[0], node[1]);
+    at += node[2] | node[3] << 8;
+  }
+  return kinds;
+}
+
+bool HasNode(const EFI_DEVICE_PATH_PROTOCOL* path, std::uint8_t messagingSubType) {
+  const auto kinds = NodeKinds(path);
+  return std::find(kinds.begin(), kinds.end(), NodeKind{MESSAGING_DEVICE_PATH, messagingSubType}) != kinds.end();
+}
+
+// A floppy drive is its controller's ACPI device itself.
+bool IsFloppyPath(const EFI_DEVICE_PATH_PROTOCOL* path) {
+  const auto kinds = NodeKinds(path);
+  return !kinds.empty() && kinds.back() == NodeKind{ACPI_DEVICE_PATH, ACPI_DP};
+}
+
+}  // namespace
+
+void Csm::AddDevice(EFI_HANDLE handle, std::uint16_t type, const std::string& text) {
+  const Location location = Locate(machine_, handle);
+  const bool onBoard = location.classCode == 1 && (location.subClass == 1 || location.subClass == 6);
+  std::size_t index = onBoard ? FreeIndex(1) : FreeIndex(kFirstFreeIndex);
+  if (onBoard && index > kOnboardSlots) {
+    index = FreeIndex(kFirstFreeIndex);
+  }
+  if (index >= kEntries) {
+    return;
+  }
+  BbsEntryDescription entry;
+  entry.index = static_cast<std::uint8_t>(index);
+  entry.bus = location.bus;
+  entry.device = location.device;
+  entry.function = location.function;
+  entry.classCode = location.classCode;
+  entry.subClass = location.subClass;
+  entry.deviceType = type;
+  entry.description = text;
+  AddDescribed(entry);
+  table_[index].IBV1 = static_cast<UINT32>(reinterpret_cast<std::uint64_t>(handle));
+  table_[index].IBV2 = static_cast<UINT32>(reinterpret_cast<std::uint64_t>(handle) >> 32);
+}
+
+void Csm::AddDeviceEntries(bool usb) {
+  if (!description_.entriesFromDevices) {
+    return;
+  }
+  for (const EFI_HANDLE handle : machine_.Handles().With(ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>)) {
+    const auto* path = machine_.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
+    const auto* block = machine_.Handles().Get<EFI_BLOCK_IO_PROTOCOL>(handle);
+    if (path == nullptr || block->Media->LogicalPartition || HasNode(path, MSG_USB_DP) != usb || HasHandle(handle)) {
+      continue;
+    }
+    if (HasNode(path, MSG_NVME_NAMESPACE_DP)) {
+      continue;  // no option ROM serves them
+    }
+    const std::uint16_t type = block->Media->BlockSize == 2048 ? BBS_TYPE_CDROM
+                               : IsFloppyPath(path)            ? BBS_TYPE_FLOPPY
+                                                               : BBS_TYPE_HARDDRIVE;
+    std::string text = AtaModel(machine_.Handles().Get<EFI_DISK_INFO_PROTOCOL>(handle));
+    if (text.empty()) {
+      text = usb ? "USB drive" : type == BBS_TYPE_FLOPPY ? "Floppy drive" : "SCSI drive";
+    }
+    AddDevice(handle, type, text);
+  }
+  for (const EFI_HANDLE handle : machine_.Handles().With(ProtocolGuid<EFI_PCI_IO_PROTOCOL>)) {
+    if (!usb && Locate(machine_, handle).classCode == 2 && !HasHandle(handle)) {
+      AddDevice(handle, BBS_TYPE_BEV, "PXE network boot");
+    }
+  }
+}
+
+}  // namespace sim
