@@ -102,6 +102,9 @@ class Server {
   // Changes what is plugged in; takes effect at the next boot.
   ServerDescription& Description() { return description_; }
   VariableStore& Variables() { return store_; }
+  const VariableStore& Variables() const { return store_; }
+  // What the BMC keeps between boots, as Bmc::FilesOf and Bmc::ParametersOf name it; may not exist yet.
+  const std::filesystem::path& BmcFolder() const { return bmcFolder_; }
 
   // Power on (or after a reset), until the boot ends. Throws StateError when the BMC's state is damaged.
   BootReport Boot(const BootRequest& request);
