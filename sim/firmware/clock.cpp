@@ -1,5 +1,6 @@
 #include "sim/firmware/clock.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sim {
@@ -49,6 +50,13 @@ std::uint32_t Clock::PmTimer() const {
          0xFFFFFF;
 }
 
+std::uint32_t Clock::ReadPmTimer() {
+  const Ticks readTime = timerReadTime_ == 0 ? kPortAccessTime : std::min(2 * timerReadTime_, kMaxTimerReadTime);
+  timerReadTime_ = readTime;
+  Advance(readTime - kPortAccessTime);  // what fires on the way may end the row
+  return PmTimer();
+}
+
 std::uint64_t Clock::ReadTimeStampCounter() {
   Advance(kCounterReadTime);
   return TimeStampCounter();
@@ -65,6 +73,7 @@ void Clock::SetStepLimit(std::uint64_t steps, std::function<void()> onLimit) {
 }
 
 void Clock::Step() {
+  EndTimerRow();
   if (stepsLeft_ == 0) {
     CallOnce(onStepLimit_);
     return;

@@ -17,6 +17,8 @@ inline constexpr Ticks kSecond = 1000 * kMillisecond;
 inline constexpr Ticks kPortAccessTime = kMicrosecond;
 inline constexpr Ticks kPollTime = kMicrosecond;
 inline constexpr Ticks kCounterReadTime = 1;
+// The most that one of many PM timer reads in a row costs.
+inline constexpr Ticks kMaxTimerReadTime = 100 * kMicrosecond;
 
 class Clock {
  public:
@@ -35,6 +37,11 @@ class Clock {
 
   // The ACPI PM timer: 3.579545 MHz, 24 bits, wraps every 4.69 s.
   std::uint32_t PmTimer() const;
+  // A read that a port access has paid kPortAccessTime for. Who reads the timer again and again with nothing between
+  // the reads waits: each further read of the row takes twice as long, up to kMaxTimerReadTime, so that an image, whose
+  // port accesses are traps, does not wait for real. EndTimerRow is for whatever happens between two reads.
+  std::uint32_t ReadPmTimer();
+  void EndTimerRow() { timerReadTime_ = 0; }
   // The time-stamp counter: 2 GHz, counted from power-on. Reading it takes kCounterReadTime, so that a loop on it ends.
   std::uint64_t ReadTimeStampCounter();
   std::uint64_t TimeStampCounter() const { return now_ * 200; }
@@ -61,6 +68,7 @@ class Clock {
   Ticks now_ = 0;
   Ticks limit_ = ~Ticks{0};
   std::function<void()> onLimit_;
+  Ticks timerReadTime_ = 0;  // of the last read of a row; 0 before its first
   std::uint64_t stepsLeft_ = ~std::uint64_t{0};
   std::function<void()> onStepLimit_;
   TimerSource* source_ = nullptr;

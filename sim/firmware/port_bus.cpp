@@ -44,7 +44,7 @@ std::vector<std::string> DebugLog::Lines() const {
 PortBus::PortBus(Clock& clock, Counters& counters) : clock_(clock), counters_(counters) {
   ClaimSerialPort();
   Claim(
-      kPmTimerPort, kPmTimerPort + 3, [this](std::uint16_t, unsigned) { return clock_.PmTimer(); },
+      kPmTimerPort, kPmTimerPort + 3, [this](std::uint16_t, unsigned) { return clock_.ReadPmTimer(); },
       [](std::uint16_t, std::uint32_t, unsigned) {});
 }
 
@@ -86,6 +86,9 @@ void PortBus::Pass(std::uint16_t port) {
   if (port >= kSerialPort && port < kSerialPort + 8) {
     clock_.Step();
     return;
+  }
+  if (port != kPmTimerPort) {
+    clock_.EndTimerRow();
   }
   clock_.Advance(kPortAccessTime);
 }

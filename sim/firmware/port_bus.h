@@ -48,8 +48,9 @@ class PortBus {
   // byte goes whole to the owner of its first port. Handlers may be empty: reads give all ones, writes vanish.
   void Claim(std::uint16_t first, std::uint16_t last, Read read, Write write);
 
-  // Each access lets kPortAccessTime pass, serial output apart. Unclaimed reads give all ones; unclaimed accesses
-  // are counted as "port.unclaimed.read" and "port.unclaimed.write".
+  // Each access lets kPortAccessTime pass, serial output apart; PM timer reads in a row cost more and more
+  // (Clock::ReadPmTimer). Unclaimed reads give all ones; unclaimed accesses are counted as "port.unclaimed.read" and
+  // "port.unclaimed.write".
   std::uint32_t In(std::uint16_t port, unsigned width);
   void Out(std::uint16_t port, std::uint32_t value, unsigned width);
 
