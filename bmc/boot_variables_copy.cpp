@@ -83,11 +83,20 @@ bool NoOptionsOnBmc() {
   return !anyPresent;
 }
 
+// The BMC holds options that this boot could not restore; the next boot tries again.
+Saving KeepCopies() {
+  DebugPrint("%a:Copies not restored yet, keeping them\n", "SaveEfiBootVaiablesToBMC");
+  return Saving::Refused;
+}
+
 Saving ExamineCopies() {
+  if (gBmc.CopiesUnread) {
+    return KeepCopies();
+  }
   PoolBuffer order;
   const Copy copy = ReadOrderCopy(order);
   if (copy == Copy::Present) {
-    return Saving::Update;
+    return gBmc.NoCopyToRestore ? KeepCopies() : Saving::Update;
   }
   DebugPrint("\n UEFIBoot: failed to open %a file \n", kOrderFile);
   return copy == Copy::Missing && NoOptionsOnBmc() ? Saving::First : Saving::Refused;
@@ -131,8 +140,10 @@ bool SaveOption(UINT16 number) {
 bool SaveVariables(Bytes order) {
   DebugPrint("\n UEFIBoot: EFI BootOrder Variable size = %xh \n", order.size());
   bool unheard = false;
-  // Options without an order would look like a damaged copy, and no later boot would save any more.
-  if (WriteCopy(kOrderFile, order, unheard) != FileWrite::Done) {
+  // Options without an order would look like a damaged copy, and no later boot would save any more: hence the second
+  // try, and no options when that fails too.
+  if (WriteCopy(kOrderFile, order, unheard) != FileWrite::Done &&
+      WriteCopy(kOrderFile, order, unheard) != FileWrite::Done) {
     DebugPrint("\n UEFIBoot: fail to open %a file to write\n", kOrderFile);
     return false;
   }
@@ -173,7 +184,11 @@ EFI_STATUS RestoreVariable(const CHAR16* name, Bytes file) {
 bool RestoreOption(UINT16 number) {
   const FileName name = OptionFileName(number);
   PoolBuffer file;
-  const Copy copy = ReadCopy(name.Text, file);
+  Copy copy = ReadCopy(name.Text, file);
+  if (copy == Copy::Missing) {
+    // The order names it: an option that is given up here is gone from the order for good.
+    copy = ReadCopy(name.Text, file);
+  }
   DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", name.Text, file.Size);
   LoadOptionView view;
   if (copy != Copy::Present || !ViewLoadOption(file.Bytes(), view)) {
@@ -204,11 +219,6 @@ void SaveEfiBootVaiablesToBMC() {
   }
   DebugPrint("\n UEFIBoot: Calling SaveEfiBootVaiablesToBMC()\n");
   DebugPrintText(kRuler);
-  if (gBmc.CopiesUnread) {
-    // The BMC holds options that this boot could not restore; the next boot tries again.
-    DebugPrint("%a:Copies not restored yet, keeping them\n", "SaveEfiBootVaiablesToBMC");
-    return;
-  }
   const Saving saving = ExamineCopies();
   if (saving == Saving::Refused) {
     return;
@@ -242,6 +252,7 @@ void RestoreEfiBootVariablesFromBMC() {
   const Copy copy = ReadOrderCopy(order);
   if (copy != Copy::Present) {
     gBmc.CopiesUnread = copy == Copy::Unknown;
+    gBmc.NoCopyToRestore = copy == Copy::Missing;
     DebugPrint("\n UEFIBoot: BtReadBootVariableFile return failed! \n");
     return;
   }

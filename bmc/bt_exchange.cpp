@@ -16,6 +16,7 @@ constexpr UINT32 kAnswerPolls = 5 * 1000;  // 5 s until it answers
 constexpr UINT32 kRetryPause = 1'000'000;  // microseconds
 constexpr UINT32 kMaxBadChecksums = 100;   // per exchange
 constexpr UINT8 kFrameOverhead = 2;        // length and opcode bytes
+constexpr UINT8 kMaxRefusalData = 1;       // a status byte; a longer answer of a wrong length says nothing
 
 // Stalls and remembers for how long, so that what a failed exchange cost is known.
 struct Waiting {
@@ -57,7 +58,8 @@ enum class Response { Valid, Refused, Garbled, BadChecksum };
 Response ReadResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& dataLength) {
   const UINT8 length = IoRead8(kBtBufferPort);
   if (expectedLength != 0 && length != expectedLength) {
-    return gBmc.AnswerOwed ? Response::Garbled : Response::Refused;
+    const bool no = length >= kFrameOverhead && length <= kFrameOverhead + kMaxRefusalData;
+    return no && !gBmc.AnswerOwed ? Response::Refused : Response::Garbled;
   }
   if (length < kFrameOverhead || length - kFrameOverhead > static_cast<int>(kBtResponseCapacity)) {
     return Response::Garbled;

@@ -22,8 +22,8 @@ enum BT_OPCODE : UINT8 {
 enum class BT_END : UINT8 {
   None,     // nothing was tried yet
   Valid,    // a well-formed answer of the length expected
-  Refused,  // a well-framed answer to this request, of another length: the BMC said no
-  Garbled,  // not an answer to this request: another opcode, or a length no frame can have
+  Refused,  // an answer of another length with at most a status byte: the BMC said no
+  Garbled,  // not an answer to this request: another opcode, or a length that neither a yes nor a no has
   Silent,   // no good answer within the time or the number of tries allowed
   Locked,   // another agent holds the interface; nothing was sent
 };

@@ -19,6 +19,9 @@ struct BMC_STATE {
   // SaveEfiBootVaiablesToBMC from replacing them.
   BOOLEAN CopiesUnread = FALSE;
 
+  // A restore was told that the BMC has no copy; a copy that SaveEfiBootVaiablesToBMC then finds was never restored.
+  BOOLEAN NoCopyToRestore = FALSE;
+
   // A request was given up unanswered in this boot, so that its answer may still come and be taken for another's;
   // written by BtExchange.
   BOOLEAN AnswerOwed = FALSE;

@@ -87,7 +87,7 @@ TEST_F(Exchange, EveryFaultHasItsResultAndItsCost) {
       {"no-answer", bds::BT_FAILED, BT_END::Silent, 1, 0, 1, 5000},
       {"late:4900", bds::BT_DONE, BT_END::Valid, 1, 0, 0, 4900},
       {"late:5200", bds::BT_FAILED, BT_END::Silent, 1, 0, 1, 5000},
-      {"wrong-length", bds::BT_FAILED, BT_END::Refused, 1, 0, 0, 0},
+      {"wrong-length", bds::BT_FAILED, BT_END::Garbled, 1, 0, 0, 0},
       {"wrong-echo", bds::BT_FAILED, BT_END::Garbled, 1, 0, 0, 0},
       {"refuse-open", bds::BT_FAILED, BT_END::Refused, 1, 0, 0, 0},
       {"bad-checksum", bds::BT_DONE, BT_END::Valid, 2, 1, 0, 1000},
@@ -95,7 +95,7 @@ TEST_F(Exchange, EveryFaultHasItsResultAndItsCost) {
       {"bad-checksum:100", bds::BT_FAILED, BT_END::Silent, 100, 100, 0, 100000},
       {"bad-checksum:always", bds::BT_FAILED, BT_END::Silent, 100, 100, 0, 100000},
       {"lock-held", bds::BT_LOCKED, BT_END::Locked, 0, 0, 0, 0},
-      {"lying-length:5", bds::BT_FAILED, BT_END::Refused, 1, 0, 0, 0},
+      {"lying-length:5", bds::BT_FAILED, BT_END::Garbled, 1, 0, 0, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.fault);

@@ -87,7 +87,7 @@ TEST_F(SaveCopies, ABmcThatFailsNeverResetsTheServer) {
       {"no-answer:always", 16},   {"h2b-stuck:always", 12}, {"bad-checksum:always", 101},
       {"wrong-length:always", 1}, {"wrong-echo:always", 1}, {"lock-held:always", 1},
       {"refuse-write:always", 3}, {"late:5500xalways", 21}, {"lying-length:200xalways", 1},
-      {"no-answer:always@6", 20}, {"refuse-write@6", 3},    {"lock-held:always@6", 3},
+      {"no-answer:always@6", 20}, {"refuse-write:2@6", 3},  {"lock-held:always@6", 3},
       {"wrong-echo:always@7", 5},
   };
   for (const auto& c : cases) {

@@ -3,7 +3,7 @@
 // the right option, and nothing that a user made is lost.
 #include <tuple>
 
-#include "tests/whole_boots/kept_state.h"
+#include "tests/power_cuts/users_server.h"
 
 namespace sim::test {
 namespace {
@@ -14,8 +14,6 @@ constexpr std::uint64_t kStride = 4;  // cuts are sampled, beginning with the fi
 constexpr std::uint64_t kStride = 1;
 #endif
 constexpr const char* kKinds[] = {"nvram", "bmc", "bmc-exchange"};
-constexpr std::uint16_t kFirst = 0x0042;  // the user's options; this one comes first in the user's order
-constexpr std::uint16_t kOther = 0x0017;
 
 // What the boot under test finds.
 enum class Before {
@@ -63,53 +61,12 @@ const Scenario kScenarios[] = {
     {.name = "ManagedOneTimeRequest", .request = {"pxe", "efi"}, .managed = true, .mayLoseRequest = true},
 };
 
-ServerDescription UserServer(const Scenario& scenario) {
-  ServerDescription server = RackServer(2, !scenario.request.empty() && scenario.request.back() == "pxe");
-  server.bmcFiles = true;
-  server.managementMode = scenario.managed ? 1 : 0;
-  auto& functions = server.devices.rootBridges[0].functions;
-  functions.erase(functions.begin() + 3);  // the USB host
-  NetworkPort& port = std::get<NetworkController>(functions.back().controller).ports[0];
-  const PeBuilder loader = SmallImage();
-  port.ipv6 = false;
-  port.boot.image.assign(loader.Bytes().begin(), loader.Bytes().end());
-  return server;
-}
+bool WantsCsm(const Scenario& scenario) { return !scenario.request.empty() && scenario.request.back() == "pxe"; }
 
-class PowerCuts : public testing::TestWithParam<Scenario> {
+class PowerCuts : public testing::TestWithParam<Scenario>, protected UsersServer {
  protected:
-  PowerCuts() : scenario_(GetParam()), description_(UserServer(scenario_)) {
-    MakeUsersServer();
+  PowerCuts() : UsersServer(WantsCsm(GetParam()), GetParam().managed, GetParam().crowd), scenario_(GetParam()) {
     start_ = Prepare();
-  }
-
-  void MakeUsersServer() {
-    Server server(description_, {});
-    BootUntilSettled(server);
-    own_ = BootOrderOf(server.Variables());
-    std::reverse(own_.begin(), own_.end());
-    const auto add = [&](std::uint16_t number, std::u16string_view name, std::uint32_t disk, std::ptrdiff_t place) {
-      const DevicePath path = PartitionPath(disk, u"\\EFI\\BOOT\\BOOTX64.EFI");
-      const std::byte data[] = {std::byte{0x55}, std::byte{0}, static_cast<std::byte>(number)};
-      users_[number] = LoadOptionBytes(name, path.Bytes(), 1, data);
-      ASSERT_EQ(server.Variables().Set(OptionVariable(number), gEfiGlobalVariableGuid, kKept, users_[number]),
-                EFI_SUCCESS);
-      own_.insert(own_.begin() + place, number);
-    };
-    add(kFirst, u"system", 1, 0);
-    add(kOther, u"other system", 2, 2);
-    for (unsigned i = 0; i < scenario_.crowd; ++i) add(static_cast<std::uint16_t>(0x0100 + i), u"one of many", 2, 3);
-    SetBootOrder(server.Variables(), own_);
-    const BootReport last = BootUntilSettled(server).back();
-    ASSERT_EQ(last.bootOrder, own_);
-    ASSERT_EQ(last.bootCurrent, kFirst);
-    const bool legacy = description_.csm.present;
-    for (const OptionReport& option : last.options) {
-      const bool network = option.path.find(legacy ? "BBS(0x80" : "IPv4(") != std::string::npos;
-      requested_ = network ? option.number : requested_;
-    }
-    ASSERT_NE(requested_, 0);
-    usual_ = Take(server);
   }
 
   void Ask(Kept& kept) const {
@@ -194,14 +151,6 @@ class PowerCuts : public testing::TestWithParam<Scenario> {
     CheckUsersOptions(kept);
   }
 
-  void CheckUsersOptions(const Kept& kept) const {
-    for (const auto& [number, bytes] : users_) {
-      const Bytes* option = kept.Find(OptionVariable(number));
-      ASSERT_NE(option, nullptr) << number;
-      EXPECT_EQ(*option, bytes) << number;
-    }
-  }
-
   // The copies are those of the variables, or the BMC is left with options and an empty order.
   void CheckCopies(const Kept& kept, const BootReport& last) {
     const bool saved = kept.files.contains("BootOrder") && !kept.files.at("BootOrder").empty();
@@ -210,14 +159,7 @@ class PowerCuts : public testing::TestWithParam<Scenario> {
       EXPECT_NE(last.log.find("INVALID CONDITION DETECTED"), std::string::npos);
       return;
     }
-    const auto same = [&](const std::string& name) {
-      const Bytes* bytes = kept.Find(std::u16string(name.begin(), name.end()));
-      const auto file = kept.files.find(name);
-      return bytes != nullptr && file != kept.files.end() &&
-             std::ranges::equal(std::as_bytes(std::span(file->second)), *bytes);
-    };
-    EXPECT_TRUE(same("BootOrder"));
-    for (const std::uint16_t number : kept.Order()) EXPECT_TRUE(same(fmt::format("Boot{:04X}", number))) << number;
+    EXPECT_TRUE(CopiesAreComplete(kept));
   }
 
   // Which option each of the boots behind the cut has to start.
@@ -273,14 +215,9 @@ class PowerCuts : public testing::TestWithParam<Scenario> {
   using State = std::tuple<std::map<std::string, Bytes>, std::map<std::string, FileBytes>, BmcState>;
 
   const Scenario scenario_;
-  const ServerDescription description_;
-  std::map<std::uint16_t, Bytes> users_;
-  std::vector<std::uint16_t> own_;
-  std::uint16_t requested_ = 0;  // what the request means
-  Kept usual_;                   // settled, with the user's options and order
-  Kept start_;                   // what the boot under test finds
-  Kept after_;                   // what it leaves when it is not cut
-  Kept settled_;                 // and what later boots make of that
+  Kept start_;    // what the boot under test finds
+  Kept after_;    // what it leaves when it is not cut
+  Kept settled_;  // and what later boots make of that
   std::map<std::string, std::uint64_t> moments_;
   std::map<std::string, std::set<Bytes>> values_;
   std::vector<State> seen_;  // behind the cuts so far
