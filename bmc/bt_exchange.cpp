@@ -135,13 +135,14 @@ UINT8 BtExchange(BT_FILE_CONTEXT& context, UINT8 length, UINT8 expectedLength) {
     context.LastEnd = BT_END::None;
     return 1;
   }
-  if (gBmc.FruitlessWait >= kBtPatience) {
+  if (gBmc.FruitlessWait >= kBtPatience || gBmc.ExchangeWait >= kBtEndurance) {
     ++context.TimeoutCount;
     context.LastEnd = BT_END::Silent;
     return 1;
   }
   Waiting waiting;
   context.LastEnd = Exchange(context, length, expectedLength, waiting);
+  gBmc.ExchangeWait += waiting.Microseconds;
   if (context.LastEnd == BT_END::Valid) {
     return 0;
   }

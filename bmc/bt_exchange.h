@@ -56,6 +56,8 @@ inline bool BtUnheard(const BT_FILE_CONTEXT& context) {
 // After failed exchanges have waited this many microseconds in one boot, further ones fail at once as timeouts, so
 // that a dead BMC delays a boot by a bounded time whatever the number of files asked for.
 inline constexpr UINT64 kBtPatience = 10'000'000;
+// The same after all exchanges, those that ended well among them, for a BMC that always answers but hardly in time.
+inline constexpr UINT64 kBtEndurance = 300'000'000;
 
 // Sends Opcode with length - 2 bytes of RequestArgs and receives the response, whose L' must be expectedLength
 // unless that is 0. 0 on success, 1 on failure. Waits at most 1 s for a busy BMC and 5 s for each answer; an answer

@@ -29,6 +29,9 @@ struct BMC_STATE {
   // Microseconds that file exchanges without a valid answer have waited this boot; written by BtExchange, which
   // leaves the BMC alone once they reach kBtPatience.
   UINT64 FruitlessWait = 0;
+
+  // The same of all file exchanges, and kBtEndurance.
+  UINT64 ExchangeWait = 0;
 };
 extern constinit BMC_STATE gBmc;
 

@@ -138,7 +138,7 @@ TEST_F(BmcFaults, EveryFaultLeavesABootAndNothingIsMissingBehindIt) {
   }
 }
 
-// What docs/boot-time.md states, over a whole boot that asks for every file there can be.
+// Boot after boot, and with the copies kept for a BMC that comes back.
 TEST_F(BmcFaults, ADeadBmcCostsABoundedTimeHoweverOften) {
   for (const char* words : {"no-answer:always", "h2b-stuck:always", "lock-held:always"}) {
     SCOPED_TRACE(words);
@@ -152,6 +152,28 @@ TEST_F(BmcFaults, ADeadBmcCostsABoundedTimeHoweverOften) {
       EXPECT_LE(report.outcome.time, 20 * kSecond);
     }
     EXPECT_EQ(Take(*server).files, usual_.files);
+  }
+}
+
+// Good answers that come late are waited for, but not for ever: many options are many exchanges.
+class CrowdedServer : public testing::Test, protected UsersServer {
+ protected:
+  CrowdedServer() : UsersServer(false, false, 40) {}
+};
+
+TEST_F(CrowdedServer, ASlowBmcCostsABoundedTime) {
+  Kept lost = usual_;
+  lost.variables.clear();
+  for (const Kept& start : {usual_, lost}) {
+    const auto server = Place(description_, start);
+    BootRequest request;
+    request.faults = {"late:4000xalways"};
+    const BootReport report = server->Boot(request);
+    ExpectClean(report, "slow BMC");
+    EXPECT_TRUE(report.Started());
+    EXPECT_LE(report.outcome.time, 330 * kSecond);
+    EXPECT_EQ(BootUntilSettled(*server).back().bootOrder, own_);
+    CheckUsersOptions(Take(*server));
   }
 }
 
