@@ -67,6 +67,15 @@ std::string Known() {
 
 }  // namespace
 
+std::string_view BmcFault::Name(Kind kind) {
+  for (const Row& row : kFaults) {
+    if (row.kind == kind) {
+      return row.name;
+    }
+  }
+  return "unknown";
+}
+
 std::optional<BmcFault> BmcFault::Parse(std::string_view words, std::string& error) {
   const std::string_view whole = words;
   const auto wrong = [&](std::string_view why) {

@@ -25,6 +25,9 @@ struct BmcFault {
   };
   static constexpr std::uint64_t kAlways = ~std::uint64_t{0};
 
+  // As in the words.
+  static std::string_view Name(Kind kind);
+
   Kind kind = Kind::NoAnswer;
   std::uint64_t value = 0;  // of Late and LyingLength
   std::uint64_t count = 1;  // how many of the exchanges that it can befall it befalls; kAlways without end

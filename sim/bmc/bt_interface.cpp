@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "sim/bmc/traffic_text.h"
+
 namespace sim {
 namespace {
 
@@ -60,6 +62,7 @@ void BtInterface::Reset() {
   pending_.reset();
   damaged_.reset();
   awaitingSince_.reset();
+  notes_.clear();
 }
 
 void BtInterface::Complain(std::string text) { counters_.Complain("BT interface: " + std::move(text)); }
@@ -75,9 +78,26 @@ bool BtInterface::Befalls(BmcFault::Kind kind, std::uint64_t exchange, std::uint
     if (value != nullptr) {
       *value = fault.value;
     }
+    Note(BmcFault::Name(kind));
     return true;
   }
   return false;
+}
+
+void BtInterface::Note(std::string_view text) { notes_ += fmt::format("{}{}", notes_.empty() ? "" : ", ", text); }
+
+void BtInterface::TellExchange() {
+  const Exchange& last = trace_.back();
+  const std::string answer = last.response.empty() ? "no answer" : TrafficBytes(last.response);
+  Tell(fmt::format("> {} < {}", TrafficBytes(last.request), answer));
+}
+
+void BtInterface::Tell(std::string_view what) {
+  if (hooks_.onTraffic) {
+    const std::string notes = notes_.empty() ? "" : fmt::format(" [{}]", notes_);
+    hooks_.onTraffic(fmt::format("exchange {} {}{}", exchangeCount_, what, notes));
+  }
+  notes_.clear();
 }
 
 std::uint8_t BtInterface::Read(std::uint16_t port) {
@@ -161,6 +181,7 @@ void BtInterface::HandOver() {
   }
   if (damaged_) {
     counters_.Add("bmc.retries");
+    Note("sent again");
   }
 }
 
@@ -202,11 +223,8 @@ void BtInterface::TakeRequest() {
   if (!answer.response.empty()) {
     pending_ = std::move(answer);
   }
-  if (hooks_.onTraffic) {
-    hooks_.onTraffic(fmt::format("BMC {} > {:02x} < {:02x}", exchangeCount_, fmt::join(request_, " "),
-                                 fmt::join(trace_.back().response, " ")));
-  }
   const bool powerLost = Befalls(BmcFault::Kind::PowerLoss, exchangeCount_);
+  TellExchange();
   if (changed && hooks_.onWrite) {
     hooks_.onWrite("bmc");
   }
@@ -287,6 +305,7 @@ bool BtInterface::LooksStuck() {
   }
   if (stuck_ && ++stuckPolls_ == kBusyPolls) {
     counters_.Add("bmc.timeouts");
+    Tell("timeout: the interface stays busy");
   }
   return stuck_;
 }
@@ -295,6 +314,7 @@ void BtInterface::WatchTimeout() {
   if (awaitingSince_ && !b2hAttention_ && clock_.Now() - *awaitingSince_ >= kAnswerPatience) {
     awaitingSince_.reset();
     counters_.Add("bmc.timeouts");
+    Tell("timeout: no answer");
   }
 }
 
@@ -314,6 +334,7 @@ std::uint8_t BtInterface::ReadBuffer() {
 
 std::uint8_t BtInterface::ReadInterruptMask() {
   if (!LockTaken() && Befalls(BmcFault::Kind::LockHeld, exchangeCount_ + 1)) {
+    Tell("the lock is taken");
     return interruptMask_ | kLock;
   }
   return interruptMask_;

@@ -19,7 +19,8 @@ namespace sim {
 struct BmcHooks {
   std::function<void(std::string_view kind)> onWrite;  // "bmc-exchange" when a request took effect; "bmc" for a change
   std::function<void()> onPowerLoss;                   // of a scripted fault
-  std::function<void(const std::string& line)> onTraffic;  // one line per request taken
+  // One line per request taken, with what befell it in brackets, and per wait that the host gives up. Ends no boot.
+  std::function<void(const std::string& line)> onTraffic;
 };
 
 class BtInterface {
@@ -83,6 +84,9 @@ class BtInterface {
   bool LooksStuck();
   void WatchTimeout();
   void Complain(std::string text);
+  void Note(std::string_view text);
+  void TellExchange();
+  void Tell(std::string_view what);
 
   FileServer& server_;
   Clock& clock_;
@@ -95,6 +99,8 @@ class BtInterface {
   bool hostBusy_ = false;
   bool writePointerCleared_ = false;
   std::uint8_t interruptMask_ = 0;
+
+  std::string notes_;  // faults that befell since the last line of traffic
 
   Frame request_;
   Ticks takeAt_ = 0;

@@ -5,7 +5,8 @@
 #include <string>
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
+
+#include "sim/bmc/traffic_text.h"
 
 namespace sim {
 
@@ -41,9 +42,9 @@ EFI_STATUS IpmiTransportDevice::Send(UINT8 netFn, UINT8 command, std::span<const
   }
   const std::optional<IpmiReply> reply = responder_.Request(netFn, command, request);
   if (onTraffic) {
-    onTraffic(fmt::format("IPMI {:02x}/{:02x} > {:02x} < {}", netFn, command, fmt::join(request, " "),
-                          reply ? fmt::format("{:02x} {:02x}", reply->completion, fmt::join(reply->data, " "))
-                                : std::string("no answer")));
+    const std::string answer = reply ? fmt::format("{:02x} {}", reply->completion, TrafficBytes(reply->data)) : "";
+    onTraffic(fmt::format("IPMI {:02x}/{:02x} > {} < {}", netFn, command, TrafficBytes(request),
+                          reply ? answer : "no answer [timeout]"));
   }
   if (!reply) {
     counters_.Add("ipmi.timeouts");

@@ -76,6 +76,7 @@ void BootRun::OpenLog() {
     throw StateError(fmt::format("{}: the log cannot be written", arguments_.log.string()));
   }
   request_.onLogLine = [this](const std::string& line) { log_ << line << (line.ends_with('\n') ? "" : "\n"); };
+  request_.onTraffic = [this](const std::string& line) { log_ << line << '\n'; };
 }
 
 void BootRun::ConnectConsole() {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <span>
 
 #include "sim/cli/printable_text.h"
@@ -22,17 +21,11 @@ std::string StartedText(const BootReport& report) {
   return ended == report.attempts.end() ? "what has no path" : PrintableText(ended->what);
 }
 
-bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
-  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
-}
-
-// The attempt that tells most about that option: one that loaded, else the first. The image's full path contains the
-// option's own, which may be a short form.
+// The attempt that tells most about that option: one that loaded, else the first.
 const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& report) {
   const AttemptReport* first = nullptr;
   for (const AttemptReport& attempt : report.attempts) {
-    if (attempt.legacy || option.legacy || option.path.empty() || !ContainsIgnoringCase(attempt.what, option.path)) {
+    if (attempt.option != option.number) {
       continue;
     }
     if (attempt.loaded) {
@@ -52,46 +45,6 @@ std::string ReasonFor(const OptionReport& option, const AttemptReport* attempt) 
   }
   return (option.attributes & LOAD_OPTION_ACTIVE) == 0 ? "not active" : "no attempt on record";
 }
-
-bool IsReadableLegacy(const OptionReport& option) { return option.legacy && option.readable; }
-
-bool IsActiveLegacy(const OptionReport& option) {
-  return IsReadableLegacy(option) && (option.attributes & LOAD_OPTION_ACTIVE) != 0;
-}
-
-// Which attempt each option had. Legacy options have paths that say little, so that failed legacy boots are told apart
-// by their order alone: when there are as many of them as legacy options, or as active ones (the driver tries all of
-// the order, a front end only the active ones).
-class AttemptFinder {
- public:
-  AttemptFinder(std::span<const OptionReport> options, const BootReport& report) : report_(report) {
-    for (const AttemptReport& attempt : report.attempts) {
-      if (attempt.legacy && !attempt.ended) {
-        legacy_.push_back(&attempt);
-      }
-    }
-    for (const auto tried : {IsReadableLegacy, IsActiveLegacy}) {
-      if (static_cast<std::size_t>(std::ranges::count_if(options, tried)) == legacy_.size()) {
-        tried_ = tried;
-        return;
-      }
-    }
-  }
-
-  // Called for the options in their order.
-  const AttemptReport* Next(const OptionReport& option) {
-    if (!option.legacy) {
-      return AttemptOn(option, report_);
-    }
-    return tried_ != nullptr && tried_(option) ? legacy_[next_++] : nullptr;
-  }
-
- private:
-  const BootReport& report_;
-  std::vector<const AttemptReport*> legacy_;
-  bool (*tried_)(const OptionReport&) = nullptr;
-  std::size_t next_ = 0;
-};
 
 }  // namespace
 
@@ -124,10 +77,8 @@ std::vector<PassedOver> OptionsPassedOver(const BootReport& report) {
   }
   const auto stops = [booted](const OptionReport& option) { return &option == booted || !option.inOrder; };
   const auto end = std::ranges::find_if(report.options, stops);
-  const std::span before(report.options.begin(), end);
-  AttemptFinder attempts(before, report);
-  for (const OptionReport& option : before) {
-    passed.push_back({option.number, ReasonFor(option, attempts.Next(option))});
+  for (const OptionReport& option : std::span(report.options.begin(), end)) {
+    passed.push_back({option.number, ReasonFor(option, AttemptOn(option, report))});
   }
   return passed;
 }

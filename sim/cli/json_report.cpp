@@ -14,6 +14,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// In the order of Passing.
+constexpr const char* kPassingNames[] = {"device", "stall", "ports", "events"};
+
 double Seconds(Ticks ticks) { return static_cast<double>(ticks) / static_cast<double>(kSecond); }
 
 std::string NumberText(std::uint16_t number) { return fmt::format("{:04X}", number); }
@@ -31,9 +34,13 @@ Json OptionJson(const OptionReport& option) {
 }
 
 Json AttemptJson(const AttemptReport& attempt) {
-  return {{"what", attempt.what},     {"legacy", attempt.legacy},
-          {"loaded", attempt.loaded}, {"status", StatusName(attempt.status)},
-          {"reason", attempt.reason}, {"ended_boot", attempt.ended}};
+  return {{"option", attempt.option ? Json(NumberText(*attempt.option)) : Json(nullptr)},
+          {"what", attempt.what},
+          {"legacy", attempt.legacy},
+          {"loaded", attempt.loaded},
+          {"status", StatusName(attempt.status)},
+          {"reason", attempt.reason},
+          {"ended_boot", attempt.ended}};
 }
 
 Json WriteJson(const VariableWrite& write) {
@@ -76,7 +83,14 @@ Json OutcomeJson(const BootReport& report) {
 Json TimeJson(const BootReport& report) {
   Json steps = Json::array();
   for (const StepReport& step : report.steps) {
-    steps.push_back({{"name", step.name}, {"start", Seconds(step.start)}, {"duration", Seconds(step.duration)}});
+    Json waited = Json::object();
+    for (std::size_t i = 0; i < step.waited.size(); ++i) {
+      waited[kPassingNames[i]] = Seconds(step.waited[i]);
+    }
+    steps.push_back({{"name", step.name},
+                     {"start", Seconds(step.start)},
+                     {"duration", Seconds(step.duration)},
+                     {"waited", std::move(waited)}});
   }
   Json phases = Json::object();
   const auto times = PhaseTimes(report);

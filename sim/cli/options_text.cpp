@@ -58,7 +58,8 @@ std::string AttemptsText(const BootReport& report) {
   std::string text;
   unsigned number = 0;
   for (const AttemptReport& attempt : report.attempts) {
-    text += fmt::format("    {}. {}: {}\n", ++number, PrintableText(attempt.what), AttemptText(attempt));
+    const std::string option = attempt.option ? fmt::format("Boot{:04X}, ", *attempt.option) : "";
+    text += fmt::format("    {}. {}{}: {}\n", ++number, option, PrintableText(attempt.what), AttemptText(attempt));
   }
   return text.empty() ? "" : "  Attempts\n" + text;
 }

@@ -264,6 +264,9 @@ EFI_STATUS Csm::Boot(const BBS_BBS_DEVICE_PATH* path) {
   attempts_.push_back({index,
                        index < 0 ? std::string("no entry of priority 0") : Describe(static_cast<std::size_t>(index)),
                        index < 0 ? EFI_NOT_FOUND : bootStatus});
+  if (onAttempt) {
+    onAttempt();
+  }
   const Attempt& attempt = attempts_.back();
   if (EFI_ERROR(attempt.status)) {
     return attempt.status;

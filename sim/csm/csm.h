@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -43,6 +44,7 @@ class Csm {
     EFI_STATUS status = EFI_SUCCESS;
   };
   const std::vector<Attempt>& Attempts() const { return attempts_; }
+  std::function<void()> onAttempt;  // called behind each new one, before it ends the boot
   // An error: what LegacyBoot answers. Otherwise it ends the boot.
   EFI_STATUS bootStatus = EFI_SUCCESS;
   // An entry for a human.

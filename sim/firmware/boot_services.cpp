@@ -237,7 +237,8 @@ EFI_STATUS EFIAPI GetNextMonotonicCount(UINT64* count) {
 }
 EFI_STATUS EFIAPI Stall(UINTN microseconds) {
   return Call("Stall", [&] {
-    M().Time().Advance(microseconds > ~Ticks{0} / kMicrosecond ? ~Ticks{0} : microseconds * kMicrosecond);
+    M().Time().Advance(microseconds > ~Ticks{0} / kMicrosecond ? ~Ticks{0} : microseconds * kMicrosecond,
+                       Passing::Stall);
     return EFI_SUCCESS;
   });
 }

@@ -15,8 +15,9 @@ void CallOnce(std::function<void()>& onLimit) {
 
 }  // namespace
 
-void Clock::MoveTo(Ticks time) {
+void Clock::MoveTo(Ticks time, Passing passing) {
   if (time > now_) {
+    passed_[static_cast<std::size_t>(passing)] += time - now_;
     now_ = time;
   }
   if (now_ > limit_) {
@@ -24,14 +25,14 @@ void Clock::MoveTo(Ticks time) {
   }
 }
 
-void Clock::Advance(Ticks duration) {
+void Clock::Advance(Ticks duration, Passing passing) {
   const Ticks target = After(duration);
   Ticks due = 0;
   while (source_ != nullptr && source_->NextDue(due) && due <= target) {
-    MoveTo(due);
+    MoveTo(due, passing);
     source_->FireNext();
   }
-  MoveTo(target);
+  MoveTo(target, passing);
 }
 
 bool Clock::AdvanceToNextTimer() {
@@ -39,7 +40,7 @@ bool Clock::AdvanceToNextTimer() {
   if (source_ == nullptr || !source_->NextDue(due)) {
     return false;
   }
-  MoveTo(due);
+  MoveTo(due, Passing::Event);
   source_->FireNext();
   return true;
 }
@@ -53,12 +54,12 @@ std::uint32_t Clock::PmTimer() const {
 std::uint32_t Clock::ReadPmTimer() {
   const Ticks readTime = timerReadTime_ == 0 ? kPortAccessTime : std::min(2 * timerReadTime_, kMaxTimerReadTime);
   timerReadTime_ = readTime;
-  Advance(readTime - kPortAccessTime);  // what fires on the way may end the row
+  Advance(readTime - kPortAccessTime, Passing::Port);  // what fires on the way may end the row
   return PmTimer();
 }
 
 std::uint64_t Clock::ReadTimeStampCounter() {
-  Advance(kCounterReadTime);
+  Advance(kCounterReadTime, Passing::Port);
   return TimeStampCounter();
 }
 

@@ -2,6 +2,7 @@
 // seconds of waiting takes milliseconds and always the same number of virtual ones.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 
@@ -20,6 +21,11 @@ inline constexpr Ticks kCounterReadTime = 1;
 // The most that one of many PM timer reads in a row costs.
 inline constexpr Ticks kMaxTimerReadTime = 100 * kMicrosecond;
 
+// What time passes for: a stall, register accesses (polling), the wait for an event or timer, or a device that takes
+// its time to answer a call.
+enum class Passing { Device, Stall, Port, Event };
+using TimesPassed = std::array<Ticks, 4>;  // by Passing
+
 class Clock {
  public:
   Ticks Now() const { return now_; }
@@ -27,7 +33,9 @@ class Clock {
   Ticks After(Ticks duration) const { return duration > ~Ticks{0} - now_ ? ~Ticks{0} : now_ + duration; }
 
   // Moves time forward by `duration`; timers that fall due on the way fire in order, each at its own time.
-  void Advance(Ticks duration);
+  void Advance(Ticks duration, Passing passing = Passing::Device);
+  // Where the time went since power-on; adds up to Now().
+  const TimesPassed& Passed() const { return passed_; }
 
   // Moves to the moment at which the next timer is due and fires it; false, and no move, when none is armed.
   bool AdvanceToNextTimer();
@@ -63,9 +71,10 @@ class Clock {
   void SetTimerSource(TimerSource* source) { source_ = source; }
 
  private:
-  void MoveTo(Ticks time);
+  void MoveTo(Ticks time, Passing passing);
 
   Ticks now_ = 0;
+  TimesPassed passed_{};
   Ticks limit_ = ~Ticks{0};
   std::function<void()> onLimit_;
   Ticks timerReadTime_ = 0;  // of the last read of a row; 0 before its first

@@ -248,7 +248,7 @@ EFI_STATUS EventManager::Check(EFI_EVENT token) {
     }
   }
   if (!event->signalled) {
-    clock_.Advance(kPollTime);
+    clock_.Advance(kPollTime, Passing::Event);
     event = Find(token);
   }
   if (event == nullptr || !event->signalled) {

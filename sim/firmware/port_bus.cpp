@@ -90,7 +90,7 @@ void PortBus::Pass(std::uint16_t port) {
   if (port != kPmTimerPort) {
     clock_.EndTimerRow();
   }
-  clock_.Advance(kPortAccessTime);
+  clock_.Advance(kPortAccessTime, Passing::Port);
 }
 
 std::uint32_t PortBus::In(std::uint16_t port, unsigned width) {

@@ -50,6 +50,7 @@ BootRecorder::BootRecorder(Machine& machine, const BootRequest& request) : machi
 
 void BootRecorder::Connect(MachineParts& parts) {
   parts_ = &parts;
+  WatchAttempts();
   if (request_.onConsole) {
     parts.Console().SetEcho(request_.onConsole);
   }
@@ -59,16 +60,28 @@ void BootRecorder::Connect(MachineParts& parts) {
   }
 }
 
+void BootRecorder::OnTraffic(const std::string& line) {
+  if (request_.onTraffic) {
+    const Ticks now = machine_.Time().Now();
+    request_.onTraffic(fmt::format("BMC@{}.{:06} {}", now / kSecond, now % kSecond / kMicrosecond, line));
+  }
+}
+
 void BootRecorder::CloseStep() {
   if (!steps_.empty()) {
-    steps_.back().duration = machine_.Time().Now() - steps_.back().start;
+    StepReport& step = steps_.back();
+    step.duration = machine_.Time().Now() - step.start;
+    for (std::size_t i = 0; i < step.waited.size(); ++i) {
+      step.waited[i] = machine_.Time().Passed()[i] - passedBefore_[i];
+    }
   }
 }
 
 void BootRecorder::OnLine(const std::string& line) {
   if (const auto step = StepName(line)) {
     CloseStep();
-    steps_.push_back({*step, machine_.Time().Now(), 0});
+    steps_.push_back({*step, machine_.Time().Now()});
+    passedBefore_ = machine_.Time().Passed();
     if ((request_.debugMask & kStepLevel) == 0) {
       return;
     }
@@ -80,18 +93,56 @@ void BootRecorder::OnLine(const std::string& line) {
   }
 }
 
-void BootRecorder::ReportAttempts(BootReport& report, EFI_HANDLE driver) const {
-  for (const ImageService::LoadFailure& failure : parts_->Images().LoadFailures()) {
-    report.attempts.push_back({failure.path, false, false, failure.status, failure.reason, false});
+std::optional<std::uint16_t> BootRecorder::BootCurrent() const {
+  const Variable* current = parts_->Runtime().Store().Find(u"BootCurrent", gEfiGlobalVariableGuid);
+  if (current == nullptr || current->data.size() != 2) {
+    return std::nullopt;
   }
-  for (const ImageService::Start& start : parts_->Images().Starts()) {
-    if (start.image != driver) {
-      report.attempts.push_back({start.path, false, true, start.status, "", !start.finished});
+  std::uint16_t number = 0;
+  std::memcpy(&number, current->data.data(), sizeof(number));
+  return number;
+}
+
+// BootCurrent is written once an image is loaded, so a load that fails belongs to the option that was read for it.
+void BootRecorder::WatchAttempts() {
+  ImageService& images = parts_->Images();
+  images.SetAttemptHandlers(
+      [this, &images] {
+        attempts_.push_back({AttemptOf::Start, images.Starts().size() - 1, BootCurrent()});
+      },
+      [this, &images] {
+        const auto number = BootOptionNumber(parts_->Runtime().LastRead());
+        attempts_.push_back({AttemptOf::Load, images.LoadFailures().size() - 1, number});
+      });
+  if (Csm* csm = machine_.Get<Csm>(); csm != nullptr) {
+    csm->onAttempt = [this, csm] {
+      attempts_.push_back({AttemptOf::Legacy, csm->Attempts().size() - 1, BootCurrent()});
+    };
+  }
+}
+
+AttemptReport BootRecorder::Report(const AttemptPlace& place) const {
+  switch (place.of) {
+    case AttemptOf::Load: {
+      const ImageService::LoadFailure& failure = parts_->Images().LoadFailures()[place.index];
+      return {place.option, failure.path, false, false, failure.status, failure.reason, false};
     }
+    case AttemptOf::Start: {
+      const ImageService::Start& start = parts_->Images().Starts()[place.index];
+      return {place.option, start.path, false, true, start.status, "", !start.finished};
+    }
+    case AttemptOf::Legacy:
+      break;
   }
-  if (const Csm* csm = machine_.Get<Csm>(); csm != nullptr) {
-    for (const Csm::Attempt& attempt : csm->Attempts()) {
-      report.attempts.push_back({attempt.text, true, true, attempt.status, "", !EFI_ERROR(attempt.status)});
+  const Csm::Attempt& attempt = machine_.Get<Csm>()->Attempts()[place.index];
+  return {place.option, attempt.text, true, true, attempt.status, "", !EFI_ERROR(attempt.status)};
+}
+
+void BootRecorder::ReportAttempts(BootReport& report, EFI_HANDLE driver) const {
+  for (const AttemptPlace& place : attempts_) {
+    const bool own = place.of == AttemptOf::Start && parts_->Images().Starts()[place.index].image == driver;
+    if (!own) {
+      report.attempts.push_back(Report(place));
     }
   }
 }
@@ -104,12 +155,7 @@ void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HA
   report.console = parts_->Console().Text();
   report.options = ReportOptions(store, report.bootOrder);
   report.writes = store.Journal();
-  const Variable* current = store.Find(u"BootCurrent", gEfiGlobalVariableGuid);
-  if (current != nullptr && current->data.size() == 2) {
-    std::uint16_t number = 0;
-    std::memcpy(&number, current->data.data(), sizeof(number));
-    report.bootCurrent = number;
-  }
+  report.bootCurrent = BootCurrent();
   report.counts = {machine_.Counts().All().begin(), machine_.Counts().All().end()};
   report.complaints = machine_.Counts().Complaints();
   report.poolPeak = machine_.Pool().Peak();

@@ -15,11 +15,24 @@ class BootRecorder {
 
   BootRecorder(Machine& machine, const BootRequest& request);
   void Connect(MachineParts& parts);
+  // A request or exchange of the BMC's in a line; handed on with the virtual time in front.
+  void OnTraffic(const std::string& line);
   void Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver);
 
  private:
+  enum class AttemptOf { Load, Start, Legacy };
+  // Where an attempt is kept: its place among those of its kind.
+  struct AttemptPlace {
+    AttemptOf of;
+    std::size_t index;
+    std::optional<std::uint16_t> option;
+  };
+
   void OnLine(const std::string& line);
   void CloseStep();
+  std::optional<std::uint16_t> BootCurrent() const;
+  void WatchAttempts();
+  AttemptReport Report(const AttemptPlace& place) const;
   void ReportAttempts(BootReport& report, EFI_HANDLE driver) const;
 
   Machine& machine_;
@@ -27,6 +40,8 @@ class BootRecorder {
   MachineParts* parts_ = nullptr;
   std::string log_;
   std::vector<StepReport> steps_;
+  TimesPassed passedBefore_{};          // the last step
+  std::vector<AttemptPlace> attempts_;  // in time order
 };
 
 // The options that the variables describe, those of BootOrder first.

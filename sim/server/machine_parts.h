@@ -30,6 +30,7 @@ class MachineParts {
   MachineParts(const MachineParts&) = delete;
   MachineParts& operator=(const MachineParts&) = delete;
 
+  RuntimeServices& Runtime() { return runtime_; }
   ImageService& Images() { return images_; }
   ConsoleModel& Console() { return console_; }
   // The CSM and the front end are attached to the machine itself: machine.Get<Csm>(), machine.Get<FrontEnd>().

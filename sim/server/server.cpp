@@ -142,6 +142,7 @@ struct Server::Parts {
     options.faults = std::move(faults);
     BmcHooks hooks;
     hooks.onWrite = [this](std::string_view kind) { machine.OnWrite(kind); };
+    hooks.onTraffic = [this](const std::string& line) { recorder.OnTraffic(line); };
     hooks.onPowerLoss = [this] { machine.EndBoot(BootEnd::PowerLost, "the power was lost in a BMC exchange"); };
     std::string error;
     bmc = Bmc::Create(std::move(options), machine.Time(), machine.Counts(), hooks, error);

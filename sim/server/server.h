@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sim/bmc/bmc.h"
+#include "sim/firmware/clock.h"
 #include "sim/firmware/image/loader_policy.h"
 #include "sim/firmware/machine.h"
 #include "sim/firmware/variables/efivars_folder.h"
@@ -38,6 +39,7 @@ struct BootRequest {
   std::uint64_t debugMask = 0x80000046;
   std::vector<std::string> faults;                         // in FaultScript's words, or a BMC fault's
   std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
+  std::function<void(const std::string& line)> onTraffic;  // one per IPMI request and BMC exchange, with its time
   std::function<void(std::string_view utf8)> onConsole;    // as text appears on the console
   ConsoleKeys* keys = nullptr;                             // keys typed at the console; null: none
   std::function<void(Machine&)> beforeStart;  // for tests: the machine is complete, the driver not yet started
@@ -57,9 +59,10 @@ struct OptionReport {
   bool group = false;
 };
 
-// One attempt to start something, in order.
+// One attempt to start something, in the order in which they happened.
 struct AttemptReport {
-  std::string what;  // the image's path, or the legacy device
+  std::optional<std::uint16_t> option = std::nullopt;  // whose attempt it is; none: a driver's image and the like
+  std::string what;                                    // the image's path, or the legacy device
   bool legacy = false;
   bool loaded = false;  // false: LoadImage failed
   EFI_STATUS status = EFI_SUCCESS;
@@ -71,6 +74,7 @@ struct StepReport {
   std::string name;
   Ticks start = 0;
   Ticks duration = 0;
+  TimesPassed waited{};  // the duration by what it passed for
 };
 
 struct BootReport {

@@ -54,7 +54,13 @@ class Registers : public testing::Test {
   FileStore store;
   FileServer server{store};
   std::vector<std::string> writes;
-  BtInterface bt{server, clock, counters, {[this](std::string_view kind) { writes.emplace_back(kind); }, {}, {}}};
+  std::vector<std::string> traffic;
+  BtInterface bt{server,
+                 clock,
+                 counters,
+                 {[this](std::string_view kind) { writes.emplace_back(kind); },
+                  {},
+                  [this](const std::string& line) { traffic.push_back(line); }}};
   const Frame open = MakeResponse(12, std::vector<std::uint8_t>{'f'});
   const Frame create = MakeResponse(6, std::vector<std::uint8_t>{'f'});
   const Frame opened{4, 12, 1, 0, 0xEF};
@@ -171,6 +177,21 @@ TEST_F(Registers, FaultsDoWhatTheirNamesSay) {
   EXPECT_EQ(Ask(open), Frame{});
   EXPECT_EQ(counters.Of("bmc.timeouts"), 1U);
   EXPECT_EQ(Ask(open)[0], 4);
+  constexpr const char* kEnds[] = {"[wrong-length]",
+                                   "[wrong-echo]",
+                                   "[bad-checksum]",
+                                   "[sent again, bad-checksum]",
+                                   "[sent again]",
+                                   "[refuse-open]",
+                                   "[lying-length]",
+                                   "[late]",
+                                   "[no-answer]",
+                                   "timeout: no answer",
+                                   "exchange 10 > 03 0c 66 8b < 04 0c 07 00 e9"};
+  ASSERT_EQ(traffic.size(), std::size(kEnds)) << testing::PrintToString(traffic);
+  for (std::size_t i = 0; i < traffic.size(); ++i) {
+    EXPECT_TRUE(traffic[i].ends_with(kEnds[i])) << traffic[i];
+  }
 }
 
 TEST_F(Registers, ALateAnswerIsKeptUntilItIsTakenAndTheNextWaitsForIt) {
@@ -211,6 +232,7 @@ TEST_F(Registers, AStuckInterfaceStaysBusyForAnAttempt) {
   clock.Advance(kSecond);
   EXPECT_EQ(bt.Read(kCtrl), 0x00);
   EXPECT_EQ(counters.Of("bmc.timeouts"), 1U);
+  EXPECT_EQ(traffic, std::vector<std::string>{"exchange 0 timeout: the interface stays busy [h2b-stuck]"});
 }
 
 }  // namespace

@@ -38,6 +38,7 @@ TEST(JsonReport, HasTheFactsOfABoot) {
   EXPECT_EQ(start["options"][4]["name"], "hid\\x1B[31mden\\u202E");
   EXPECT_EQ(start["options"][4]["in_order"], false);
   EXPECT_EQ(start["attempts"][0]["status"], "EFI_NOT_FOUND");
+  EXPECT_EQ(start["attempts"][0]["option"], "0001");
   EXPECT_EQ(start["passed_over"][1]["reason"], "not active");
   EXPECT_EQ(start["variables_written"][0]["name"], "Boot0002");
   EXPECT_EQ(start["variables_written"][0]["guid"], "8BE4DF61-93CA-11D2-AA0D-00E098032B8C");

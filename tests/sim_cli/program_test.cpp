@@ -183,6 +183,38 @@ TEST_F(Program, ALostPowerComesBackForTheNextBoot) {
   EXPECT_EQ(twice.status, 0) << twice.text;
 }
 
+std::size_t LinesWith(const std::string& text, std::string_view part) {
+  std::istringstream lines(text);
+  std::size_t count = 0;
+  for (std::string line; std::getline(lines, line);) {
+    count += line.starts_with("BMC@") && line.find(part) != std::string::npos ? 1 : 0;
+  }
+  return count;
+}
+
+// What the JSON counts is what the log tells line by line.
+TEST_F(Program, TheBmcsTrafficIsInTheLogAndCountedInTheJson) {
+  WriteEmptyServer();
+  constexpr std::pair<const char*, const char*> kLines[] = {
+      {"exchanges", " > "}, {"retries", "sent again"}, {"timeouts", "timeout: "}, {"ipmi_requests", "IPMI "}};
+  struct Case {
+    const char* fault;
+    const char* counted;  // what the fault must have caused
+  };
+  for (const Case& each : {Case{"bad-checksum:2@8", "retries"}, Case{"no-answer:always", "timeouts"},
+                           Case{"h2b-stuck:always", "timeouts"}, Case{"refuse-open@1", "exchanges"}}) {
+    Run(std::string("boot empty.toml --log boot.log --json r.json --resets 0 --fault ") + each.fault);
+    const std::string log = Read("boot.log");
+    auto bmc = nlohmann::json::parse(Read("r.json"))["boots"][0]["starts"][0]["bmc"];
+    EXPECT_GT(bmc[each.counted], 0) << each.fault;
+    EXPECT_GT(bmc["seconds_in_steps"], 0) << each.fault;
+    bmc["exchanges"] = bmc["exchanges"].get<unsigned>() + bmc["ipmi_requests"].get<unsigned>();  // " > " is in both
+    for (const auto& [count, part] : kLines) {
+      EXPECT_EQ(bmc[count], LinesWith(log, part)) << each.fault << " " << count << "\n" << log;
+    }
+  }
+}
+
 TEST_F(Program, VariablesAreListedWithTheBrokenOnesNamed) {
   WriteLegacyServer();
   ASSERT_EQ(Run("boot legacy.toml --state st").status, 0);

@@ -34,10 +34,12 @@ inline BootReport HandMadeReport() {
        .group = true},
   };
   report.attempts = {
-      {.what = "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\\EFI\\OLD.efi",
+      {.option = std::uint16_t{1},
+       .what = "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\\EFI\\OLD.efi",
        .status = EFI_NOT_FOUND,
        .reason = "no such file"},
-      {.what = "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\\EFI\\debian\\shimx64.efi",
+      {.option = std::uint16_t{2},
+       .what = "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/HD(1,GPT)/\\EFI\\debian\\shimx64.efi",
        .loaded = true,
        .reason = "",
        .ended = true},

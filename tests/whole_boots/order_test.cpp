@@ -56,13 +56,14 @@ TEST(Order, ALoaderThatAnswersLeadsToTheNextOption) {
   ServerDescription description = RackServer(2, false);
   description.firmware.shellPresent = false;
   Server server(std::move(description), {});
-  for (const std::uint16_t number : {std::uint16_t{1}, std::uint16_t{2}}) {
-    const DevicePath path = PartitionPath(number, u"\\EFI\\BOOT\\BOOTX64.EFI");
+  for (const std::uint16_t number : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{3}}) {
+    const bool there = number != 3;
+    const DevicePath path = PartitionPath(there ? number : 1, there ? u"\\EFI\\BOOT\\BOOTX64.EFI" : u"\\EFI\\gone.efi");
     ASSERT_EQ(server.Variables().Set(OptionVariable(number), gEfiGlobalVariableGuid, kKept,
                                      LoadOptionBytes(u"system", path.Bytes())),
               EFI_SUCCESS);
   }
-  SetBootOrder(server.Variables(), {2, 1});
+  SetBootOrder(server.Variables(), {2, 3, 1});
   BootRequest request;
   request.loader.action = LoaderAction::Answer;
   request.loader.status = EFI_ABORTED;
@@ -70,11 +71,19 @@ TEST(Order, ALoaderThatAnswersLeadsToTheNextOption) {
   EXPECT_FALSE(report.Started());
   EXPECT_EQ(report.outcome.end, BootEnd::Returned) << report.outcome.text;
   std::vector<std::string> answered;
+  std::vector<std::uint16_t> tried;  // as they happened, each once
   for (const AttemptReport& attempt : report.attempts) {
+    ASSERT_TRUE(attempt.option) << Told(report);
+    if (tried.empty() || tried.back() != *attempt.option) {
+      tried.push_back(*attempt.option);
+    }
     if (attempt.loaded && attempt.status == EFI_ABORTED) {
       answered.push_back(attempt.what);
     }
   }
+  EXPECT_EQ(tried, report.bootOrder) << Told(report);
+  std::erase_if(tried, [](std::uint16_t number) { return number > 3; });
+  EXPECT_EQ(tried, (std::vector<std::uint16_t>{2, 3, 1})) << Told(report);
   ASSERT_GE(answered.size(), 2U) << Told(report);
   EXPECT_NE(answered[0].find("Sata(0x1,"), std::string::npos) << Told(report);
   EXPECT_NE(answered[1].find("Sata(0x0,"), std::string::npos) << Told(report);

@@ -103,6 +103,9 @@ std::vector<std::byte> ImageService::RegisterBuiltin(std::string name, Builtin f
 EFI_STATUS ImageService::Fail(EFI_DEVICE_PATH_PROTOCOL* path, EFI_STATUS status, std::string reason) {
   error_ = reason;
   failures_.push_back({path == nullptr ? "" : Text(DevicePath::Copy(path)), status, std::move(reason)});
+  if (onLoadFailure_) {
+    onLoadFailure_();
+  }
   return status;
 }
 

@@ -68,6 +68,12 @@ class ImageService : public CurrentModel<ImageService> {
   EFI_STATUS Unload(EFI_HANDLE handle);
   EFI_STATUS ExitBootServices(EFI_HANDLE handle, UINTN mapKey);
 
+  // Called behind each new entry of Starts() and of LoadFailures().
+  void SetAttemptHandlers(std::function<void()> onStart, std::function<void()> onLoadFailure) {
+    onStart_ = std::move(onStart);
+    onLoadFailure_ = std::move(onLoadFailure);
+  }
+
   // Asked before ExitBootServices ends the boot: the variable store switches to its runtime rules there.
   void SetExitBootServicesHandler(std::function<void()> handler) { exitHandler_ = std::move(handler); }
 
@@ -116,6 +122,8 @@ class ImageService : public CurrentModel<ImageService> {
   std::vector<LoadFailure> failures_;
   std::string error_;
   std::function<void()> exitHandler_;
+  std::function<void()> onStart_;
+  std::function<void()> onLoadFailure_;
 };
 
 }  // namespace sim

@@ -47,6 +47,9 @@ EFI_STATUS ImageService::StartImage(EFI_HANDLE handle, UINTN* exitDataSize, CHAR
   }
   const std::size_t record = starts_.size();
   starts_.push_back({handle, PathText(handle), LoaderAction::Execute, false, EFI_SUCCESS, false});
+  if (onStart_) {
+    onStart_();
+  }
   EFI_STATUS answer = EFI_SUCCESS;
   const bool isLoader = image->IsApplication() && !image->builtin;
   if (isLoader) {

@@ -25,8 +25,13 @@ struct RuntimeServices::Calls {
 
   static EFI_STATUS EFIAPI GetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32* attributes, UINTN* size,
                                        VOID* data) {
-    return Serve("GetVariable",
-                 [&](RuntimeServices& self) { return self.store_.GetVariable(name, guid, attributes, size, data); });
+    return Serve("GetVariable", [&](RuntimeServices& self) {
+      const EFI_STATUS status = self.store_.GetVariable(name, guid, attributes, size, data);
+      if (!EFI_ERROR(status)) {
+        self.lastRead_ = *guid == gEfiGlobalVariableGuid ? name : u"";
+      }
+      return status;
+    });
   }
   static EFI_STATUS EFIAPI GetNextVariableName(UINTN* size, CHAR16* name, EFI_GUID* guid) {
     return Serve("GetNextVariableName",

@@ -16,6 +16,8 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
   RuntimeServices(Machine& machine, VariableStore& store);
 
   VariableStore& Store() { return store_; }
+  // Name of the variable of the standard's own GUID that GetVariable gave last; empty when the last was another's.
+  const std::u16string& LastRead() const { return lastRead_; }
   // The wall clock at power-on; GetTime adds the virtual time. Default: 2026-01-01 00:00:00 UTC.
   void SetStartTime(const EFI_TIME& time) { start_ = time; }
 
@@ -25,6 +27,7 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
 
   Machine& machine_;
   VariableStore& store_;
+  std::u16string lastRead_;
   EFI_TIME start_{2026, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
 };
 
