@@ -3,7 +3,9 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <span>
 
+#include "bench/waits.h"
 #include "tests/whole_boots/server_builder.h"
 
 namespace {
@@ -110,4 +112,16 @@ BENCHMARK(Saving)->Arg(8)->Arg(64)->Arg(512)->UseManualTime()->Unit(benchmark::k
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// "--waits SERVER.toml...": the listing instead of the benchmarks.
+int main(int argc, char** argv) {
+  if (argc > 2 && std::string_view(argv[1]) == "--waits") {
+    return ListWaits(std::span(argv, static_cast<std::size_t>(argc)).subspan(2));
+  }
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
