@@ -243,27 +243,33 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   return function;
 }
 
+// Called behind each entry: what does not fit now is that entry's doing.
+void FailUnlessFitting(const DeviceTree& tree, const TableReader& entry) {
+  const std::string fault = CheckDeviceTree(tree);
+  if (!fault.empty()) {
+    entry.Fail("", "devices that fit together: " + fault);
+  }
+}
+
 }  // namespace
 
 DeviceTree ReadDeviceTree(TableReader& root, const std::filesystem::path& folder) {
   const DeviceReader reader(folder);
   DeviceTree tree;
   for (TableReader& table : root.Tables("root_bridge")) {
-    RootBridge bridge;
-    bridge.uid = static_cast<std::uint32_t>(table.Integer("uid", tree.rootBridges.size(), 0, 0xFFFFFFFF));
+    const std::size_t number = tree.rootBridges.size();
+    RootBridge& bridge = tree.rootBridges.emplace_back();
+    bridge.uid = static_cast<std::uint32_t>(table.Integer("uid", number, 0, 0xFFFFFFFF));
     bridge.express = table.Boolean("express", false);
     bridge.segment = static_cast<std::uint32_t>(table.Integer("segment", 0, 0, 0xFFFF));
     bridge.firstBus = static_cast<std::uint8_t>(table.Integer("first_bus", 0, 0, 255));
     bridge.lastBus = static_cast<std::uint8_t>(table.Integer("last_bus", 255, 0, 255));
+    FailUnlessFitting(tree, table);
     for (TableReader& element : table.Tables("function")) {
       bridge.functions.push_back(reader.Function(element));
+      FailUnlessFitting(tree, element);
     }
     table.Finish();
-    tree.rootBridges.push_back(std::move(bridge));
-  }
-  const std::string fault = CheckDeviceTree(tree);
-  if (!fault.empty()) {
-    root.Fail("root_bridge", "devices that fit together: " + fault);
   }
   return tree;
 }

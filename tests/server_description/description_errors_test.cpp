@@ -125,12 +125,12 @@ TEST(DescriptionErrors, TwoDevicesInOnePlace) {
   const ErrorCase cases[] = {
       {"name = \"a\"\n[[root_bridge]]\n[[root_bridge.function]]\nkind = \"isa\"\ndevice = 1\n"
        "[[root_bridge.function]]\nkind = \"vga\"\ndevice = 1\n",
-       "rack.toml:2: root_bridge: expected ", "devices that fit together: "},
+       "rack.toml:6: root_bridge[0].function[1]: expected ", "devices that fit together: "},
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"ahci\"\ndevice = 1\n[[root_bridge.function.sata]]\nport = "
        "4\n"
        "[[root_bridge.function.sata]]\nport = 4\n",
-       "rack.toml:1: root_bridge: expected ", "devices that fit together: "},
-      {"[[root_bridge]]\nuid = 3\n[[root_bridge]]\nuid = 3\n", "rack.toml:1: root_bridge: expected ",
+       "rack.toml:2: root_bridge[0].function[0]: expected ", "devices that fit together: "},
+      {"[[root_bridge]]\nuid = 3\n[[root_bridge]]\nuid = 3\n", "rack.toml:3: root_bridge[1]: expected ",
        "devices that fit together: "},
   };
   Check(cases);
