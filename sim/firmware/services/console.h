@@ -83,7 +83,10 @@ class ConsoleModel {
 // follows.
 class TerminalKeys {
  public:
-  void Feed(std::string_view bytes) { bytes_.append(bytes); }
+  void Feed(std::string_view bytes) {
+    bytes_.append(bytes);
+    flushed_ = false;
+  }
   void Flush() { flushed_ = true; }
   std::optional<EFI_INPUT_KEY> Next();
 
