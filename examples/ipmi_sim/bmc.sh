@@ -26,9 +26,10 @@ missing() {
   exit 77
 }
 
-# True while the process that DIR/pid names runs and is the simulator: a number may have passed to another process.
+# True while the process that DIR/pid names runs and is this simulator: a number may have passed to another process, and
+# one that has ended keeps its number, but not its command line, until somebody asks for its status.
 running() {
-  [ -s "$1/pid" ] && [ "$(cat "/proc/$(cat "$1/pid")/comm" 2>/dev/null)" = ipmi_sim ]
+  [ -s "$1/pid" ] && tr '\0' '\n' 2>/dev/null <"/proc/$(cat "$1/pid")/cmdline" | grep -qxF "$1/lan.conf"
 }
 
 configure() { # DIR PORT_BASE

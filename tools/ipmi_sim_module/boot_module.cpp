@@ -35,6 +35,8 @@ class BootOptions {
  public:
   explicit BootOptions(sys_data_t& simulator) : simulator_(simulator), last_(Now()) {}
 
+  sys_data_t& Simulator() { return simulator_; }
+
   sim::IpmiReply Answer(unsigned char netFn, unsigned char command, std::span<const std::uint8_t> data) {
     const sim::Ticks now = Now();
     clock_.Advance(now - std::min(last_, now));
@@ -62,7 +64,8 @@ class BootOptions {
 // came by.
 class LongAnswer {
  public:
-  void Keep(channel_t& channel, const sim::IpmiReply& reply) {
+  void Keep(channel_t& channel, const msg_t* request, const sim::IpmiReply& reply) {
+    request_ = request;
     bytes_ = reply.data;
     bytes_.insert(bytes_.begin(), reply.completion);
     if (channel.return_rsp != &PutIn) {
@@ -70,12 +73,13 @@ class LongAnswer {
       channel.return_rsp = &PutIn;
     }
   }
-  void Forget() { bytes_.clear(); }
+  void Forget() { request_ = nullptr; }
 
  private:
   static void PutIn(channel_t* channel, msg_t* message, rsp_msg_t* answer) noexcept;
 
-  std::vector<std::uint8_t> bytes_;  // empty: none
+  const msg_t* request_ = nullptr;  // whose answer the bytes are; null: none
+  std::vector<std::uint8_t> bytes_;
   std::map<channel_t*, decltype(channel_t::return_rsp)> channels_;
 };
 
@@ -85,7 +89,7 @@ LongAnswer* longAnswer = nullptr;
 
 void LongAnswer::PutIn(channel_t* channel, msg_t* message, rsp_msg_t* answer) noexcept {
   rsp_msg_t whole = *answer;
-  if (!longAnswer->bytes_.empty()) {
+  if (longAnswer->request_ == message) {
     whole.data = longAnswer->bytes_.data();
     whole.data_len = static_cast<unsigned short>(longAnswer->bytes_.size());
   }
@@ -93,8 +97,17 @@ void LongAnswer::PutIn(channel_t* channel, msg_t* message, rsp_msg_t* answer) no
   longAnswer->Forget();
 }
 
+// The serial side does not fill in where a message came from, only the channel's number.
+channel_t* ChannelOf(lmc_data_t& mc, const msg_t& message) {
+  if (message.orig_channel != nullptr) {
+    return message.orig_channel;
+  }
+  constexpr unsigned char kNumberMask = 0x0F;
+  return bootOptions->Simulator().mc_get_channelset(&mc)[message.channel & kNumberMask];
+}
+
 // On entry *size is the room in answer; an answer is its completion code and what follows it.
-void Handle(lmc_data_t* /*mc*/, msg_t* message, unsigned char* answer, unsigned int* size, void* /*context*/) noexcept {
+void Handle(lmc_data_t* mc, msg_t* message, unsigned char* answer, unsigned int* size, void* /*context*/) noexcept {
   const sim::IpmiReply reply = bootOptions->Answer(message->netfn, message->cmd, {message->data, message->len});
   const std::size_t room = *size;
   longAnswer->Forget();
@@ -103,8 +116,8 @@ void Handle(lmc_data_t* /*mc*/, msg_t* message, unsigned char* answer, unsigned 
   if (reply.data.size() < room) {
     std::copy(reply.data.begin(), reply.data.end(), answer + 1);
     *size = static_cast<unsigned int>(reply.data.size() + 1);
-  } else if (message->orig_channel != nullptr) {
-    longAnswer->Keep(*message->orig_channel, reply);
+  } else if (channel_t* channel = ChannelOf(*mc, *message); channel != nullptr) {
+    longAnswer->Keep(*channel, message, reply);
   } else {
     answer[0] = kCannotReturnAll;
   }
