@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "sim/bmc/bmc.h"
 #include "sim/bmc/boot_flag_words.h"
@@ -10,6 +9,7 @@
 #include "sim/cli/load_option_text.h"
 #include "sim/cli/printable_text.h"
 #include "sim/cli/terminal.h"
+#include "sim/server/host_file.h"
 
 namespace sim {
 namespace {
@@ -95,11 +95,11 @@ int BmcFolder::Get(const std::string& name, const fs::path& host) const {
 }
 
 int BmcFolder::Put(const std::string& name, const fs::path& host) {
-  std::ifstream stream(host, std::ios::binary);
-  if (!stream) {
+  const auto text = ReadHostFile(host);
+  if (!text) {
     return Fail(fmt::format("{}: cannot be read", host.string()));
   }
-  const FileBytes bytes{std::istreambuf_iterator<char>(stream), {}};
+  const FileBytes bytes{text->begin(), text->end()};
   if (!files_.Write(name, bytes)) {
     return Fail(
         fmt::format("\"{}\" cannot be kept: expected a name of up to {} letters, digits, '.', '_' and '-', and "
@@ -117,6 +117,10 @@ int BmcFolder::Remove(const std::string& name) {
 }  // namespace
 
 int RunBmc(const BmcArguments& arguments) {
+  std::error_code ignored;
+  if (fs::exists(arguments.state, ignored) && !fs::is_directory(arguments.state, ignored)) {
+    return Fail(fmt::format("{}: is no folder", arguments.state.string()));
+  }
   BmcFolder bmc(arguments.state);
   switch (arguments.action) {
     case BmcArguments::Action::Show:

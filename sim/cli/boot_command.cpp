@@ -42,6 +42,7 @@ class BootRun {
     request_.debugMask = arguments.debugMask;
     request_.faults = arguments.faults;
     OpenLog();
+    CheckJson();
     ConnectConsole();
   }
 
@@ -49,6 +50,7 @@ class BootRun {
 
  private:
   void OpenLog();
+  void CheckJson() const;
   void ConnectConsole();
   BootResult BootOnce();
   void Show(unsigned number, const BootResult& result) const;
@@ -77,6 +79,13 @@ void BootRun::OpenLog() {
   }
   request_.onLogLine = [this](const std::string& line) { log_ << line << (line.ends_with('\n') ? "" : "\n"); };
   request_.onTraffic = [this](const std::string& line) { log_ << line << '\n'; };
+}
+
+// An hour of boots is not to end with a report that nobody gets.
+void BootRun::CheckJson() const {
+  if (!arguments_.json.empty() && arguments_.json != "-" && !std::ofstream(arguments_.json, std::ios::app)) {
+    throw StateError(fmt::format("{}: the JSON report cannot be written", arguments_.json));
+  }
 }
 
 void BootRun::ConnectConsole() {
@@ -128,8 +137,10 @@ void BootRun::Show(unsigned number, const BootResult& result) const {
   const std::string boot =
       arguments_.boots > 1 ? fmt::format(", boot {} of {}", number, arguments_.boots) : std::string();
   const std::string title = server_.Description().name + boot;
-  const std::string text = arguments_.quiet ? fmt::format("{}: {}\n", PrintableText(title), OutcomeText(result.Last()))
-                                            : SummaryText(title, result, style_);
+  const char* limit = result.resetLimitReached ? ", one reset too many" : "";
+  const std::string text = arguments_.quiet
+                               ? fmt::format("{}: {}{}\n", PrintableText(title), OutcomeText(result.Last()), limit)
+                               : SummaryText(title, result, style_);
   fmt::print(Texts(), "{}", text);
   std::fflush(Texts());
 }

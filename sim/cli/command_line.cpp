@@ -135,10 +135,23 @@ CLI::App& AddBmcAction(CLI::App& bmc, BmcArguments& arguments, int& status, BmcA
   return command;
 }
 
+// The folder stands in front of the action, which the library's usage line does not say.
+class BmcUsage : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    constexpr std::string_view kCommand = "bds-sim bmc";
+    if (name.size() > kCommand.size()) {
+      name.insert(kCommand.size(), " DIR");
+    }
+    return CLI::Formatter::make_usage(app, name);
+  }
+};
+
 void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   using Action = BmcArguments::Action;
   BmcArguments& bmc = arguments.bmc;
   CLI::App& command = *app.add_subcommand("bmc", "Look at and set the BMC's side of a state folder");
+  command.formatter(std::make_shared<BmcUsage>());
   command.add_option("DIR", bmc.state, "The state folder")->required();
   command.require_subcommand(1);
   AddBmcAction(command, bmc, status, Action::Show, "show", "Boot flags and the other boot option parameters");

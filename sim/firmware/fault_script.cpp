@@ -2,14 +2,18 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 #include <sstream>
 
+#include "sim/firmware/priority_limits.h"
 #include "support/format.h"
 
 namespace sim {
 namespace {
+
+constexpr std::string_view kWriteKinds[] = {"nvram", "bmc", "bmc-exchange"};
 
 // Calls and writes are counted from 1.
 std::optional<std::uint64_t> Number(const std::string& text) {
@@ -32,20 +36,32 @@ bool FaultScript::Add(std::string_view words, std::string& error) {
   std::istringstream stream{std::string(words)};
   const std::vector<std::string> parts{std::istream_iterator<std::string>(stream), {}};
   const auto nth = parts.size() < 3 ? std::nullopt : Number(parts[2]);
+  const auto wrong = [&](std::string_view why) {
+    error = fmt::format("\"{}\": {}", words, why);
+    return false;
+  };
   if (nth && parts[0] == "power" && parts.size() == 3) {
+    if (std::ranges::find(kWriteKinds, parts[1]) == std::end(kWriteKinds)) {
+      return wrong("expected a kind of write: nvram, bmc or bmc-exchange");
+    }
     LosePowerAfterWrite(parts[1], *nth);
     return true;
   }
   if (nth && parts[0] == "call" && (parts.size() == 4 || parts.size() == 5)) {
     const auto status = StatusFromName(parts[3]);
     const auto count = parts.size() == 4 ? std::optional<std::uint64_t>(1) : Number(parts[4]);
-    if (status && count) {
+    if (!IsServiceName(parts[1])) {
+      return wrong("expected a boot or runtime service, such as SetVariable");
+    }
+    if (!status) {
+      return wrong("expected a status, such as EFI_NOT_FOUND or 0x800000000000000E");
+    }
+    if (count) {
       FailCall(parts[1], *nth, *status, *count);
       return true;
     }
   }
-  error = fmt::format("\"{}\": expected \"call SERVICE N STATUS [COUNT]\" or \"power KIND N\"", words);
-  return false;
+  return wrong("expected \"call SERVICE N STATUS [COUNT]\" or \"power KIND N\", N and COUNT from 1");
 }
 
 std::optional<EFI_STATUS> FaultScript::OnCall(std::string_view service) {

@@ -1,5 +1,8 @@
 #include "sim/firmware/priority_limits.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace sim {
 namespace {
 
@@ -54,6 +57,9 @@ constexpr Limit kLimits[] = {
     {"SetVariable", TPL_CALLBACK},
     {"QueryVariableInfo", TPL_CALLBACK},
 };
+// Those that may be called at any level.
+constexpr std::string_view kUnlimited[] = {"CalculateCrc32",   "GetNextMonotonicCount", "InstallConfigurationTable",
+                                           "SetWatchdogTimer", "SignalEvent",           "Stall"};
 
 }  // namespace
 
@@ -64,6 +70,11 @@ EFI_TPL HighestPriority(std::string_view service) {
     }
   }
   return TPL_HIGH_LEVEL;
+}
+
+bool IsServiceName(std::string_view service) {
+  return std::ranges::find(kLimits, service, &Limit::service) != std::end(kLimits) ||
+         std::ranges::find(kUnlimited, service) != std::end(kUnlimited);
 }
 
 }  // namespace sim

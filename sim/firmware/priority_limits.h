@@ -9,5 +9,7 @@ namespace sim {
 
 // TPL_HIGH_LEVEL for names that the table does not know.
 EFI_TPL HighestPriority(std::string_view service);
+// A boot or runtime service whose calls are counted and can be scripted.
+bool IsServiceName(std::string_view service);
 
 }  // namespace sim

@@ -2,10 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "platform/setup_variable.h"
+#include "sim/server/host_file.h"
 
 namespace sim {
 namespace {
@@ -227,13 +225,11 @@ ServerDescription ParseServerDescription(std::string_view text, const std::strin
 }
 
 ServerDescription LoadServerDescription(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) {
+  const auto text = ReadHostFile(file);
+  if (!text) {
     throw DescriptionError(file.string(), 0, "", "cannot be read");
   }
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return ParseServerDescription(text.str(), file.string(), file.parent_path());
+  return ParseServerDescription(*text, file.string(), file.parent_path());
 }
 
 }  // namespace sim

@@ -3,14 +3,13 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include "bootopt/string_package.h"
 #include "core/entry.h"
 #include "platform/bds_arch.h"
 #include "platform/setup_variable.h"
 #include "sim/server/boot_recorder.h"
+#include "sim/server/host_file.h"
 #include "sim/server/machine_parts.h"
 
 // The host program's data and zero-initialised sections: the linked driver's state records lie in them.
@@ -21,19 +20,19 @@ namespace sim {
 namespace {
 
 std::vector<std::byte> ReadWhole(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) {
+  const auto bytes = ReadHostFile(file);
+  if (!bytes) {
     throw StateError(fmt::format("{}: cannot be read", file.string()));
   }
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
-  const auto* first = reinterpret_cast<const std::byte*>(bytes.data());
-  return {first, first + bytes.size()};
+  const auto* first = reinterpret_cast<const std::byte*>(bytes->data());
+  return {first, first + bytes->size()};
 }
 
 void AddFaults(Machine& machine, const std::vector<std::string>& faults, std::vector<BmcFault>& bmcFaults) {
   for (const std::string& words : faults) {
     std::string error;
-    if (words.starts_with("call ") || words.starts_with("power ")) {
+    const std::string_view first = std::string_view(words).substr(0, words.find(' '));
+    if (first == "call" || first == "power") {
       if (!machine.Faults().Add(words, error)) {
         throw StateError(error);
       }
@@ -41,7 +40,7 @@ void AddFaults(Machine& machine, const std::vector<std::string>& faults, std::ve
     }
     const auto fault = BmcFault::Parse(words, error);
     if (!fault) {
-      throw StateError(error);
+      throw StateError(error + ". Other faults: \"call SERVICE N STATUS [COUNT]\", \"power KIND N\"");
     }
     bmcFaults.push_back(*fault);
   }
@@ -95,7 +94,8 @@ void Server::LoadVariables() {
   };
   const std::filesystem::path nvram = options_.state / "nvram";
   const bool kept = !options_.state.empty();
-  const bool fresh = !kept || !std::filesystem::exists(nvram) || std::filesystem::is_empty(nvram);
+  std::error_code unusable;  // creating the folder then says why
+  const bool fresh = !kept || !std::filesystem::exists(nvram, unusable) || std::filesystem::is_empty(nvram, unusable);
   if (fresh && !description_.nvram.initial.empty()) {
     load(description_.nvram.initial);
   }
@@ -103,8 +103,11 @@ void Server::LoadVariables() {
     return;
   }
   folder_ = std::make_unique<EfivarsFolder>(nvram);
-  std::error_code ignored;
-  std::filesystem::create_directories(nvram, ignored);
+  std::error_code failed;
+  std::filesystem::create_directories(nvram, failed);
+  if (failed) {
+    throw StateError(fmt::format("{}: cannot be made: {}", nvram.string(), failed.message()));
+  }
   if (!fresh) {
     load(nvram);
   } else if (!folder_->Save(store_)) {
@@ -117,7 +120,8 @@ void Server::GiveInitialVariables() {
   const auto give = [this](const CHAR16* name, const EFI_GUID& guid, std::span<const std::byte> data) {
     constexpr std::uint32_t kKept = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS;
     if (store_.Find(name, guid) == nullptr && EFI_ERROR(store_.Set(name, guid, kKept, data))) {
-      throw StateError("the NVRAM is too small for the server's own records");
+      const bool unwritable = folder_ != nullptr && !folder_->Error().empty();
+      throw StateError(unwritable ? folder_->Error() : "the NVRAM is too small for the server's own records");
     }
   };
   if (description_.nvram.setup) {

@@ -14,7 +14,9 @@ std::string Range(std::uint64_t least, std::uint64_t most) {
 
 DescriptionError::DescriptionError(const std::string& file, std::uint32_t line, const std::string& key,
                                    const std::string& expected)
-    : std::runtime_error(fmt::format("{}:{}: {}: {}", file, line, key.empty() ? "description" : key, expected)) {}
+    : std::runtime_error(line == 0
+                             ? fmt::format("{}: {}", file, expected)
+                             : fmt::format("{}:{}: {}: {}", file, line, key.empty() ? "description" : key, expected)) {}
 
 std::string TableReader::Name(std::string_view key) const {
   if (key.empty()) {

@@ -14,6 +14,7 @@
 
 namespace sim {
 
+// Line 0: the file as a whole.
 class DescriptionError : public std::runtime_error {
  public:
   DescriptionError(const std::string& file, std::uint32_t line, const std::string& key, const std::string& expected);

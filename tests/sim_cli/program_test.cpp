@@ -88,6 +88,7 @@ TEST_F(Program, HelpNamesCommandsExamplesAndExitStatuses) {
   for (const char* part : {"boot", "describe", "vars", "bmc", "Examples:", "Exit status:"}) {
     EXPECT_THAT(help.text, HasSubstr(part));
   }
+  EXPECT_THAT(Run("bmc st bootdev --help").text, HasSubstr("bds-sim bmc DIR bootdev [OPTIONS] DEVICE"));
   const Ended boot = Run("boot --help");
   EXPECT_EQ(boot.status, 0);
   EXPECT_THAT(boot.text, HasSubstr("--loader-status"));
@@ -113,7 +114,15 @@ TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
       {"boot empty.toml --loader-status EFI_NO_SUCH", "EFI_NO_SUCH"},
       {"boot empty.toml --execute --loader-status EFI_SUCCESS", "--execute"},
       {"boot empty.toml --fault 'call nothing'", "call nothing"},
-      {"boot empty.toml --fault no-such-fault", "no-such-fault"},
+      {"boot empty.toml --fault no-such-fault", "call SERVICE N STATUS [COUNT]"},
+      {"boot empty.toml --fault 'power moon 1'", "bmc-exchange"},
+      {"boot empty.toml --fault 'call SetVariabel 1 EFI_NOT_FOUND'", "a boot or runtime service"},
+      {"boot empty.toml --json no/such/folder/json", "the JSON report cannot be written"},
+      {"boot empty.toml --image state", "state: cannot be read"},
+      {"boot empty.toml --state bad.toml", "bad.toml/nvram: cannot be made"},
+      {"boot state", "bds-sim: state: cannot be read"},
+      {"bmc bad.toml show", "bad.toml: is no folder"},
+      {"bmc new put name state", "state: cannot be read"},
       {"boot empty.toml --keys '{nokey}'", "nokey"},
       {"boot empty.toml --log no/such/folder/log", "log"},
       {"boot empty.toml --image no-such.efi", "no-such.efi"},
@@ -168,6 +177,7 @@ TEST_F(Program, JsonOnStandardOutputIsAlone) {
 
 TEST_F(Program, NothingToBootGivesThreeAndKeepsNothingWithoutAState) {
   WriteEmptyServer();
+  EXPECT_THAT(Run("boot empty.toml --quiet --resets 0").text, HasSubstr("one reset too many"));
   const Ended ended = Run("boot empty.toml --quiet");
   EXPECT_EQ(ended.status, 3) << ended.text;
   EXPECT_THAT(ended.text, HasSubstr("empty one: nothing was started"));

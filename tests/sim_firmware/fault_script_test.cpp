@@ -27,6 +27,8 @@ TEST(FaultScriptTest, WordsAreTakenWholeOrRefused) {
       {"power nvram 1x", false},
       {"power nvram 1 2", false},
       {"powers nvram 1", false},
+      {"power moon 1", false},
+      {"call SetVariabel 1 EFI_DEVICE_ERROR", false},
   };
   for (const Case& c : cases) {
     FaultScript script;

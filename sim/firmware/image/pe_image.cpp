@@ -193,9 +193,6 @@ class Reader {
     section.executable = (header.characteristics & kSectionExecutable) != 0;
     section.writable = (header.characteristics & kSectionWritable) != 0;
     const std::string where = "section \"" + section.name + "\" ";
-    if (section.address % image_.sectionAlignment != 0) {
-      return Damaged(where + "is not aligned");
-    }
     if (section.address < end) {
       return Damaged(where + "overlaps what lies before it");
     }
