@@ -4,6 +4,7 @@
 #include "bmc/management_mode.h"
 #include "bmc/steps.h"
 #include "bootopt/boot_lists.h"
+#include "bootopt/load_option.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
 
@@ -14,8 +15,8 @@ constexpr CHAR16 kBootOrderName[] = u"BootOrder";
 constexpr UINTN kMaxSavedNumbers = 0xFFFF;
 constexpr UINTN kSeenBytes = 0x10000 / 8;  // one bit per option number
 
-// Puts the matched option's Boot#### back. What is too short to hold an option is dropped: writing it would delete
-// the variable.
+// Puts the matched option's Boot#### back. What is no option is dropped: the variable may be whole, and would be deleted
+// as malformed when it is read.
 void RestoreMatchedBootOption() {
   PoolBuffer saved;
   if (EFI_ERROR(ReadVariable(kSavedBootOptionName, kIpmiVariablesGuid, saved))) {
@@ -23,7 +24,8 @@ void RestoreMatchedBootOption() {
   }
   ByteReader reader(saved.Bytes());
   UINT16 number = 0;
-  const bool usable = reader.Read(number) && reader.Remaining() != 0;
+  LoadOptionView view;
+  const bool usable = reader.Read(number) && ViewLoadOption(reader.Rest(), view);
   if (usable && EFI_ERROR(WriteVariable(BootVariableName(number), gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
                                         reader.Rest()))) {
     return;
@@ -62,6 +64,12 @@ UINTN CollectNumbers(std::span<UINT16> numbers, UINT8* seen) {
 
 }  // namespace
 
+void KeepIpmiVariable(const CHAR16* name, Bytes data) {
+  if (const EFI_STATUS status = WriteVariable(name, kIpmiVariablesGuid, kNonVolatileBoot, data); EFI_ERROR(status)) {
+    DebugPrint("%a:Failed writing %s:%r\n", "KeepIpmiVariable", name, status);
+  }
+}
+
 void SaveCurrentBootorder() {
   if (IsRackZephan() != 0) {
     DebugPrint("SaveCurrentBootorder: System in Zephan mode\n");
@@ -72,14 +80,14 @@ void SaveCurrentBootorder() {
   const auto numbers = AllocateArray<UINT16>(room);
   const PoolPtr<UINT8> seen(static_cast<UINT8*>(AllocateZeroPool(kSeenBytes)));
   if (!numbers || !seen) {
+    DebugPrint("%a:%r\n", "SaveCurrentBootorder", EFI_OUT_OF_RESOURCES);
     return;
   }
   const UINTN count = CollectNumbers({numbers.get(), room}, seen.get());
   if (count == 0) {
     return;
   }
-  static_cast<void>(WriteVariable(kSavedBootOrderName, kIpmiVariablesGuid, kNonVolatileBoot,
-                                  std::as_bytes(std::span(numbers.get(), count))));
+  KeepIpmiVariable(kSavedBootOrderName, std::as_bytes(std::span(numbers.get(), count)));
 }
 
 void SaveMatchedBootOption(const BOOT_OPTION& option) {
@@ -91,12 +99,13 @@ void SaveMatchedBootOption(const BOOT_OPTION& option) {
   const UINTN size = sizeof(UINT16) + image.Size;
   const PoolPtr<std::byte> record(static_cast<std::byte*>(AllocatePool(size)));
   if (!record) {
+    DebugPrint("%a:%r\n", "SaveMatchedBootOption", EFI_OUT_OF_RESOURCES);
     return;
   }
   ByteWriter writer({record.get(), size});
   writer.Write(option.BootOptionNumber);
   writer.WriteBytes(image.Bytes());
-  static_cast<void>(WriteVariable(kSavedBootOptionName, kIpmiVariablesGuid, kNonVolatileBoot, {record.get(), size}));
+  KeepIpmiVariable(kSavedBootOptionName, {record.get(), size});
 }
 
 void RestoreBootorder() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bootopt/boot_option.h"
+#include "support/byte_reader.h"
 
 namespace bds {
 
@@ -11,6 +12,9 @@ inline constexpr EFI_GUID kIpmiVariablesGuid{
 inline constexpr CHAR16 kIpmiBootFlagsName[] = u"IpmiBootFlags";             // the answer bytes of a persistent request
 inline constexpr CHAR16 kSavedBootOrderName[] = u"BootOrderBeforeIpmiBoot";  // UINT16 option numbers
 inline constexpr CHAR16 kSavedBootOptionName[] = u"IpmiMatchBootOptionData";  // UINT16 number, then Boot#### bytes
+
+// Writes one of these variables. A refused write is logged: the boot goes on without the record.
+void KeepIpmiVariable(const CHAR16* name, Bytes data);
 
 // Stores the numbers of BootOptionList in priority order, which it also sorts; nothing on a managed server.
 void SaveCurrentBootorder();

@@ -67,7 +67,7 @@ TEST_F(SavedOrder, AManagedServerNeitherSavesNorRestores) {
 TEST_F(SavedOrder, DamagedRecordsAreDroppedAndChangeNothing) {
   SetGlobal(u"Boot0002", Image(u"kept"));
   SetGlobal(u"BootOrder", Order({2}));
-  for (const Bytes& record : {Bytes{2}, Bytes{2, 0}}) {
+  for (const Bytes& record : {Bytes{2}, Bytes{2, 0}, Bytes{2, 0, 9}}) {
     SetVariable(kOption, kIpmiGuid, kAttributes3, record);
     SetVariable(kOrder, kIpmiGuid, kAttributes3, Bytes{1});
     bds::RestoreBootorder();
@@ -82,7 +82,10 @@ TEST_F(SavedOrder, ARecordThatCannotBePutBackIsKept) {
   SetVariable(u"BootOrder", gEfiGlobalVariableGuid, kAttributes3, Order({2}));  // other attributes refuse the write
   SetVariable(u"Boot0002", gEfiGlobalVariableGuid, kAttributes3, {1});
   SetVariable(kOrder, kIpmiGuid, kAttributes3, Order({1}));
-  SetVariable(kOption, kIpmiGuid, kAttributes3, {2, 0, 9});
+  Bytes record{2, 0};
+  const Bytes image = Image(u"disk");
+  record.insert(record.end(), image.begin(), image.end());
+  SetVariable(kOption, kIpmiGuid, kAttributes3, record);
   bds::RestoreBootorder();
   EXPECT_TRUE(Variable(kOrder, kIpmiGuid));
   EXPECT_TRUE(Variable(kOption, kIpmiGuid));
