@@ -2,7 +2,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/setup_variable.h"
 #include "tests/whole_boots/server_builder.h"
 
 namespace sim::test {
@@ -111,16 +110,25 @@ TEST(Image, BootsAsTheLinkedDriverDoes) {
     GTEST_SKIP() << image << " is not built";
   }
   ServerDescription description = RackServer(3);
-  (*description.nvram.setup)[kSetupUefiMode] = 0;  // no copies on the BMC: waiting costs the image many port traps
+  description.bmcFiles = true;
   Server linked(description, {});
   Server loaded(description, {.state = {}, .image = image});
-  for (int boot = 0; boot < 2; ++boot) {
-    const BootReport one = linked.Boot({});
-    const BootReport two = loaded.Boot({});
+  const auto boot = [](Server& server, std::string& traffic) {
+    BootRequest request;
+    request.onTraffic = [&traffic](const std::string& line) { traffic += line + '\n'; };
+    return server.Boot(request);
+  };
+  for (int count = 0; count < 3; ++count) {  // the first saves to the BMC and resets, the second reads it back
+    std::string traffic, imageTraffic;
+    const BootReport one = boot(linked, traffic);
+    const BootReport two = boot(loaded, imageTraffic);
+    EXPECT_EQ(imageTraffic, traffic);
+    EXPECT_NE(traffic.find("exchange 1 > "), std::string::npos);
+    EXPECT_EQ(two.outcome.time, one.outcome.time);
     EXPECT_EQ(two.bootOrder, one.bootOrder);
     EXPECT_EQ(two.outcome.end, one.outcome.end) << two.outcome.text;
     EXPECT_EQ(two.bootCurrent, one.bootCurrent);
-    EXPECT_TRUE(NonVolatile(loaded.Variables()) == NonVolatile(linked.Variables())) << "boot " << boot;
+    EXPECT_TRUE(NonVolatile(loaded.Variables()) == NonVolatile(linked.Variables())) << "boot " << count;
     EXPECT_EQ(WithoutAddresses(two.log), WithoutAddresses(one.log));
     ExpectClean(two, "image");
   }
