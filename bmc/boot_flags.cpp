@@ -24,7 +24,7 @@ constexpr UINT8 kFlagsEfiBoot = 0x20;
 
 constexpr UINTN kAcknowledgeAnswerSize = 4;
 constexpr UINTN kAcknowledgeByte = kParameterData + 1;
-constexpr UINT8 kAcknowledgedByBios = 0x01;
+constexpr UINT8 kBiosBit = 0x01;  // read as 1: the BIOS has not handled the flags yet; as a write's mask: it has now
 
 constexpr UINT32 kBootFlowSetup = 4;
 
@@ -41,10 +41,6 @@ void ForgetStoredRequest() {
   if (VariableExists(kIpmiBootFlagsName, kIpmiVariablesGuid)) {
     static_cast<void>(DeleteVariable(kIpmiBootFlagsName, kIpmiVariablesGuid));
   }
-}
-
-void StoreRequest(const BootFlags& flags) {
-  static_cast<void>(WriteVariable(kIpmiBootFlagsName, kIpmiVariablesGuid, kNonVolatileBoot, AsBytes(flags)));
 }
 
 bool ReadStoredRequest(BootFlags& flags) {
@@ -73,7 +69,7 @@ bool RequestIsPending(IpmiTransport& transport) {
     return false;
   }
   const UINT8 acknowledge = answer[kAcknowledgeByte];
-  if (acknowledge != 0 && (acknowledge & kAcknowledgedByBios) == 0) {
+  if (acknowledge != 0 && (acknowledge & kBiosBit) == 0) {
     ForgetStoredRequest();
     return false;
   }
@@ -84,11 +80,11 @@ bool RequestIsPending(IpmiTransport& transport) {
 bool TakeRequest(IpmiTransport& transport, const BootFlags& flags) {
   DecodeBootFlags(flags);
   if (gBmc.IpmiPersistent) {
-    StoreRequest(flags);
+    KeepIpmiVariable(kIpmiBootFlagsName, AsBytes(flags));
   } else {
     ForgetStoredRequest();
   }
-  constexpr UINT8 kAcknowledge[] = {kBootInfoAcknowledge, kAcknowledgedByBios, 0};
+  constexpr UINT8 kAcknowledge[] = {kBootInfoAcknowledge, kBiosBit, 0};
   if (const EFI_STATUS status = WriteParameter(transport, kAcknowledge); EFI_ERROR(status)) {
     DebugPrint("IPMI:SetBootInfoAck Failed:%x \n", status);
     return false;
@@ -115,8 +111,11 @@ bool ReadRequest(IpmiTransport& transport) {
 }
 
 void RequestSetup() {
-  static_cast<void>(
-      WriteVariable(kBootFlowName, kBootFlowGuid, EFI_VARIABLE_BOOTSERVICE_ACCESS, AsBytes(kBootFlowSetup)));
+  const EFI_STATUS status =
+      WriteVariable(kBootFlowName, kBootFlowGuid, EFI_VARIABLE_BOOTSERVICE_ACCESS, AsBytes(kBootFlowSetup));
+  if (EFI_ERROR(status)) {
+    DebugPrint("%a:Failed writing BootFlow:%r\n", "RequestSetup", status);
+  }
 }
 
 enum class Action : UINT8 { Nothing, Device, Setup };

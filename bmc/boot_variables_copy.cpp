@@ -6,12 +6,12 @@
 #include "bmc/bt_read_file.h"
 #include "bmc/pm_timer.h"
 #include "bmc/restored_marker.h"
-#include "bmc/setup.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
 #include "bootopt/load_option.h"
 #include "support/debug_print.h"
 #include "support/services.h"
+#include "support/setup.h"
 #include "support/variables.h"
 
 namespace bds {

@@ -144,7 +144,7 @@ EFI_STATUS ApplyIpmiBootDevice(UINT16 BbsType, UINT16 NodeType, UINT16 NodeSubTy
   selected->Priority = 0;
   selected->Tag = kRequestTag;
   if (selected->BbsEntry != nullptr) {
-    DebugPrint("IPMI boot of device type %x \n", selected->BbsEntry->DeviceType);
+    DebugPrint("IPMI boot of device type %x \n", UINT16{selected->BbsEntry->DeviceType});
   }
   if (!gBmc.IpmiEfiBoot) {
     OrderLegacyType(*selected, BbsType);

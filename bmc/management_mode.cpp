@@ -3,11 +3,11 @@
 
 #include "bmc/bt_file.h"
 #include "bmc/pm_timer.h"
-#include "bmc/setup.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
+#include "support/setup.h"
 
 namespace bds {
 namespace {
@@ -67,15 +67,14 @@ void CheckZephan_EFIBootSupport() {
     return;
   }
   UINT8& enable = setup.Bytes[kSetupEfiBootOptionsEnable];
-  if (enable == kEfiOptionsOn && !policyExists) {
-    // Switched on by hand: it stays on, and there is nothing to write.
-    DebugPrint("SetupData.EfiBootOptionsEnable:%0x\n", enable);
+  const bool switchedOnByPolicy = enable == kEfiOptionsOff && policyExists;
+  const bool onWithoutPolicy = enable == kEfiOptionsOn && !policyExists;  // by hand: it stays on, written as it is
+  if (!switchedOnByPolicy && !onWithoutPolicy) {
     return;
   }
-  if (enable != kEfiOptionsOff || !policyExists) {
-    return;
+  if (switchedOnByPolicy) {
+    enable = kEfiOptionsByPolicy;
   }
-  enable = kEfiOptionsByPolicy;
   DebugPrint("SetupData.EfiBootOptionsEnable:%0x\n", enable);
   if (const EFI_STATUS status = WriteSetup(setup); EFI_ERROR(status)) {
     DebugPrint("%a:Failed writing Setup:%r\n", "CheckZephan_EFIBootSupport", status);

@@ -1,11 +1,11 @@
 // The steps that delete or switch options by the management mode and the UEFI boot setting.
 #include "bmc/management_mode.h"
 #include "bmc/restored_marker.h"
-#include "bmc/setup.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
 #include "bootopt/boot_lists.h"
 #include "support/debug_print.h"
+#include "support/setup.h"
 
 namespace bds {
 namespace {

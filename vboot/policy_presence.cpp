@@ -1,8 +1,8 @@
 // Whether a boot policy is in force on this boot.
 #include "platform/flexboot_protocol.h"
-#include "platform/setup_variable.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
+#include "support/setup.h"
 #include "support/variables.h"
 #include "vboot/boot_flow.h"
 #include "vboot/policy_engine.h"
@@ -71,10 +71,8 @@ bool HaveVbootPolicy(FLEXBOOT_ORDER_HEADER** order) {
 }
 
 bool IsStbuEfiEnabled() {
-  std::byte setup[kSetupSize] = {};
-  UINTN size = 0;
-  return !EFI_ERROR(ReadVariableInto(kSetupName, kSetupGuid, setup, size)) && size > kSetupStbuMode &&
-         setup[kSetupStbuMode] != std::byte{0};
+  SetupVariable setup;
+  return !EFI_ERROR(ReadSetup(setup)) && setup.At(kSetupStbuMode) != 0;
 }
 
 }  // namespace bds

@@ -78,6 +78,30 @@ TEST_F(BootFlags, EveryCombinationOfSelectorValidPersistentAndEfi) {
   }
 }
 
+// Reserved bits around the selector and the instance say nothing; the instance comes from data 5.
+TEST_F(BootFlags, EachValueIsTakenFromItsOwnBits) {
+  const struct {
+    Bytes flags;
+    std::uint8_t acknowledge;
+    const char* front;
+  } cases[] = {
+      {{0xA0, 0x08, 0, 0, 0}, 0, "uefi disk=0"},
+      {{0xA0, 0xCB, 0xFF, 0xFF, 0xEF}, 0x01, "uefi disk=0"},  // no instance given
+      {{0xA0, 0x08, 0x1F, 0x1F, 0x11}, 0x03, "second=0"},
+      {{0xA0, 0xCB, 0, 0, 0xF1}, 0x01, "second=0"},
+      {{0xA0, 0x08, 0, 0, 0}, 0x02, ""},  // handled before
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.flags));
+    Fresh();
+    Add(u"second", Join({Disk(), Loader()}));
+    std::copy(c.flags.begin(), c.flags.end(), State().bootFlags.begin());
+    State().acknowledge = c.acknowledge;
+    bds::SetIpmiBootOptionPriorities();
+    EXPECT_EQ(Front(), c.front);
+  }
+}
+
 TEST_F(BootFlags, AOneTimeRequestHoldsForOneBootAndAPersistentOneForAll) {
   for (const bool persistent : {false, true}) {
     Fresh();

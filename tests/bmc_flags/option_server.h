@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <deque>
 
 #include "bmc/steps.h"
 #include "platform/device_path.h"
@@ -55,11 +56,11 @@ class OptionServer : public BmcFixture {
   bds::BOOT_OPTION& AddLegacy(const char16_t* name, std::uint16_t type, bool usb = false) {
     bds::BOOT_OPTION& option =
         Add(name, Node(5, 1, {static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(type >> 8), 0, 0, 0}));
-    entries.push_back(std::make_unique<BBS_TABLE>());
-    entries.back()->DeviceType = type;
-    entries.back()->Class = usb ? 0x0C : 0x01;
-    entries.back()->SubClass = usb ? 0x03 : 0x06;
-    option.BbsEntry = entries.back().get();
+    BBS_TABLE& entry = entries.emplace_back();
+    entry.DeviceType = type;
+    entry.Class = usb ? 0x0C : 0x01;
+    entry.SubClass = usb ? 0x03 : 0x06;
+    option.BbsEntry = &entry;
     option.BbsIndex = static_cast<UINT16>(entries.size());
     return option;
   }
@@ -80,7 +81,7 @@ class OptionServer : public BmcFixture {
   }
 
   std::uint16_t nextNumber = 1;
-  std::vector<std::unique_ptr<BBS_TABLE>> entries;
+  std::deque<BBS_TABLE> entries;  // side by side as in the real table: every other one lies at an odd address
 };
 
 inline constexpr EFI_GUID kIpmiGuid{0x842680F2, 0x1A9C, 0x48E6, {0xA4, 0x33, 0xBE, 0x9A, 0xCB, 0x0D, 0xD4, 0x38}};

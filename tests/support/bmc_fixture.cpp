@@ -98,6 +98,7 @@ struct BmcFixture::Parts {
   }
   static EFI_STATUS EFIAPI SetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
                                        const VOID* data) {
+    current->counters.Add("SetVariable");
     const std::uint64_t before = current->variables.NonVolatileWrites();
     const EFI_STATUS status = current->variables.SetVariable(name, guid, attributes, size, data);
     if (current->variables.NonVolatileWrites() != before) {
