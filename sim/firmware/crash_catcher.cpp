@@ -175,9 +175,15 @@ void CrashCatcher::OnFault(int signal, siginfo_t* info, void* context) {
       (PortInstruction(registers).CarryOut(machine.Ports()) || CounterInstruction(registers).CarryOut(machine))) {
     return;
   }
-  machine.EndBoot(BootEnd::Crashed, fmt::format("signal {} at 0x{:X}, address 0x{:X}", signal,
-                                                static_cast<std::uint64_t>(registers[REG_RIP]),
-                                                reinterpret_cast<std::uintptr_t>(info->si_addr)));
+  std::string& crash = gCatcher->crash_;
+  if (!crash.empty()) {
+    // Ending the boot faulted in its turn: the search for leaks ran into a stack that was used up. It is left out.
+    machine.SetDriver(nullptr, {});
+    machine.EndBoot(BootEnd::Crashed, crash);
+  }
+  crash = fmt::format("signal {} at 0x{:X}, address 0x{:X}", signal, static_cast<std::uint64_t>(registers[REG_RIP]),
+                      reinterpret_cast<std::uintptr_t>(info->si_addr));
+  machine.EndBoot(BootEnd::Crashed, crash);
 }
 
 CrashCatcher::CrashCatcher() {

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <string>
 
 namespace sim {
 
@@ -29,6 +30,7 @@ class CrashCatcher {
   stack_t oldStack_;
   int oldCounterMode_;
   const std::byte* interrupted_ = nullptr;
+  std::string crash_;  // what ends the boot; empty before
 };
 
 }  // namespace sim

@@ -68,6 +68,7 @@ TEST_F(BootEndTest, FaultsOfTheProcessorEndTheBoot) {
   };
   int index = 0;
   for (const auto& fault : faults) {
+    machine.SetDriver(reinterpret_cast<EFI_HANDLE>(1), {});  // whose blocks are looked for on the stack
     const BootOutcome outcome = machine.Run([&] {
       fault();
       return EFI_SUCCESS;
