@@ -6,6 +6,8 @@
 #   DIR/loader.img   the same kind of disk with the loader given as \EFI\BOOT\BOOTX64.EFI and \EFI\hello\hello.efi
 #   DIR/data.img     MBR, one FAT16 partition without a loader
 #   DIR/stick.img    MBR, one FAT16 partition with \EFI\BOOT\BOOTX64.EFI
+#   DIR/floppy.img   a FAT12 volume of 1.44 MB without partitions, with \EFI\BOOT\BOOTX64.EFI
+#   DIR/netboot.efi  a loader as a network server sends it
 #   DIR/dvd.iso      ISO 9660 with an El Torito EFI boot image
 set -euo pipefail
 dir=$1
@@ -63,6 +65,20 @@ if [ ! -e "$dir/stick.img" ]; then
   mmd -i "$image@@1M" ::/EFI ::/EFI/BOOT
   mcopy -i "$image@@1M" "$systemd_boot" ::/EFI/BOOT/BOOTX64.EFI
   finish "$dir/stick.img"
+fi
+
+if [ ! -e "$dir/floppy.img" ]; then
+  image=$dir/floppy.img.new
+  truncate -s 1440K "$image"
+  mkfs.vfat -F 12 -n FLOPPY -i 24681357 "$image" >/dev/null
+  mmd -i "$image" ::/EFI ::/EFI/BOOT
+  mcopy -i "$image" "$systemd_boot" ::/EFI/BOOT/BOOTX64.EFI
+  finish "$dir/floppy.img"
+fi
+
+if [ ! -e "$dir/netboot.efi" ]; then
+  cp "$systemd_boot" "$dir/netboot.efi.new"
+  finish "$dir/netboot.efi"
 fi
 
 if [ ! -e "$dir/dvd.iso" ]; then

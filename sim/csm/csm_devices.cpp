@@ -77,10 +77,13 @@ bool HasNode(const EFI_DEVICE_PATH_PROTOCOL* path, std::uint8_t messagingSubType
   return std::find(kinds.begin(), kinds.end(), NodeKind{MESSAGING_DEVICE_PATH, messagingSubType}) != kinds.end();
 }
 
-// A floppy drive is its controller's ACPI device itself.
-bool IsFloppyPath(const EFI_DEVICE_PATH_PROTOCOL* path) {
+// A floppy drive is its controller's ACPI device itself; one on USB is told by its medium, of 2.88 MB at most.
+bool IsFloppy(const EFI_DEVICE_PATH_PROTOCOL* path, const EFI_BLOCK_IO_MEDIA& media) {
+  constexpr EFI_LBA kMostBytes = 2'949'120;
   const auto kinds = NodeKinds(path);
-  return !kinds.empty() && kinds.back() == NodeKind{ACPI_DEVICE_PATH, ACPI_DP};
+  return !kinds.empty() && (kinds.back() == NodeKind{ACPI_DEVICE_PATH, ACPI_DP} ||
+                            (kinds.back() == NodeKind{MESSAGING_DEVICE_PATH, MSG_USB_DP} && media.RemovableMedia &&
+                             media.LastBlock < kMostBytes / media.BlockSize));
 }
 
 }  // namespace
@@ -123,7 +126,7 @@ void Csm::AddDeviceEntries(bool usb) {
       continue;  // no option ROM serves them
     }
     const std::uint16_t type = block->Media->BlockSize == 2048 ? BBS_TYPE_CDROM
-                               : IsFloppyPath(path)            ? BBS_TYPE_FLOPPY
+                               : IsFloppy(path, *block->Media) ? BBS_TYPE_FLOPPY
                                                                : BBS_TYPE_HARDDRIVE;
     std::string text = AtaModel(machine_.Handles().Get<EFI_DISK_INFO_PROTOCOL>(handle));
     if (text.empty()) {
