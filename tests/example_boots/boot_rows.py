@@ -26,7 +26,9 @@ class Row:
     arguments: tuple = ()  # of bds-sim boot
     order: bool = True  # the order in force is the same at the end as before
     said: tuple = ()  # of the driver's messages
-    unsaid: tuple = ()
+    shown: tuple = ()  # on the console, then among what was loaded, in this order
+    hidden: tuple = ()  # neither there nor there
+    driver: bool = False  # \drivers\test.efi and \drivers\inactive.efi of the volume are tools/loader's driver
     kept: tuple = ()  # variables that are there at the end, by name
     gone: tuple = ()  # and that are not
     files: tuple = ()  # the BMC's files that are there at the end; "copies": one for each option, byte for byte
@@ -79,6 +81,12 @@ def efi_request(name, words, *starts, **more):
     # The BMC's file store has no part in a request, and without it nothing is waited for.
     return Row(f"efi_{name}", "standalone_uefi", tuple(map(Boot, starts)), edits=NO_FILES + NETWORK_LOADER,
                more=UEFI_DEVICES, before=(f"bootdev {words} --efi",), **more)
+
+
+def driver_options(name, *words, **more):
+    function = '[[root_bridge.function]]\nkind = "other"\ndevice = 7\nvendor_id = 0x1BD5\n'
+    return Row(f"driver_{name}", "standalone_uefi", (Boot(SHELL),), edits=NO_FILES, more=UEFI_DEVICES + function,
+               before=words, driver=True, **more)
 
 
 def broken_bmc(name, *words, **more):
@@ -152,6 +160,17 @@ ROWS = (
     Row("copies_lost", "standalone_uefi", (Boot(SHELL, warm=1),), before=("lose-files",), files=("copies",)),
     Row("copies_without_their_order", "standalone_uefi", (Boot(SHELL),), before=("remove BootOrder",),
         said=("INVALID CONDITION DETECTED",)),
+    # Drivers that NVRAM names. One asks for a reconnect; one is not there and one is switched off, which stops nobody.
+    driver_options("reconnects", "driver 0000 3 test.efi words", "driver 0001 1 missing.efi -",
+                   "driver 0002 0 inactive.efi -", "driver-order 0100020042420000",
+                   shown=('test-driver: started with "words"', "test-driver: serves a function",
+                          "missing.efi EFI_NOT_FOUND", "test.efi EFI_SUCCESS"),
+                   hidden=("inactive.efi", "leaves a function")),
+    driver_options("without_reconnect", "driver 0000 1 test.efi words", "driver-order 0000",
+                   shown=('test-driver: started with "words"',), hidden=("serves a function",)),
+    driver_options("fails_to_load_and_asks_for_reconnect", "driver 0000 3 missing.efi -", "driver-order 0000",
+                   hidden=("test-driver",)),
+    driver_options("order_of_one_byte", "driver 0000 3 test.efi words", "driver-order 00", hidden=("test-driver",)),
     # A BMC that fails, and power that does.
     broken_bmc("dead", "no-answer:always"),
     broken_bmc("stuck", "h2b-stuck:always"),
