@@ -1,111 +1,15 @@
-// Legacy option ROMs: who drives a controller that has one, by the platform's policy, and what happens to the display
-// when the CSM runs them.
+// Legacy option ROMs: what the CSM asks and tells the platform about them. Who drives a controller that has one is a
+// matter of whole boots (tests/whole_boots/display_test.cpp).
 #include <gmock/gmock.h>
 
 #include "platform/csm_policy.h"
-#include "platform/graphics_output.h"
-#include "platform/network_interface_identifier.h"
-#include "platform/pci_io.h"
 #include "sim/bus/device_set.h"
 #include "sim/bus/option_rom.h"
 #include "sim/csm/csm.h"
 #include "sim/firmware/machine.h"
-#include "sim/server/server.h"
 
 namespace sim {
 namespace {
-
-using testing::IsEmpty;
-
-constexpr char kServer[] = R"(
-[csm]
-[[root_bridge]]
-[[root_bridge.function]]
-kind = "vga"
-device = 2
-legacy_rom = true
-[[root_bridge.function]]
-kind = "network"
-device = 3
-mac = "02:00:00:00:00:01"
-legacy_rom = true
-[[root_bridge.function]]
-kind = "ehci"
-device = 4
-legacy_rom = true
-)";
-
-// Whose driver holds the function: "thunk", "native" or "none".
-std::string DriverOf(Machine& machine, std::uint8_t wanted) {
-  for (const EFI_HANDLE handle : machine.Handles().With(ProtocolGuid<EFI_PCI_IO_PROTOCOL>)) {
-    auto* pci = machine.Handles().Get<EFI_PCI_IO_PROTOCOL>(handle);
-    UINTN segment = 0;
-    UINTN bus = 0;
-    UINTN device = 0;
-    UINTN function = 0;
-    static_cast<void>(pci->GetLocation(pci, &segment, &bus, &device, &function));
-    if (device != wanted) {
-      continue;
-    }
-    for (const auto& interface : *machine.Handles().InterfacesOf(handle)) {
-      for (const auto& open : interface.opens) {
-        if ((open.attributes & EFI_OPEN_PROTOCOL_BY_DRIVER) != 0) {
-          const auto* mark = machine.Handles().InterfacesOf(open.agent);
-          const bool thunk = std::any_of(mark->begin(), mark->end(),
-                                         [](const auto& item) { return item.guid == kThunkDriverMarkGuid; });
-          return thunk ? "thunk" : "native";
-        }
-      }
-    }
-  }
-  return "none";
-}
-
-struct PolicyCase {
-  const char* name;
-  const char* policy;  // switch, network, serial bus, storage, display, other
-  const char* display;
-  const char* network;
-};
-
-class OptionRomBoot : public testing::TestWithParam<PolicyCase> {};
-
-TEST_P(OptionRomBoot, ThePolicyDecidesWhoDrives) {
-  const PolicyCase& each = GetParam();
-  const std::string text = std::string("[setup]\noption_rom_policy = ") + each.policy + "\n" + kServer;
-  Server server(ParseServerDescription(text, "rom.toml", "."), {});
-  BootRequest request;
-  std::string display;
-  std::string network;
-  std::string serialBus;
-  std::size_t screens = 0;
-  std::size_t run = 0;
-  request.afterEnd = [&](Machine& machine, const BootOutcome&) {
-    display = DriverOf(machine, 2);
-    network = DriverOf(machine, 3);
-    serialBus = DriverOf(machine, 4);
-    screens = machine.Handles().With(ProtocolGuid<EFI_GRAPHICS_OUTPUT_PROTOCOL>).size();
-    run = machine.Get<Csm>()->OptionRomsRun();
-  };
-  // The first boot of a server ends in a reset once its boot variables are on the BMC.
-  static_cast<void>(server.Boot({}));
-  const BootReport report = server.Boot(request);
-  EXPECT_TRUE(report.Started()) << report.outcome.text;
-  EXPECT_EQ(display, each.display);
-  EXPECT_EQ(network, each.network);
-  EXPECT_EQ(serialBus, "native") << "no policy for this class, and no thunk";
-  EXPECT_EQ(screens, 1u) << "a picture in any case";
-  EXPECT_EQ(run, 3u) << "each ROM once, however often they are shadowed";
-  EXPECT_TRUE(report.outcome.leaks.empty());
-  EXPECT_THAT(report.complaints, IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Policies, OptionRomBoot,
-                         testing::Values(PolicyCase{"Legacy", "[0, 2, 2, 2, 2, 2]", "thunk", "thunk"},
-                                         PolicyCase{"Uefi", "[0, 1, 1, 1, 1, 1]", "native", "native"},
-                                         PolicyCase{"NoOverride", "[0, 0, 0, 0, 0, 0]", "native", "native"},
-                                         PolicyCase{"LegacyVideoOnly", "[0, 1, 1, 1, 3, 1]", "thunk", "native"}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
 
 // The platform's hooks, recorded.
 struct Hooks {

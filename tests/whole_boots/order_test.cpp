@@ -1,7 +1,4 @@
-// The order that somebody set is the order that is tried, under the linked driver and under the image alike.
-#include <cstdlib>
-#include <filesystem>
-
+// The order that somebody set is the order that is tried.
 #include "tests/whole_boots/server_builder.h"
 
 namespace sim::test {
@@ -101,37 +98,6 @@ TEST(Order, BootNextIsTakenOnceByAFrontEndThatBoots) {
   EXPECT_EQ(next.bootCurrent, usb) << Told(next);
   EXPECT_EQ(server.Variables().Find(u"BootNext", gEfiGlobalVariableGuid), nullptr);
   EXPECT_EQ(server.Boot({}).bootCurrent, first.bootCurrent);
-}
-
-TEST(Image, BootsAsTheLinkedDriverDoes) {
-  const char* given = std::getenv("BDS_IMAGE");
-  const std::filesystem::path image = given != nullptr ? given : "build/efi/bds.efi";
-  if (!std::filesystem::exists(image)) {
-    GTEST_SKIP() << image << " is not built";
-  }
-  ServerDescription description = RackServer(3);
-  description.bmcFiles = true;
-  Server linked(description, {});
-  Server loaded(description, {.state = {}, .image = image});
-  const auto boot = [](Server& server, std::string& traffic) {
-    BootRequest request;
-    request.onTraffic = [&traffic](const std::string& line) { traffic += line + '\n'; };
-    return server.Boot(request);
-  };
-  for (int count = 0; count < 3; ++count) {  // the first saves to the BMC and resets, the second reads it back
-    std::string traffic, imageTraffic;
-    const BootReport one = boot(linked, traffic);
-    const BootReport two = boot(loaded, imageTraffic);
-    EXPECT_EQ(imageTraffic, traffic);
-    EXPECT_NE(traffic.find("exchange 1 > "), std::string::npos);
-    EXPECT_EQ(two.outcome.time, one.outcome.time);
-    EXPECT_EQ(two.bootOrder, one.bootOrder);
-    EXPECT_EQ(two.outcome.end, one.outcome.end) << two.outcome.text;
-    EXPECT_EQ(two.bootCurrent, one.bootCurrent);
-    EXPECT_TRUE(NonVolatile(loaded.Variables()) == NonVolatile(linked.Variables())) << "boot " << count;
-    EXPECT_EQ(WithoutAddresses(two.log), WithoutAddresses(one.log));
-    ExpectClean(two, "image");
-  }
 }
 
 }  // namespace
