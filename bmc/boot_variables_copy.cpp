@@ -10,6 +10,7 @@
 #include "bmc/steps.h"
 #include "bootopt/load_option.h"
 #include "support/debug_print.h"
+#include "support/number_set.h"
 #include "support/services.h"
 #include "support/setup.h"
 #include "support/variables.h"
@@ -52,11 +53,22 @@ Copy ReadCopy(const char* name, PoolBuffer& file) {
   return heard ? Copy::Missing : Copy::Unknown;
 }
 
-// The same for the order, where an empty file is as good as none and half a number is none.
+// The same for the order, where a file without a whole number is as good as none.
 Copy ReadOrderCopy(PoolBuffer& order) {
   const Copy copy = ReadCopy(kOrderFile, order);
-  order.Size -= order.Size % sizeof(UINT16);
-  return copy == Copy::Present && order.Size == 0 ? Copy::Missing : copy;
+  return copy == Copy::Present && order.Size < sizeof(UINT16) ? Copy::Missing : copy;
+}
+
+// Calls routine(number) once for every number of an order; half a number at its end is none.
+template <typename Routine>
+void ForEachNumber(Bytes order, Routine routine) {
+  NumberSet seen;
+  ByteReader reader(order);
+  for (UINT16 number = 0; reader.Read(number);) {
+    if (!seen || seen.Insert(number)) {
+      routine(number);
+    }
+  }
 }
 
 // ---- Saving
@@ -102,58 +114,47 @@ Saving ExamineCopies() {
   return copy == Copy::Missing && NoOptionsOnBmc() ? Saving::First : Saving::Refused;
 }
 
-enum class FileWrite : UINT8 { Done, NotOpened, Failed };
-
-// Replaces a file of the BMC. unheard becomes true when the BMC said nothing about one of the requests.
-FileWrite WriteCopy(const char* name, Bytes bytes, bool& unheard) {
-  BT_FILE_CONTEXT context;
-  if (BtOpenFile(context, name, BT_CREATE_FILE) != BT_DONE) {
-    unheard = BtUnheard(context);
-    return FileWrite::NotOpened;
-  }
-  const bool written =
-      BtWriteFile(context, bytes.data(), static_cast<UINT32>(bytes.size())) == BT_DONE && context.IsOpen != 0;
-  unheard = BtUnheard(context);
+// Fills a file that was opened for writing, and closes it. True when the BMC took it all.
+bool FillCopy(BT_FILE_CONTEXT& context, Bytes bytes) {
+  const UINT8 result = BtWriteFile(context, bytes.data(), static_cast<UINT32>(bytes.size()));
+  const bool written = result == BT_DONE && context.IsOpen != 0;
   const bool closed = BtCloseVariableFile(context) == 0;
-  unheard = unheard || BtUnheard(context);
   PmTimerStall(kBtSettleTime);
-  return written && closed ? FileWrite::Done : FileWrite::Failed;
+  return written && closed;
 }
 
-// False when the BMC fell silent.
-bool SaveOption(UINT16 number) {
+bool SaveOrder(Bytes order) {
+  BT_FILE_CONTEXT context;
+  return BtOpenFile(context, kOrderFile, BT_CREATE_FILE) == BT_DONE && FillCopy(context, order);
+}
+
+void SaveOption(UINT16 number) {
   const FileName name = OptionFileName(number);
   PoolBuffer image;
   if (EFI_ERROR(ReadVariable(BootVariableName(number), gEfiGlobalVariableGuid, image))) {
     DebugPrint("\n UEFIBoot: fail to get EFI %a variable to save \n", name.Text);
-    return true;
+    return;
+  }
+  BT_FILE_CONTEXT context;
+  if (BtOpenFile(context, name.Text, BT_CREATE_FILE) != BT_DONE) {
+    DebugPrint("\n UEFIBoot: fail to open %a file to write\n", name.Text);
+    return;
   }
   DebugPrint("\n UEFIBoot: Write to file %a\n", name.Text);
-  bool unheard = false;
-  if (WriteCopy(name.Text, image.Bytes(), unheard) == FileWrite::NotOpened) {
-    DebugPrint("\n UEFIBoot: fail to open %a file to write\n", name.Text);
-  }
-  return !unheard;
+  static_cast<void>(FillCopy(context, image.Bytes()));  // what is missed now the next boot's save brings
 }
 
-// Saves the order, then every option it lists. True when all that could be saved is on the BMC.
+// Saves the order, then every option it lists. True when the BMC took the order.
 bool SaveVariables(Bytes order) {
   DebugPrint("\n UEFIBoot: EFI BootOrder Variable size = %xh \n", order.size());
-  bool unheard = false;
   // Options without an order would look like a damaged copy, and no later boot would save any more: hence the second
   // try, and no options when that fails too.
-  if (WriteCopy(kOrderFile, order, unheard) != FileWrite::Done &&
-      WriteCopy(kOrderFile, order, unheard) != FileWrite::Done) {
-    DebugPrint("\n UEFIBoot: fail to open %a file to write\n", kOrderFile);
+  if (!SaveOrder(order) && !SaveOrder(order)) {
+    DebugPrint("%a:The BMC does not take %a\n", "SaveEfiBootVaiablesToBMC", kOrderFile);
     return false;
   }
-  // What a silent BMC misses now the next boot's save brings.
-  bool heard = true;
-  ByteReader reader(order);
-  for (UINT16 number = 0; heard && reader.Read(number);) {
-    heard = SaveOption(number);
-  }
-  return heard;
+  ForEachNumber(order, SaveOption);
+  return true;
 }
 
 // Reads the order back: a BMC that took the files but does not keep them would be given its first save, and the
@@ -166,40 +167,38 @@ bool OrderReachedBmc(Bytes order) {
 
 // ---- Restoring
 
-// A save that lost its power leaves the first pieces of a file; the variable it was made from is still there then.
+// A save that lost its power leaves the first whole pieces of a file; the variable it was made from is there then.
 bool IsTornCopyOf(Bytes file, Bytes variable) {
-  return file.size() < variable.size() && EqualMemory(file.data(), variable.data(), file.size());
+  return file.size() % MAX_BT_PIECE_SIZE == 0 && file.size() < variable.size() &&
+         EqualMemory(file.data(), variable.data(), file.size());
 }
 
-// Writes one variable from its file, unless NVRAM holds the whole of what the file holds a part of.
-EFI_STATUS RestoreVariable(const CHAR16* name, Bytes file) {
+// Writes one variable from the whole units of its file, unless NVRAM holds the whole of what the file holds a part of.
+EFI_STATUS RestoreVariable(const CHAR16* name, Bytes file, UINTN unit) {
   PoolBuffer present;
   if (!EFI_ERROR(ReadVariable(name, gEfiGlobalVariableGuid, present)) && IsTornCopyOf(file, present.Bytes())) {
     return EFI_SUCCESS;
   }
-  return WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, file);
+  return WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
+                       file.first(file.size() - file.size() % unit));
 }
 
-// False when the BMC said nothing about the option's file.
-bool RestoreOption(UINT16 number) {
+void RestoreOption(UINT16 number) {
   const FileName name = OptionFileName(number);
   PoolBuffer file;
-  Copy copy = ReadCopy(name.Text, file);
-  if (copy == Copy::Missing) {
-    // The order names it: an option that is given up here is gone from the order for good.
-    copy = ReadCopy(name.Text, file);
-  }
+  const Copy copy = ReadCopy(name.Text, file);
+  // A file that cannot be had is skipped for good, but one that was not asked for is left to the next boot.
+  gBmc.CopiesUnread = gBmc.CopiesUnread || (copy == Copy::Unknown && BtAllowanceIsSpent());
   DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", name.Text, file.Size);
   LoadOptionView view;
   if (copy != Copy::Present || !ViewLoadOption(file.Bytes(), view)) {
     DebugPrint("\n UEFIBoot: fails to ready %a file, %a vairable not restored \n", name.Text, name.Text);
-    return copy != Copy::Unknown;
+    return;
   }
-  const EFI_STATUS status = RestoreVariable(BootVariableName(number), file.Bytes());
+  const EFI_STATUS status = RestoreVariable(BootVariableName(number), file.Bytes(), 1);
   if (EFI_ERROR(status)) {
     DebugPrint("\n UEFIBoot: set [ BootStr ] variable failed! Status: 0x%lx\n", status);
   }
-  return true;
 }
 
 void MarkRestored() {
@@ -257,15 +256,12 @@ void RestoreEfiBootVariablesFromBMC() {
     return;
   }
   DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", kOrderFile, order.Size);
-  const EFI_STATUS status = RestoreVariable(kOrderVariable, order.Bytes());
+  const EFI_STATUS status = RestoreVariable(kOrderVariable, order.Bytes(), sizeof(UINT16));
   if (EFI_ERROR(status)) {
     DebugPrint("\n UEFIBoot: set [ BootOrder ] variable failed!  Status: 0x%lx (%r)\n", status, status);
     return;
   }
-  ByteReader reader(order.Bytes());
-  for (UINT16 number = 0; reader.Read(number);) {
-    gBmc.CopiesUnread = !RestoreOption(number) || gBmc.CopiesUnread;
-  }
+  ForEachNumber(order.Bytes(), RestoreOption);
   if (!gBmc.CopiesUnread) {
     MarkRestored();
   }

@@ -54,7 +54,7 @@ void SendRequest(const BT_FILE_CONTEXT& context, UINT8 length) {
 
 enum class Response { Valid, Refused, Garbled, BadChecksum };
 
-// Reads the response frame's bytes. Nothing of the context but ResponseData changes.
+// Reads the response frame's bytes. Nothing of the context changes but ResponseData, and that by a valid one only.
 Response ReadResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& dataLength) {
   const UINT8 length = IoRead8(kBtBufferPort);
   if (expectedLength != 0 && length != expectedLength) {
@@ -69,13 +69,18 @@ Response ReadResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& dat
     return Response::Garbled;
   }
   dataLength = static_cast<UINT8>(length - kFrameOverhead);
+  UINT8 data[kBtResponseCapacity];
   UINT8 sum = static_cast<UINT8>(length + echo);
   for (UINT8 i = 0; i < dataLength; ++i) {
-    context.ResponseData[i] = IoRead8(kBtBufferPort);
-    sum = static_cast<UINT8>(sum + context.ResponseData[i]);
+    data[i] = IoRead8(kBtBufferPort);
+    sum = static_cast<UINT8>(sum + data[i]);
   }
   sum = static_cast<UINT8>(sum + IoRead8(kBtBufferPort));
-  return sum == 0 ? Response::Valid : Response::BadChecksum;
+  if (sum != 0) {
+    return Response::BadChecksum;
+  }
+  CopyMemory(context.ResponseData, data, dataLength);
+  return Response::Valid;
 }
 
 Response ReceiveResponse(BT_FILE_CONTEXT& context, UINT8 expectedLength, UINT8& dataLength) {
@@ -93,6 +98,7 @@ void DiscardLateAnswer() {
     IoWrite8(kBtControlPort, BT_H_BUSY);
     IoWrite8(kBtControlPort, BT_CLR_RD_PTR | BT_B2H_ATN);
     IoWrite8(kBtControlPort, BT_H_BUSY);
+    gBmc.AnswerOwed = FALSE;
   }
 }
 
@@ -130,12 +136,14 @@ BT_END Exchange(BT_FILE_CONTEXT& context, UINT8 length, UINT8 expectedLength, Wa
 
 }  // namespace
 
+bool BtAllowanceIsSpent() { return gBmc.FruitlessWait >= kBtPatience || gBmc.ExchangeWait >= kBtEndurance; }
+
 UINT8 BtExchange(BT_FILE_CONTEXT& context, UINT8 length, UINT8 expectedLength) {
   if (length < kFrameOverhead || length > kFrameOverhead + kBtArgumentCapacity) {
     context.LastEnd = BT_END::None;
     return 1;
   }
-  if (gBmc.FruitlessWait >= kBtPatience || gBmc.ExchangeWait >= kBtEndurance) {
+  if (BtAllowanceIsSpent()) {
     ++context.TimeoutCount;
     context.LastEnd = BT_END::Silent;
     return 1;

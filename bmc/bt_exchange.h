@@ -59,6 +59,9 @@ inline constexpr UINT64 kBtPatience = 10'000'000;
 // The same after all exchanges, those that ended well among them, for a BMC that always answers but hardly in time.
 inline constexpr UINT64 kBtEndurance = 300'000'000;
 
+// True when this boot asks the BMC for nothing more.
+[[nodiscard]] bool BtAllowanceIsSpent();
+
 // Sends Opcode with length - 2 bytes of RequestArgs and receives the response, whose L' must be expectedLength
 // unless that is 0. 0 on success, 1 on failure. Waits at most 1 s for a busy BMC and 5 s for each answer; an answer
 // with a bad checksum is asked for again after 1 s, up to 100 times. Fails without a request when length is not 2 to

@@ -20,12 +20,12 @@ constexpr UINT32 kSlowCreateWait = 1'000'000;
 class FileLock {
  public:
   explicit FileLock(BT_FILE_CONTEXT& context) {
-    const UINT8 mask = IoRead8(kBtInterruptMaskPort);
-    if ((mask & BT_FILE_LOCK) != 0) {
+    if ((IoRead8(kBtInterruptMaskPort) & BT_FILE_LOCK) != 0) {
       context.LastEnd = BT_END::Locked;
       return;
     }
-    IoWrite8(kBtInterruptMaskPort, mask | BT_FILE_LOCK);
+    context.LastEnd = BT_END::None;
+    IoWrite8(kBtInterruptMaskPort, static_cast<UINT8>(IoRead8(kBtInterruptMaskPort) | BT_FILE_LOCK));
     taken_ = true;
   }
   FileLock(const FileLock&) = delete;
@@ -82,7 +82,6 @@ UINT8 BtOpenFile(BT_FILE_CONTEXT& context, const char* name, UINT8 mode) {
   context.IsOpen = 0;
   const UINTN length = TextLength(name);
   if (length >= kBtArgumentCapacity) {
-    context.LastEnd = BT_END::None;
     return BT_FAILED;
   }
   context.Opcode = mode;

@@ -31,16 +31,16 @@ bool ReadPieces(BT_FILE_CONTEXT& context, std::span<std::byte> file, UINTN& size
   return context.ResponseLength < MAX_BT_READ_SIZE;
 }
 
-PoolPtr<std::byte> ReadFile(BT_FILE_CONTEXT& context, UINTN& size, bool& heard) {
+PoolPtr<std::byte> ReadFile(const char* name, BT_FILE_CONTEXT& context, UINTN& size, bool& heard) {
   PoolPtr<std::byte> work(static_cast<std::byte*>(AllocateZeroPool(kMaxBtFileSize)));
   if (!work) {
     DebugPrint("UEFIBoot: fails to allocate %04X bytes buffer \n", kMaxBtFileSize);
     heard = false;
     return nullptr;
   }
-  if (BtOpenFile(context, context.Name, BT_OPEN_FILE) != BT_DONE) {
+  if (BtOpenFile(context, name, BT_OPEN_FILE) != BT_DONE) {
     heard = !BtUnheard(context);
-    DebugPrint("UEFIBoot: fails to open %a file for reading \n", context.Name);
+    DebugPrint("UEFIBoot: fails to open %a file for reading \n", name);
     return nullptr;
   }
   const bool whole = ReadPieces(context, {work.get(), kMaxBtFileSize}, size);
@@ -68,7 +68,7 @@ PoolPtr<std::byte> BtReadBootVariableFile(const char* name, UINTN& size, bool* h
   CopyMemory(context.Name, name, length < sizeof(context.Name) ? length : sizeof(context.Name) - 1);
   size = 0;
   bool answered = false;
-  PoolPtr<std::byte> file = ReadFile(context, size, answered);
+  PoolPtr<std::byte> file = ReadFile(name, context, size, answered);
   if (heard != nullptr) {
     *heard = answered;
   }

@@ -6,6 +6,7 @@
 #include "bootopt/boot_lists.h"
 #include "bootopt/load_option.h"
 #include "support/debug_print.h"
+#include "support/number_set.h"
 #include "support/variables.h"
 
 namespace bds {
@@ -13,7 +14,6 @@ namespace {
 
 constexpr CHAR16 kBootOrderName[] = u"BootOrder";
 constexpr UINTN kMaxSavedNumbers = 0xFFFF;
-constexpr UINTN kSeenBytes = 0x10000 / 8;  // one bit per option number
 
 // Puts the matched option's Boot#### back. What is no option is dropped: the variable may be whole, and would be deleted
 // as malformed when it is read.
@@ -47,17 +47,14 @@ void RestoreOrder() {
 }
 
 // The numbers of the list in its order, each once; returns how many.
-UINTN CollectNumbers(std::span<UINT16> numbers, UINT8* seen) {
+UINTN CollectNumbers(std::span<UINT16> numbers, NumberSet& seen) {
   UINTN count = 0;
   for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr && count < numbers.size();
        option = option->Next) {
     const UINT16 number = option->BootOptionNumber;
-    const UINT8 bit = static_cast<UINT8>(1U << (number % 8));
-    if (number == kNoBootOptionNumber || (seen[number / 8] & bit) != 0) {
-      continue;
+    if (number != kNoBootOptionNumber && seen.Insert(number)) {
+      numbers[count++] = number;
     }
-    seen[number / 8] |= bit;
-    numbers[count++] = number;
   }
   return count;
 }
@@ -78,12 +75,12 @@ void SaveCurrentBootorder() {
   SortList(BootOptionList, CompareByPriority);
   const UINTN room = BootOptionList.Count < kMaxSavedNumbers ? BootOptionList.Count : kMaxSavedNumbers;
   const auto numbers = AllocateArray<UINT16>(room);
-  const PoolPtr<UINT8> seen(static_cast<UINT8*>(AllocateZeroPool(kSeenBytes)));
+  NumberSet seen;
   if (!numbers || !seen) {
     DebugPrint("%a:%r\n", "SaveCurrentBootorder", EFI_OUT_OF_RESOURCES);
     return;
   }
-  const UINTN count = CollectNumbers({numbers.get(), room}, seen.get());
+  const UINTN count = CollectNumbers({numbers.get(), room}, seen);
   if (count == 0) {
     return;
   }

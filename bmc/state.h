@@ -15,8 +15,8 @@ struct BMC_STATE {
   UINT32 IpmiBootDevice = 0;       // the device selector, 0 to 15; 0 asks for nothing
   UINT8 IpmiDeviceInstance = 0;    // bit 4: an instance is asked for, bits 3:0: which
 
-  // A restore could not read every copy of a boot variable from the BMC; set by RestoreEfiBootVariablesFromBMC, keeps
-  // SaveEfiBootVaiablesToBMC from replacing them.
+  // A restore did not hear of the BMC's copy of BootOrder, or had no time left for every option; set by
+  // RestoreEfiBootVariablesFromBMC, keeps SaveEfiBootVaiablesToBMC from replacing what was not restored.
   BOOLEAN CopiesUnread = FALSE;
 
   // A restore was told that the BMC has no copy; a copy that SaveEfiBootVaiablesToBMC then finds was never restored.

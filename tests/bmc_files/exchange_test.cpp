@@ -54,13 +54,13 @@ class Exchange : public BmcFixture {
   std::size_t position = 0;
 };
 
-TEST_F(Exchange, TheHandshakeAndTheFramesAreThoseOfTheTable) {
+TEST_F(Exchange, AnOpenTakesTheLockShakesHandsAndGivesTheLockBack) {
   files().Write("ab", {});
   Record();
   BT_FILE_CONTEXT context;
   ASSERT_EQ(bds::BtOpenFile(context, "ab", bds::BT_OPEN_FILE), bds::BT_DONE);
   EXPECT_EQ(accesses,
-            (std::vector<std::string>{"r622=00", "w622=10",  // the lock is taken
+            (std::vector<std::string>{"r622=00", "r622=00", "w622=10",  // the lock is free, and taken
                                       "r620=00",             // the interface is free
                                       "w620=01", "w621=04", "w621=0c", "w621=61", "w621=62", "w621=2d",  // request
                                       "w620=04", "r620=04", "r620=08",                        // handed over, answered

@@ -45,7 +45,7 @@ TEST_F(FileOperations, AFileIsWrittenInFullPiecesAndARest) {
   EXPECT_EQ(counters().ComplaintCount(), 0U);
 }
 
-TEST_F(FileOperations, TheRequestsHaveTheBytesOfTheTable) {
+TEST_F(FileOperations, EachRequestHasItsBytes) {
   files().Write("a", {7});
   BT_FILE_CONTEXT context;
   ASSERT_EQ(bds::BtOpenFile(context, "a", bds::BT_OPEN_FILE), bds::BT_DONE);

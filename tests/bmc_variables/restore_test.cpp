@@ -61,18 +61,23 @@ TEST_F(RestoreCopies, AMissingOrderStopsItAndAMissingOptionDoesNot) {
   }
 }
 
-TEST_F(RestoreCopies, HalfACopyDoesNotReplaceTheWhole) {
-  const Bytes full(second.begin(), second.end());
-  SetGlobal(u"Boot00BC", full);
-  SetGlobal(u"BootOrder", Order({2, 0x00BC, 3}));
-  for (const std::size_t left : {std::size_t{1}, full.size() - 50, full.size() - 1}) {
+// What a save leaves that lost its power ends with a whole piece; a shorter copy of another size is what it is.
+TEST_F(RestoreCopies, PiecesOfACopyDoNotReplaceTheWhole) {
+  const struct {
+    std::ptrdiff_t left;
+    bool torn;
+  } cases[] = {{59, true}, {118, true}, {117, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.left);
     NextBoot();
     SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes3, {});
-    files().Write("Boot00BC", Bytes(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(left)));
-    files().Write("BootOrder", Bytes{2, 0, 0xBC});
+    SetGlobal(u"Boot00BC", second);
+    SetGlobal(u"BootOrder", Order({2, 0x00BC, 3}));
+    const Bytes left(second.begin(), second.begin() + c.left);
+    files().Write("Boot00BC", left);
     Restore();
-    EXPECT_EQ(Global(u"Boot00BC"), full) << left;
-    EXPECT_EQ(Global(u"BootOrder"), Order({2, 0x00BC, 3}));
+    EXPECT_EQ(Global(u"Boot00BC"), c.torn ? second : left);
+    EXPECT_EQ(Global(u"BootOrder"), Order({2, 0x00BC}));
   }
 }
 
@@ -105,6 +110,54 @@ TEST_F(RestoreCopies, ABmcThatFallsSilentIsAskedAtTheNextBootAndKeepsItsCopies) 
   Restore();
   EXPECT_EQ(Global(u"Boot0002"), first);
   EXPECT_TRUE(Marker());
+}
+
+TEST_F(RestoreCopies, AnOptionThatIsNeverHeardOfIsSkippedForGood) {
+  AddFault("h2b-stuck:3@5");  // a piece, the close, and the second open
+  SetGlobal(u"Boot0002", second);
+  Restore();
+  EXPECT_EQ(Global(u"Boot0002"), second);
+  EXPECT_TRUE(Logged("\n UEFIBoot: fails to ready Boot0002 file, Boot0002 vairable not restored \n"));
+  EXPECT_TRUE(Marker()) << "or every boot would undo what the user changes";
+}
+
+// A variable with other attributes refuses the write.
+TEST_F(RestoreCopies, ARefusedOrderStopsItAndARefusedOptionDoesNot) {
+  SetVariable(u"Boot0002", gEfiGlobalVariableGuid, kAttributes3, {1});
+  SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes7, {});
+  Restore();
+  EXPECT_EQ(Global(u"Boot00BC"), second);
+  EXPECT_TRUE(Logged("\n UEFIBoot: set [ BootStr ] variable failed! Status: 0x8000000000000002\n"));
+  std::uint32_t attributes = 0;
+  EXPECT_TRUE(Variable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, &attributes));
+  EXPECT_EQ(attributes, kAttributes3);
+
+  NextBoot();
+  SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes3, {});
+  SetGlobal(u"BootOrder", {});
+  SetVariable(u"BootOrder", gEfiGlobalVariableGuid, kAttributes3, Order({5}));
+  SetGlobal(u"Boot00BC", {});
+  Restore();
+  EXPECT_FALSE(Global(u"Boot00BC"));
+  EXPECT_FALSE(Marker());
+  EXPECT_TRUE(
+      Logged("\n UEFIBoot: set [ BootOrder ] variable failed!  Status: 0x8000000000000002 "
+             "(EFI_INVALID_PARAMETER)\n"));
+}
+
+TEST_F(RestoreCopies, SaysWhatItDoes) {
+  files().Remove("Boot0002");
+  files().Write("BootOrder", Order({2, 0x00BC, 2}));  // a number named twice is read once
+  Restore();
+  EXPECT_EQ(Log(),
+            "\n UEFIBoot: Calling RestoreEfiBootVariablesFromBMC()"
+            "\n ============================================================== "
+            "\n UEFIBoot: Geting BootOrder variable ...."
+            "\n UEFIBoot: Read BootOrder file, size = 6h \n"
+            "UEFIBoot: fails to open Boot0002 file for reading \n"
+            "\n UEFIBoot: Read Boot0002 file, size = 0h \n"
+            "\n UEFIBoot: fails to ready Boot0002 file, Boot0002 vairable not restored \n"
+            "\n UEFIBoot: Read Boot00BC file, size = 84h \n");
 }
 
 TEST_F(RestoreCopies, ASilentBmcLeavesTheOrderAndItsOwnCopyAlone) {

@@ -16,7 +16,7 @@ struct Fault {
   std::uint64_t seconds;  // that the steps with the BMC may take at most, beyond what they take without a fault
   // The BMC empties BootOrder when it is opened for writing and then does not take it, or says that it has no files and
   // takes one all the same. Options without an order are a damaged copy, and no later boot saves any more; what was
-  // lost in NVRAM too is lost.
+  // lost in NVRAM too, and is not restored the first time, is lost.
   bool emptiesOrder = false;
   bool losesRestore = false;
 };
@@ -45,7 +45,7 @@ const Fault kFaults[] = {
     {"lock-held:always", 0, 0, 1},
     {"refuse-open", 0, 0, 1},
     {"refuse-open:always", 0, 0, 1},
-    {"refuse-open@8", 0, 0, 1},
+    {"refuse-open@8", 0, 0, 1, false, true},  // the BMC denies the copy of an option, and is believed
     {"refuse-write", 0, 0, 1},
     {"refuse-write:always", 0, 0, 1, true},
     {"refuse-rename:always", 0, 0, 1},
