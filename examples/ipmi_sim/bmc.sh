@@ -6,8 +6,7 @@
 #                                PORT_BASE + 1; configuration, log and process id lie in DIR
 #   bmc.sh stop DIR
 #
-# IPMI_SIM_MODULE names the module, build/host/ipmi_sim_boot.so by default. BMC_SECONDS: it ends by itself after so many.
-# User and password: operator, bds-sim-only.
+# IPMI_SIM_MODULE names the module, build/host/ipmi_sim_boot.so by default. User and password: operator, bds-sim-only.
 # Exit status: 0 done, 1 it did not start or stop, 2 wrong arguments, 77 ipmi_sim, ipmitool or the module is missing.
 set -euo pipefail
 
@@ -71,8 +70,7 @@ start() { # DIR PORT_BASE
     exit 1
   fi
   configure "$dir" "$port"
-  # timeout hands on what stop sends, so that its process stands for the simulator's.
-  ${BMC_SECONDS:+timeout --foreground -k 2 "$BMC_SECONDS"} ipmi_sim -n -c "$dir/lan.conf" -f "$dir/bmc.emu" -s "$dir/state" </dev/null >"$dir/log" 2>&1 &
+  ipmi_sim -n -c "$dir/lan.conf" -f "$dir/bmc.emu" -s "$dir/state" </dev/null >"$dir/log" 2>&1 &
   echo $! >"$dir/pid"
   for ((turn = 0; turn < patience; ++turn)); do
     sleep 0.2

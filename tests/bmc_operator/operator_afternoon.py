@@ -91,6 +91,7 @@ RAW = (
     row(VALID, 1, 0x11, "SIM 10G port 0", saved="SIM 10G port 1", image=True),
     row(VALID, 2, 0x11, "HDD Slot 1:SIM SSD 480G", saved="HDD Slot 2:SIM HDD 2T"),
     row(VALID, 2, 0x1F, "HDD Slot 1:SIM SSD 480G", saved="HDD Slot 1:SIM SSD 480G"),
+    row(VALID, 15, 0x11, "Floppy drive", saved="USB drive"),  # the one on USB comes behind
     # Selectors that stand for no device here.
     row(VALID, 0, 0, OLD),
     row(VALID | EFI, 7, 0, OLD),
@@ -114,8 +115,7 @@ class Bmc:
     def __init__(self, source, module, work):
         self.script = source / "examples/ipmi_sim/bmc.sh"
         self.folder = work / "bmc"
-        # Should this process be killed, the simulator still ends.
-        self.environment = {**os.environ, "IPMI_SIM_MODULE": str(module), "BMC_SECONDS": "200"}
+        self.environment = {**os.environ, "IPMI_SIM_MODULE": str(module)}
         self.port = 0
 
     def run(self, *words):
@@ -123,6 +123,11 @@ class Bmc:
                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
 
     def __enter__(self):
+        # However this process ends, the pipe closes then, and the simulator is stopped. The watcher is nobody's child,
+        # so that it outlives a test that is killed with all its children.
+        self.watcher = subprocess.Popen(
+            ["setsid", "-f", "bash", "-c", 'read -r _; exec "$0" stop "$1"', self.script, self.folder],
+            stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         for _ in range(5):  # a free port may be taken before it is used
             self.port = free_ports()
             started = self.run("start", self.folder, self.port)
@@ -134,8 +139,9 @@ class Bmc:
         return self
 
     def __exit__(self, *_):
-        if self.run("stop", self.folder).returncode != 0:
-            raise Wrong("ipmi_sim could not be stopped")
+        stopped = self.run("stop", self.folder)
+        self.watcher.stdin.close()
+        expect("ipmi_sim stopped", stopped.returncode, 0)
 
     def tool(self, *commands):
         """The output of ipmitool for commands carried out in one session."""
@@ -146,10 +152,10 @@ class Bmc:
             raise Wrong(f"ipmitool ended with {ended.returncode} for {commands}: {ended.stderr}")
         return ended.stdout
 
-    def get(self, *parameters):
-        """The data of System Boot Options parameters."""
-        lines = self.tool(*(f"raw 0 9 {parameter} 0 0" for parameter in parameters)).strip().splitlines()
-        answers = [tuple(bytes.fromhex(line)) for line in lines]
+    def get(self, *parameters, after=()):
+        """The data of System Boot Options parameters, read after other commands."""
+        lines = self.tool(*after, *(f"raw 0 9 {parameter} 0 0" for parameter in parameters)).split("\n")
+        answers = [tuple(bytes.fromhex(line)) for line in [line for line in lines if line][-len(parameters):]]
         expect("versions and selectors", [answer[:2] for answer in answers], [(1, each) for each in parameters])
         return [answer[2:] for answer in answers]
 
@@ -157,11 +163,10 @@ class Bmc:
         self.tool("raw 0 8 0 0", "raw 0 8 4 0xff 0", "raw 0 8 5 0 0 0 0 0")
 
     def ask(self, row):
+        commands = ("raw 0 8 4 1 1", "raw 0 8 5 " + " ".join(map(str, row.flags)))
         if row.words:
-            self.tool("chassis bootdev " + " ".join(row.words))  # succeeds even when it fails, so what it did is read
-        else:
-            self.tool("raw 0 8 4 1 1", "raw 0 8 5 " + " ".join(map(str, row.flags)))
-        expect("acknowledge and boot flags before the boot", self.get(4, 5), [(0, 1), row.flags])
+            commands = ("chassis bootdev " + " ".join(row.words),)  # succeeds even when it fails, so what it did is read
+        expect("acknowledge and boot flags before the boot", self.get(4, 5, after=commands), [(0, 1), row.flags])
 
     def expect_handled(self):
         text = self.tool("chassis bootparam get 4", "chassis bootparam get 5")
@@ -241,8 +246,7 @@ def request(bmc, server, row):
     expect("BootFlow written", flow, [(4, 2)] if row.flags[1] >> 2 == 6 else [])
     if row.persistent():
         server.boot(row.starts)
-        bmc.tool("chassis bootdev none")
-        expect("taken back", bmc.get(5), [(VALID, 0, 0, 0, 0)])
+        expect("taken back", bmc.get(5, after=("chassis bootdev none",)), [(VALID, 0, 0, 0, 0)])
     server.boot(OLD)
     expect("kept at the end", server.kept(), [])
     after = server.boot_variables()
@@ -268,8 +272,7 @@ def flags_handled_by_another_party(bmc, server):
     """An acknowledge without the BIOS's bit: the BMC is left alone, and the persistent request ends."""
     bmc.ask(PERSISTENT_DISK)
     server.boot("debian")
-    bmc.tool(CDROM, "raw 0 8 4 0xff 2")
-    before = bmc.get(4, 5)
+    before = bmc.get(4, 5, after=(CDROM, "raw 0 8 4 0xff 2"))
     server.boot(OLD)
     expect("acknowledge and flags", bmc.get(4, 5), before)
     expect("kept for later", server.kept(), [])
@@ -277,8 +280,7 @@ def flags_handled_by_another_party(bmc, server):
 
 def flags_that_are_being_set(bmc, server):
     """While the operator's tool says that it is setting parameters nothing is read; the boot after that follows."""
-    bmc.tool(CDROM, "raw 0 8 0 1")
-    before = bmc.get(4, 5)
+    before = bmc.get(4, 5, after=(CDROM, "raw 0 8 0 1"))
     server.boot(OLD)
     expect("acknowledge and flags", bmc.get(4, 5), before)
     bmc.tool("raw 0 8 0 0")
