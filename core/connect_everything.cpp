@@ -15,7 +15,7 @@ constexpr UINT32 kFloppyIds[] = {kFloppyController, kOldFloppyController};
 EFI_HANDLE FindFloppyController() {
   for (const UINT32 id : kFloppyIds) {
     const ACPI_HID_DEVICE_PATH node = AcpiNode(id);
-    const auto path = AppendNode(gCore.IsaBridgePath, &node.Header);
+    const auto path = AppendNode(gCore.IsaBridgePath.get(), &node.Header);
     if (EFI_HANDLE handle = path ? HandleOfWholePath(path.get()) : nullptr; handle != nullptr) {
       return handle;
     }
@@ -25,12 +25,13 @@ EFI_HANDLE FindFloppyController() {
 
 // A floppy controller without a drive would show up as a device that can never be booted.
 void DetachEmptyFloppyController() {
-  if (gCore.IsaBridge == nullptr) {
+  EFI_HANDLE bridge = gCore.IsaBridgePath ? HandleOfWholePath(gCore.IsaBridgePath.get()) : nullptr;
+  if (bridge == nullptr) {
     return;
   }
   EFI_HANDLE controller = FindFloppyController();
   if (controller != nullptr && !HasProtocol(controller, ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>)) {
-    static_cast<void>(BootServices()->DisconnectController(gCore.IsaBridge, nullptr, controller));
+    static_cast<void>(BootServices()->DisconnectController(bridge, nullptr, controller));
   }
 }
 

@@ -65,8 +65,7 @@ void ConnectPs2ConIn() {
     }
     static_cast<void>(BootServices()->ConnectController(bridge, nullptr, nullptr, FALSE));
     ConnectBehindIsaBridge(path);
-    gCore.IsaBridge = bridge;
-    gCore.IsaBridgePath = path;
+    gCore.IsaBridgePath = CopyDevicePath(path);
   }
 }
 

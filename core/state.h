@@ -9,6 +9,7 @@
 #include "platform/platform_driver_override.h"
 #include "platform/setup_variable.h"
 #include "support/device_path.h"
+#include "support/pool.h"
 
 namespace bds {
 
@@ -81,8 +82,9 @@ struct CORE_STATE {
   HANDLE_ARRAY AllHandles;     // all handles of the system, taken before the first step
   UINT64 PerformanceData = 0;  // address of the performance data block; kept by the boot-start time stamp
 
-  EFI_HANDLE IsaBridge = nullptr;                  // the last PCI-to-ISA bridge found by ConnectPs2ConIn
-  const DevicePath* IsaBridgePath = nullptr;       // its device path, owned by the handle
+  // Of the last PCI-to-ISA bridge found by ConnectPs2ConIn. A reconnect of everything makes the bridge's handle and the
+  // path on it anew, so a copy is what outlives it.
+  KeptPtr<DevicePath> IsaBridgePath;
   HANDLE_ARRAY FirmwareVolumes;                    // recorded by SignalEndOfDxe, read by the firmware load-file service
   BOOLEAN MemoryTypesUpdated = FALSE;              // the memory type information was updated this boot
   RESIDENT_LOAD_OPTIONS* DriverOptions = nullptr;  // of the drivers that RunDrivers started

@@ -108,9 +108,10 @@ class ConnectEverythingTest : public test::ConnectTest {
     bds::gCore.AllHandles = {handles.data(), handles.size()};
   }
   void RememberBridge() {
-    bds::gCore.IsaBridge = InstallPath(bridge);
-    bds::gCore.IsaBridgePath = bridge.Get();
+    bds::gCore.IsaBridgePath = bds::CopyDevicePath(bridge.Get());
+    bridgeHandle = InstallPath(bridge);
   }
+  EFI_HANDLE bridgeHandle = nullptr;
   std::vector<EFI_HANDLE> handles;
   sim::DevicePath bridge = sim::DevicePath().Acpi(0x0A0341D0).Pci(0x1F, 0);
   sim::DevicePath floppy = sim::DevicePath(bridge).Acpi(bds::kFloppyController);
@@ -132,7 +133,7 @@ TEST_F(ConnectEverythingTest, AFloppyControllerWithoutADriveIsDetached) {
   static_cast<void>(bds::ConnectEverything());
   ASSERT_EQ(recorder.Calls.size(), 1U);
   EXPECT_EQ(recorder.Calls[0].Kind, 'D');
-  EXPECT_EQ(recorder.Calls[0].Controller, bds::gCore.IsaBridge);
+  EXPECT_EQ(recorder.Calls[0].Controller, bridgeHandle);
   EXPECT_EQ(recorder.Calls[0].Child, old);
   recorder.Calls.clear();
   EFI_BLOCK_IO_PROTOCOL blockIo{};

@@ -1,6 +1,7 @@
 // Consoles: the order of displays, what lies behind the ISA bridge, and the console variables.
 #include <gmock/gmock.h>
 
+#include "core/connect_device_path.h"
 #include "core/legacy_io_nodes.h"
 #include "core/steps.h"
 #include "platform/signals.h"
@@ -45,7 +46,7 @@ TEST_F(ConsoleTest, WithoutPciNothingIsConnected) {
   bds::ConnectPs2ConIn();
   bds::ConnectUsbConIn();
   EXPECT_THAT(recorder.Calls, IsEmpty());
-  EXPECT_EQ(bds::gCore.IsaBridge, nullptr);
+  EXPECT_FALSE(bds::gCore.IsaBridgePath);
 }
 
 TEST_F(ConsoleTest, UsbControllersAreConnectedRecursively) {
@@ -76,8 +77,9 @@ TEST_F(ConsoleTest, TheDevicesBehindTheIsaBridgeComeInTheirOrderAndTheBridgeIsRe
   EXPECT_EQ(recorder.Calls[2].Rest, sim::DevicePath().Acpi(0x0F0341D0));
   EXPECT_EQ(recorder.Calls[3].Rest, sim::DevicePath().Acpi(0x050141D0, 0));
   EXPECT_EQ(recorder.Calls[4].Rest, sim::DevicePath().Acpi(0x050141D0, 1));
-  EXPECT_EQ(bds::gCore.IsaBridge, bridge);
-  EXPECT_EQ(bds::gCore.IsaBridgePath, paths[1].Get());
+  ASSERT_TRUE(bds::gCore.IsaBridgePath);
+  EXPECT_NE(bds::gCore.IsaBridgePath.get(), paths[1].Get()) << "the handle's own path goes with the handle";
+  EXPECT_EQ(bds::HandleOfWholePath(bds::gCore.IsaBridgePath.get()), bridge);
 }
 
 TEST_F(ConsoleTest, StartedMarksNeedTheirDeviceVariable) {
