@@ -187,56 +187,6 @@ TEST_F(BootFlags, EachFailureStopsTheStepWhereItHappens) {
   }
 }
 
-// What the machine does between the steps of this subsystem: the order in force becomes the one of the list.
-void SaveOrderOfTheList() {
-  bds::SortList(bds::BootOptionList, bds::CompareByPriority);
-  Bytes order;
-  for (const bds::BOOT_OPTION* option = bds::BootOptionList.First; option != nullptr; option = option->Next) {
-    order.push_back(static_cast<std::uint8_t>(option->BootOptionNumber));
-    order.push_back(0);
-  }
-  ASSERT_EQ(bds::WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kAttributes7, std::as_bytes(std::span(order))),
-            EFI_SUCCESS);
-}
-void OneBoot() {
-  bds::RestoreBootorder();
-  bds::SetIpmiBootOptionPriorities();
-  SaveOrderOfTheList();
-}
-
-TEST_F(BootFlags, APowerCutAfterAnyWriteLeavesTheOldOrTheNewOrderAndLosesNone) {
-  const Bytes old = Order({1, 2, 3, 4, 5, 6, 7, 8});
-  for (const bool persistent : {false, true}) {
-    bool cut = true;
-    for (unsigned writes = 1; cut; ++writes) {
-      ASSERT_LT(writes, 30U);
-      SCOPED_TRACE(testing::Message() << "cut after write " << writes << (persistent ? ", persistent" : ""));
-      Fresh();
-      SetVariable(u"IpmiMatchBootOptionData", kIpmiGuid, kAttributes3, {});
-      SetGlobal(u"BootOrder", old);
-      SetGlobal(u"Boot0002", Image(u"dvd"));
-      std::string error;
-      std::vector<std::string> words{"cdrom"};
-      if (persistent) {
-        words.emplace_back("persistent");
-      }
-      ASSERT_TRUE(sim::SetBootFlags(State(), words, error));
-      LosePowerAfterWrites(writes);
-      cut = !Returns(OneBoot);
-      const Bytes now = *Global(u"BootOrder");
-      EXPECT_TRUE(now == old || now == Order({2, 1, 3, 4, 5, 6, 7, 8})) << testing::PrintToString(now);
-
-      NextBoot();
-      AddAll();
-      bds::RestoreBootorder();
-      EXPECT_EQ(Global(u"BootOrder"), old);
-      EXPECT_EQ(Global(u"Boot0002"), Image(u"dvd"));
-      bds::SetIpmiBootOptionPriorities();
-      EXPECT_TRUE(Front() == "dvd=0" || (!persistent && Front().empty())) << "a persistent request survives";
-    }
-  }
-}
-
 TEST_F(BootFlags, WithoutATransportTheStepIsSkipped) {
   RemoveProtocols();
   bds::SetIpmiBootOptionPriorities();

@@ -161,32 +161,5 @@ TEST_F(SaveCopies, SilenceDuringTheExaminationIsNotAnAbsence) {
   EXPECT_EQ(files().Read("BootOrder"), (Bytes{9, 0}));
 }
 
-TEST_F(SaveCopies, APowerCutAnywhereLeavesVariablesAndTheNextBootSavesOrResets) {
-  for (int cut = 1; cut < 40; ++cut) {
-    SCOPED_TRACE(cut);
-    NextBoot();
-    for (const std::string& name : files().Names()) {
-      files().Remove(name);
-    }
-    AddFault(("power-loss@" + std::to_string(cut)).c_str());
-    const bool returned = Save();
-    EXPECT_FALSE(returned);
-    EXPECT_EQ(Global(u"BootOrder"), Order({1, 0x000A, 7}));
-    // What the cut left is restored or not; the variables stay what they were.
-    NextBoot();
-    SetVariable(u"BootOptionRestored",
-                EFI_GUID{0x9DAE27E6, 0x9CC9, 0x4972, {0xBC, 0xDB, 0x82, 0x45, 0x73, 0xA2, 0xC2, 0xF6}}, kAttributes3,
-                {});
-    EXPECT_TRUE(Returns(bds::RestoreEfiBootVariablesFromBMC));
-    EXPECT_EQ(Global(u"BootOrder"), Order({1, 0x000A, 7}));
-    EXPECT_EQ(Global(u"Boot0001"), first);
-    EXPECT_EQ(Global(u"Boot000A"), second);
-    Save();
-    NextBoot();
-    EXPECT_TRUE(Save());
-    EXPECT_EQ(files().Read("Boot000A"), second);
-  }
-}
-
 }  // namespace
 }  // namespace test

@@ -49,6 +49,7 @@ const Scenario kScenarios[] = {
     {.name = "OneTimeRequestOthersWatch", .request = {"pxe", "efi"}, .acknowledge = 0x1F, .mayLoseRequest = true},
     // Kept in NVRAM before it is acknowledged.
     {.name = "PersistentEfiRequest", .request = {"pxe", "efi", "persistent"}},
+    {.name = "PersistentLegacyRequest", .request = {"pxe", "persistent"}},
     {.name = "OrderPutBack", .before = Before::AfterRequest, .request = {"pxe", "efi"}},
     {.name = "OrderAndLegacyOptionPutBack", .before = Before::AfterRequest, .request = {"pxe"}},
     {.name = "FirstSave", .before = Before::NoCopies, .mayStopCopies = false},
@@ -61,7 +62,9 @@ const Scenario kScenarios[] = {
     {.name = "ManagedOneTimeRequest", .request = {"pxe", "efi"}, .managed = true, .mayLoseRequest = true},
 };
 
-bool WantsCsm(const Scenario& scenario) { return !scenario.request.empty() && scenario.request.back() == "pxe"; }
+bool WantsCsm(const Scenario& scenario) {
+  return !scenario.request.empty() && std::ranges::find(scenario.request, "efi") == scenario.request.end();
+}
 
 class PowerCuts : public testing::TestWithParam<Scenario>, protected UsersServer {
  protected:

@@ -34,7 +34,6 @@ struct BmcFixture::Parts {
   std::map<void*, UINTN> pool;
   std::map<const EFI_GUID*, void*> protocols;
   ZEPHAN_MODE_INFO mode{};
-  bool powerLost = false;
 
   EFI_SYSTEM_TABLE system{};
   EFI_BOOT_SERVICES boot{};
@@ -51,19 +50,6 @@ struct BmcFixture::Parts {
   }
   sim::Ticks lastTimerRead = 0;
   std::uint64_t timerReads = 0;
-
-  // Ends the boot where it stands; what it held is the machine's to forget.
-  void EndBoot() {
-    powerLost = true;
-    throw BootReset{EfiResetCold};
-  }
-
-  void OnWrite() {
-    if (writesLeft != 0 && --writesLeft == 0) {
-      EndBoot();
-    }
-  }
-  unsigned writesLeft = 0;
 
   static EFI_STATUS EFIAPI AllocatePool(EFI_MEMORY_TYPE, UINTN size, VOID** buffer) {
     *buffer = std::malloc(size == 0 ? 1 : size);
@@ -99,12 +85,7 @@ struct BmcFixture::Parts {
   static EFI_STATUS EFIAPI SetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
                                        const VOID* data) {
     current->counters.Add("SetVariable");
-    const std::uint64_t before = current->variables.NonVolatileWrites();
-    const EFI_STATUS status = current->variables.SetVariable(name, guid, attributes, size, data);
-    if (current->variables.NonVolatileWrites() != before) {
-      current->OnWrite();
-    }
-    return status;
+    return current->variables.SetVariable(name, guid, attributes, size, data);
   }
   static VOID EFIAPI ResetSystem(EFI_RESET_TYPE type, EFI_STATUS status, UINTN size, VOID* data) {
     EXPECT_EQ(status, EFI_SUCCESS);
@@ -118,15 +99,8 @@ BmcFixture::Parts* BmcFixture::Parts::current = nullptr;
 
 BmcFixture::BmcFixture() : parts_(std::make_unique<Parts>()) {
   Parts::current = parts_.get();
-  sim::BmcHooks hooks;
-  hooks.onPowerLoss = [this] { parts_->EndBoot(); };
-  hooks.onWrite = [this](std::string_view kind) {
-    if (kind == "bmc") {
-      parts_->OnWrite();
-    }
-  };
   std::string error;
-  parts_->bmc = sim::Bmc::Create({}, parts_->clock, parts_->counters, hooks, error);
+  parts_->bmc = sim::Bmc::Create({}, parts_->clock, parts_->counters, {}, error);
   parts_->boot.AllocatePool = Parts::AllocatePool;
   parts_->boot.FreePool = Parts::FreePool;
   parts_->boot.LocateProtocol = Parts::LocateProtocol;
@@ -157,8 +131,6 @@ void BmcFixture::NextBoot() {
     std::free(block);
   }
   parts_->pool.clear();
-  parts_->powerLost = false;
-  parts_->writesLeft = 0;
   parts_->variables.PowerCycle();
   parts_->ports = std::make_unique<sim::PortBus>(parts_->clock, parts_->counters);
   parts_->ports->Claim(sim::PortBus::kPmTimerPort, sim::PortBus::kPmTimerPort + 3,
@@ -176,12 +148,10 @@ bool BmcFixture::Returns(void (*step)()) {
     step();
     return true;
   } catch (const BootReset& reset) {
-    EXPECT_EQ(reset.type, parts_->powerLost ? EfiResetCold : EfiResetWarm);
+    EXPECT_EQ(reset.type, EfiResetWarm);
     return false;
   }
 }
-
-void BmcFixture::LosePowerAfterWrites(unsigned count) { parts_->writesLeft = count; }
 
 void BmcFixture::AddFault(const char* words) {
   std::string error;

@@ -42,9 +42,7 @@ class BmcFixture : public testing::Test {
   // Ends this boot as a power cycle does: driver state and lists start fresh, variables and the BMC's keep.
   void NextBoot();
   void AddFault(const char* words);
-  // The power goes after that many more writes, to NVRAM and by the BMC counted together; 0: it stays.
-  void LosePowerAfterWrites(unsigned count);
-  // Runs a step and tells whether it returned (true) or ended the boot by a reset.
+  // Runs a step and tells whether it returned (true) or ended the boot by a warm reset.
   bool Returns(void (*step)());
 
   // Without data: deletes it, if it is there.
