@@ -185,16 +185,19 @@ EFI_STATUS FrontEnd::BootLegacy(const LoadOption& option) {
   return bios->LegacyBoot(bios, node, 0, nullptr);
 }
 
+void FrontEnd::ShowMenu() {
+  std::u16string text = u"\r\nBoot menu\r\n";
+  for (std::size_t i = 0; i < order_.size() && i < 9; ++i) {
+    const auto option = ReadOption(order_[i]);
+    text += Wide(fmt::format("  {}  ", i + 1)) + (option ? option->name : u"(unreadable)") + u"\r\n";
+  }
+  Print(text + u"  enter: boot in order, escape: leave\r\n");
+}
+
 EFI_STATUS FrontEnd::Menu() {
   for (;;) {
-    const auto order = BootOrder();
-    std::u16string text = u"\r\nBoot menu\r\n";
-    for (std::size_t i = 0; i < order.size() && i < 9; ++i) {
-      const auto option = ReadOption(order[i]);
-      text += Wide(fmt::format("  {}  ", i + 1)) + (option ? option->name : u"(unreadable)") + u"\r\n";
-    }
-    text += u"  enter: boot in order, escape: leave\r\n";
-    Print(text);
+    order_ = BootOrder();
+    ShowMenu();
     auto* in = machine_.SystemTable()->ConIn;
     UINTN index = 0;
     EFI_INPUT_KEY key{};
@@ -209,8 +212,8 @@ EFI_STATUS FrontEnd::Menu() {
     if (key.UnicodeChar == u'\r' || key.UnicodeChar == u'\n') {
       static_cast<void>(BootInOrder());
     } else if (key.UnicodeChar >= u'1' && key.UnicodeChar <= u'9' &&
-               static_cast<std::size_t>(key.UnicodeChar - u'1') < order.size()) {
-      static_cast<void>(BootOption(order[key.UnicodeChar - u'1']));
+               static_cast<std::size_t>(key.UnicodeChar - u'1') < order_.size()) {
+      static_cast<void>(BootOption(order_[key.UnicodeChar - u'1']));
     }
   }
 }

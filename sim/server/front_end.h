@@ -31,6 +31,7 @@ class FrontEnd {
   EFI_STATUS Run();
   EFI_STATUS BootInOrder();
   EFI_STATUS Menu();
+  void ShowMenu();
   EFI_STATUS BootOption(std::uint16_t number);
   EFI_STATUS BootLegacy(const LoadOption& option);
   bool Keep(std::uint16_t number);
@@ -44,7 +45,7 @@ class FrontEnd {
   std::vector<std::u16string> messages_;
   bool leftQuietBoot_ = false;
   std::uint64_t runs_ = 0;
-  std::vector<std::uint16_t> order_;  // being booted, with the option and its path
+  std::vector<std::uint16_t> order_;  // in the menu or being booted, with the option and its path
   LoadOption option_;
   DevicePath path_;
 };
