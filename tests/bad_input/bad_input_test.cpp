@@ -3,7 +3,7 @@
 // Whatever it is, the boot comes to an end, nothing leaks, and what the user made keeps its bytes and its place.
 #include <random>
 
-#include "tests/power_cuts/users_server.h"
+#include "tests/whole_boots/users_server.h"
 
 namespace sim::test {
 namespace {

@@ -1,7 +1,7 @@
 // A whole boot under every fault of the BMC's file interface, on a day like any other, before anything was saved, and
 // when everything has to be restored: it starts the right option within the time that docs/boot-time.md states, and
 // when the fault is gone nothing that the user made is missing.
-#include "tests/power_cuts/users_server.h"
+#include "tests/whole_boots/users_server.h"
 
 namespace sim::test {
 namespace {

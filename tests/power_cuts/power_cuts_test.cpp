@@ -3,7 +3,7 @@
 // the right option, and nothing that a user made is lost.
 #include <tuple>
 
-#include "tests/power_cuts/users_server.h"
+#include "tests/whole_boots/users_server.h"
 
 namespace sim::test {
 namespace {
