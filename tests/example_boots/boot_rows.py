@@ -22,7 +22,7 @@ class Row:
     more: str = ""  # tables behind those of the description
     # The server is first booted from an installer's NVRAM until it saves nothing new. False: that is what is compared.
     settled: bool = True
-    before: tuple = ()  # what is then done to its state, in the words of both_ways.Changes
+    before: tuple = ()  # what is then done to its state, in the words of both_ways.Bench.change
     arguments: tuple = ()  # of bds-sim boot
     order: bool = True  # the order in force is the same at the end as before
     said: tuple = ()  # of the driver's messages
@@ -31,12 +31,12 @@ class Row:
     driver: bool = False  # \drivers\test.efi and \drivers\inactive.efi of the volume are tools/loader's driver
     kept: tuple = ()  # variables that are there at the end, by name
     gone: tuple = ()  # and that are not
-    files: tuple = ()  # the BMC's files that are there at the end; "copies": one for each option, byte for byte
+    copies: bool = False  # the BMC has the order and each option in it, byte for byte
     written: tuple = ()  # variables written, volatile ones too
     waits: bool = False  # no step waits but as docs/boot-time.md says
 
 
-# An added drive or port for the UEFI-only server, none of them first in its order.
+# Added drives for the UEFI-only server, none of them first in its order.
 UEFI_DEVICES = """
 [[root_bridge.function]]
 kind = "ahci"
@@ -73,8 +73,9 @@ MEMORY = ("MemoryTypeInformation", "PreviousMemoryTypeInformation")
 DISK, SHELL = "SIM SSD 480G", "Built-in EFI Shell"
 
 
-def legacy_request(name, words, *starts, **more):
-    return Row(f"legacy_{name}", "standalone_legacy", tuple(map(Boot, starts)), before=(f"bootdev {words}",), **more)
+def legacy_request(name, words, *starts, first=(), **more):
+    return Row(f"legacy_{name}", "standalone_legacy", tuple(map(Boot, starts)), before=(*first, f"bootdev {words}"),
+               **more)
 
 
 def efi_request(name, words, *starts, **more):
@@ -100,10 +101,10 @@ def as_it_stands(name, starts, counts=None, **more):
 
 
 ROWS = (
-    as_it_stands("rack_server", DISK, files=("copies",)),
-    as_it_stands("standalone_uefi", SHELL, files=("copies",)),
+    as_it_stands("rack_server", DISK, copies=True),
+    as_it_stands("standalone_uefi", SHELL, copies=True),
     as_it_stands("standalone_legacy", DISK, gone=("BootOptionRestored",)),
-    as_it_stands("managed_server", "debian", files=("copies",)),
+    as_it_stands("managed_server", "debian", copies=True),
     as_it_stands("managed_legacy", DISK, gone=("BootOptionRestored",)),
     # One controller has failed, one is repaired, a form asks for one's configuration.
     as_it_stands("health_failed", "debian", {
@@ -127,6 +128,9 @@ ROWS = (
         gone=MEMORY),
     # Requests of the BMC for one boot: the next one follows the old order.
     legacy_request("pxe", "pxe", "SIM 10G port 0", DISK, gone=("IpmiBootFlags", "BootOrderBeforeIpmiBoot")),
+    legacy_request("disk", "disk", DISK, "SIM 10G port 0", first=("first SIM 10G port 0",), order=False),
+    legacy_request("disk_in_place_of_persistent_cdrom", "disk", DISK, DISK, gone=("IpmiBootFlags",),
+                   first=("bootdev cdrom --persistent", "boot")),
     legacy_request("cdrom", "cdrom", "SIM DVD", DISK, gone=("IpmiBootFlags", "BootOrderBeforeIpmiBoot")),
     legacy_request("floppy", "floppy", "Old floppy", "SIM", more=FLOPPY),
     legacy_request("no_floppy", "floppy", DISK, gone=("BootOrderBeforeIpmiBoot",)),
@@ -153,11 +157,11 @@ ROWS = (
         edits=(("managed = true", "managed = true\nconfiguring = true"), ("[setup]", "[bmc]\nfiles = false\n[setup]")),
         said=("Server is in Zephan config mode, Keeping all the boot options alive",)),
     # Copies of the boot variables on the BMC.
-    Row("copies_first_save", "standalone_uefi", (Boot(SHELL, warm=1),), settled=False, files=("copies",), waits=True,
+    Row("copies_first_save", "standalone_uefi", (Boot(SHELL, warm=1),), settled=False, copies=True, waits=True,
         said=("Server is booting first time in UEFI Boot Mode",)),
-    Row("copies_bring_nvram_back", "standalone_uefi", (Boot(SHELL),), before=("lose-nvram",), files=("copies",),
+    Row("copies_bring_nvram_back", "standalone_uefi", (Boot(SHELL),), before=("lose-nvram",), copies=True,
         kept=("BootOptionRestored", "Boot0000")),
-    Row("copies_lost", "standalone_uefi", (Boot(SHELL, warm=1),), before=("lose-files",), files=("copies",)),
+    Row("copies_lost", "standalone_uefi", (Boot(SHELL, warm=1),), before=("lose-files",), copies=True),
     Row("copies_without_their_order", "standalone_uefi", (Boot(SHELL),), before=("remove BootOrder",),
         said=("INVALID CONDITION DETECTED",)),
     # Drivers that NVRAM names. One asks for a reconnect; one is not there and one is switched off, which stops nobody.
@@ -181,7 +185,7 @@ ROWS = (
     Row("power_lost_while_saving", "standalone_legacy", (Boot(None), Boot(DISK)), settled=False,
         arguments=("--fault", "power nvram 6")),
     Row("power_lost_while_copying", "standalone_uefi", (Boot(None), Boot(SHELL)), arguments=("--fault", "power bmc 3"),
-        files=("copies",)),
+        copies=True),
     # What is started fails.
     Row("loaders_that_return", "standalone_uefi", (Boot(None),),
         edits=(("[nvram]", "[bmc]\nfiles = false\n[firmware]\nshell_present = false\n[nvram]"),),
