@@ -29,10 +29,15 @@ class SerialSink final : public TextSink {
     if (used_ == kFifoSize) {
       Flush();
     }
-    fifo_[used_++] = static_cast<UINT8>(character > 0x7F ? u'?' : character);
+    fifo_[used_++] = static_cast<UINT8>(MayPass(character) ? character : u'?');
   }
 
  private:
+  // Texts from outside must not steer the terminal that shows the log.
+  static constexpr bool MayPass(CHAR16 character) {
+    return (character >= 0x20 && character < 0x7F) || character == u'\n' || character == u'\r' || character == u'\t';
+  }
+
   void Flush() {
     if (used_ == 0) {
       return;

@@ -64,7 +64,7 @@ TEST_F(ParameterRequests, FiveTriesTwoSecondsApart) {
   }
   std::string log = "GetBootOptions Parameter=78\n";
   for (const char trial : {'0', '1', '2', '3', '4'}) {
-    log += std::string("Trial ") + trial + " GetBootOptions failed=8000000000000012 for Parameter=78\n";
+    log.append("Trial ").append(1, trial).append(" GetBootOptions failed=8000000000000012 for Parameter=78\n");
   }
   EXPECT_EQ(Log(), log);
 }

@@ -67,16 +67,23 @@ TEST_F(ModeFilter, ModeAndUefiSettingDecide) {
     UINT8 uefi;
     const char* left;
     bool markerDeleted;
+    const char* says = "";
   } cases[] = {
-      {"standalone, off", 0, 0, 0, "acpi- media- pci+ messaging+ shell+ header+ member+ pathless bbs+ pathless+",
-       false},
+      {"standalone, off", 0, 0, 0, "acpi- media- pci+ messaging+ shell+ header+ member+ pathless bbs+ pathless+", false,
+       "RemoveNonSupportedBootOptions:Server is in Standalone mode with UEFI mode turned off\n"
+       "**** Making  option  non active: acpi \n**** Making  option  non active: media \n"},
       {"standalone, on", 0, 0, 1, kAll, false},
       {"standalone, neither", 0, 0, 2, kAll, false},
       {"standalone with the flag", 0, 1, 1, kAll, false},
-      {"managed, on", 1, 0, 1, "acpi+ media+ pci+ messaging+ shell+ pathless+", false},
+      {"managed, on", 1, 0, 1, "acpi+ media+ pci+ messaging+ shell+ pathless+", false,
+       "RemoveNonSupportedBootOptions:Server is in Zephan mode with UEFI mode turned on\n"
+       "**** Delete option : header \n"},
       {"managed, on by another value", 1, 0, 2, "acpi+ media+ pci+ messaging+ shell+ pathless+", false},
-      {"managed, off", 1, 0, 0, "shell+ header+ member+ pathless bbs+", true},
-      {"config mode, off", 1, 1, 0, kAll, false},
+      {"managed, off", 1, 0, 0, "shell+ header+ member+ pathless bbs+", true,
+       "RemoveNonSupportedBootOptions:Server is in Zephan mode with UEFI mode turned off\n"
+       "**** Delete option : acpi \n"},
+      {"config mode, off", 1, 1, 0, kAll, false,
+       "RemoveNonSupportedBootOptions:Server is in Zephan config mode, Keeping all the boot options alive\n"},
       {"config mode, on", 1, 1, 1, kAll, false},
   };
   for (const auto& c : cases) {
@@ -89,10 +96,17 @@ TEST_F(ModeFilter, ModeAndUefiSettingDecide) {
     AddAll();
     bds::RemoveNonSupportedBootOptions();
     EXPECT_EQ(Names(), c.left);
+    EXPECT_TRUE(Logged(c.says)) << Log();
     EXPECT_EQ(Variable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid).has_value(), !c.markerDeleted);
   }
-  EXPECT_TRUE(
-      Logged("RemoveNonSupportedBootOptions:Server is in Zephan config mode, Keeping all the boot options alive"));
+}
+
+TEST_F(ModeFilter, ADescriptionDoesNotSteerTheTerminalThatShowsTheLog) {
+  SetSetup({{kSetupUefiMode, 1}});
+  PublishMode(1, 0);
+  Add(u"a\x1B[2Jb\x7F", {5, 1, 8, 0, 2, 0, 0, 0});
+  bds::RemoveNonSupportedBootOptions();
+  EXPECT_TRUE(Logged("**** Delete option : a?[2Jb? \n"));
 }
 
 TEST_F(ModeFilter, AnInactiveOptionOnAnAcpiPathIsActivatedByUefiModeOne) {
@@ -144,7 +158,7 @@ TEST_F(ModeFilter, OrphansGoOnAManagedServerAndInStbuMode) {
     bds::RemoveOrphanOptions();
     EXPECT_EQ(Names(), c.removed ? "acpi+ pathless bbs+" : kAll);
     EXPECT_EQ(bds::BootOptionList.Count, c.removed ? 2U : 9U);
-    EXPECT_EQ(Logged("****Found an orphan: Delete option : media \n"), c.removed);
+    EXPECT_EQ(Logged("RemoveOrphanOptions() \nZephan mode \n****Found an orphan: Delete option : media \n"), c.removed);
   }
 }
 
