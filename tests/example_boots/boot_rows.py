@@ -3,6 +3,9 @@
 from dataclasses import dataclass, field
 
 
+ANY = "any"
+
+
 @dataclass(frozen=True)
 class Boot:
     """What one boot, its resets included, must come to."""
@@ -10,7 +13,7 @@ class Boot:
     starts: str | None  # part of the name or path of what starts; None: nothing starts
     warm: int = 0
     cold: int = 0
-    counts: dict = field(default_factory=dict)  # summed over its starts
+    counts: dict = field(default_factory=dict)  # summed over its starts; ANY: more than none
 
 
 @dataclass(frozen=True)
@@ -84,10 +87,11 @@ def efi_request(name, words, *starts, **more):
                more=UEFI_DEVICES, before=(f"bootdev {words} --efi",), **more)
 
 
-def driver_options(name, *words, **more):
+def driver_options(name, *words, stops=0, **more):
+    """`stops`: drivers let their controllers go."""
     function = '[[root_bridge.function]]\nkind = "other"\ndevice = 7\nvendor_id = 0x1BD5\n'
-    return Row(f"driver_{name}", "standalone_uefi", (Boot(SHELL),), edits=NO_FILES, more=UEFI_DEVICES + function,
-               before=words, driver=True, **more)
+    return Row(f"driver_{name}", "standalone_uefi", (Boot(SHELL, counts={"driver.stop": stops}),),
+               edits=NO_FILES, more=UEFI_DEVICES + function, before=words, driver=True, **more)
 
 
 def broken_bmc(name, *words, **more):
@@ -166,7 +170,7 @@ ROWS = (
         said=("INVALID CONDITION DETECTED",)),
     # Drivers that NVRAM names. One asks for a reconnect; one is not there and one is switched off, which stops nobody.
     driver_options("reconnects", "driver 0000 3 test.efi words", "driver 0001 1 missing.efi -",
-                   "driver 0002 0 inactive.efi -", "driver-order 0100020042420000",
+                   "driver 0002 0 inactive.efi -", "driver-order 0100020042420000", stops=ANY,
                    shown=('test-driver: started with "words"', "test-driver: serves a function",
                           "missing.efi EFI_NOT_FOUND", "test.efi EFI_SUCCESS"),
                    hidden=("inactive.efi", "leaves a function")),
