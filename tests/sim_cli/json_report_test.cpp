@@ -57,24 +57,6 @@ TEST(JsonReport, TellsTheTimeByStepAndByPhaseInSeconds) {
   EXPECT_DOUBLE_EQ(time["phases"]["BMC"], 2.0);
 }
 
-TEST(JsonReport, TrafficThatThereWasNotIsZero) {
-  const auto bmc = Report({OneBoot()})["boots"][0]["starts"][1]["bmc"];
-  EXPECT_EQ(bmc["exchanges"], 5);
-  EXPECT_EQ(bmc["bytes"], 320);
-  EXPECT_EQ(bmc["ipmi_requests"], 2);
-  EXPECT_EQ(bmc["retries"], 0);
-  EXPECT_EQ(bmc["timeouts"], 0);
-  EXPECT_DOUBLE_EQ(bmc["seconds_in_steps"], 2.0);
-}
-
-TEST(JsonReport, NothingStartedIsNull) {
-  BootResult result;
-  result.starts = {BootReport{}};
-  const auto boot = Report({result})["boots"][0];
-  EXPECT_EQ(boot["started"], false);
-  EXPECT_TRUE(boot["booted"].is_null());
-}
-
 TEST(JsonReport, BytesThatAreNoTextDoNotBreakIt) {
   BootResult result = OneBoot();
   result.starts[1].attempts[0].what = "bad \xFF bytes";

@@ -84,12 +84,15 @@ CASES = [
 def faults_on_terminal(sim, server):
     for name, environment, act, status, colours in CASES:
         session = Session([sim, "boot", server], **{"NO_COLOR": "", **environment})
-        if not session.read_until(PROMPT):
-            yield f"{name}: no menu: {session.output!r}"
-        if not session.raw():
-            yield f"{name}: the terminal waits for whole lines"
-        act(session)
-        ended = session.end()
+        try:
+            if not session.read_until(PROMPT):
+                yield f"{name}: no menu: {session.output!r}"
+            if not session.raw():
+                yield f"{name}: the terminal waits for whole lines"
+            act(session)
+            ended = session.end()
+        finally:
+            session.program.kill()
         if ended != status:
             yield f"{name}: ended with {ended}, not {status}: {session.output!r}"
         if colours is not None and (b"\x1b[" in session.output) != colours:

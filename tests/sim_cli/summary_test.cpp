@@ -48,32 +48,6 @@ TEST(Summary, OfABootWithAResetIsWordForWord) {
 )");
 }
 
-TEST(Summary, ColoursAreTheStylesAlone) {
-  BootResult result;
-  result.starts = {HandMadeReport()};
-  EXPECT_THAT(SummaryText("rack", result, {.colour = false}), Not(HasSubstr("\x1B")));
-  EXPECT_THAT(SummaryText("rack", result, {.colour = true}), HasSubstr("\x1B[32m"));
-}
-
-TEST(Summary, SaysThatTooManyResetsWereAskedFor) {
-  BootResult result;
-  result.starts = {ResetReport(EfiResetCold), ResetReport(EfiResetCold)};
-  result.coldResets = 1;
-  result.resetLimitReached = true;
-  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr("Too many resets"));
-}
-
-TEST(Summary, LongListsOfVariablesAreCutAndCounted) {
-  BootResult result;
-  result.starts.emplace_back();
-  for (int i = 0; i < 20; ++i) {
-    result.starts[0].writes.push_back(
-        {VariableWrite::Kind::Create, u"Boot", gEfiGlobalVariableGuid, EFI_VARIABLE_NON_VOLATILE, 1, EFI_SUCCESS});
-  }
-  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr("created 20: "));
-  EXPECT_THAT(SummaryText("rack", result, {}), HasSubstr(" and 8 more\n"));
-}
-
 struct OutcomeCase {
   BootEnd end;
   const char* text;
@@ -119,16 +93,6 @@ TEST(PassedOver, AllOptionsOfTheOrderWhenNothingWasStarted) {
                                             "no attempt on record", "no such variable, or it is malformed"));
 }
 
-TEST(PassedOver, AnAttemptThatLoadedTellsMoreThanOneThatDidNot) {
-  BootReport report = HandMadeReport();
-  AttemptReport loaded = report.attempts[0];
-  loaded.loaded = true;
-  loaded.status = EFI_UNSUPPORTED;
-  loaded.reason = "";
-  report.attempts.insert(report.attempts.begin() + 1, loaded);
-  EXPECT_EQ(OptionsPassedOver(report).at(0).reason, "started and returned: EFI_UNSUPPORTED");
-}
-
 TEST(PassedOver, AnAttemptBelongsToTheOptionThatItNames) {
   BootReport report;
   report.outcome.end = BootEnd::Returned;
@@ -146,19 +110,6 @@ TEST(PassedOver, AnAttemptBelongsToTheOptionThatItNames) {
   }
   EXPECT_THAT(reasons,
               testing::ElementsAre("legacy boot: EFI_ABORTED", "no attempt on record", "legacy boot: EFI_TIMEOUT"));
-}
-
-TEST(PassedOver, AnOptionOutsideTheOrderPassesNoneOver) {
-  BootReport report = HandMadeReport();
-  report.bootCurrent = std::uint16_t{0x10};
-  EXPECT_TRUE(OptionsPassedOver(report).empty());
-}
-
-TEST(Seconds, AreRoundedToMilliseconds) {
-  EXPECT_EQ(SecondsText(0), "0.000 s");
-  EXPECT_EQ(SecondsText(4999), "0.000 s");
-  EXPECT_EQ(SecondsText(5000), "0.001 s");
-  EXPECT_EQ(SecondsText(61 * kSecond + 2 * kMillisecond), "61.002 s");
 }
 
 }  // namespace

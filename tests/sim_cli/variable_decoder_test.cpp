@@ -51,11 +51,6 @@ Bytes Member(const Bytes& image) {
   return B({0, 0, 'N', 'O', size & 0xFF, size >> 8, 0, 0}) + image;
 }
 
-TEST(VariableDecoder, LoadOption) {
-  EXPECT_THAT(Decode(u"Boot0001", kSataOption),
-              ElementsAre("\"ab\" active", "path PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)"));
-}
-
 TEST(VariableDecoder, DriverOptionsAndLowerCaseDigitsAreLoadOptionsToo) {
   EXPECT_THAT(Decode(u"Driver00ab", kSataOption)[0], "\"ab\" active");
   EXPECT_THAT(Decode(u"SysPrepFFFF", kSataOption)[0], "\"ab\" active");
@@ -89,13 +84,6 @@ TEST(VariableDecoder, GroupsInGroupsEnd) {
   const auto lines = Decode(u"Boot0001", image);
   EXPECT_LT(lines.size(), 60u);
   EXPECT_THAT(lines, testing::Contains(HasSubstr("optional data")));
-}
-
-TEST(VariableDecoder, AttributesThatNobodyKnowsAreShown) {
-  Bytes option = kSataOption;
-  option[0] = std::byte{0x0A};
-  option[3] = std::byte{0x80};
-  EXPECT_EQ(Decode(u"Boot0001", option)[0], "\"ab\" inactive, force reconnect, hidden, 0x80000000");
 }
 
 TEST(VariableDecoder, EveryTruncationOfAnOptionIsSaidToBeNone) {
@@ -167,21 +155,6 @@ TEST(VariableDecoder, RandomBytesGiveSomeSafeText) {
       }
     }
   }
-}
-
-TEST(Attributes, AreNamed) {
-  EXPECT_EQ(VariableAttributesText(7), "NV BS RT");
-  EXPECT_EQ(VariableAttributesText(0), "none");
-  EXPECT_EQ(VariableAttributesText(0x80000002), "BS 0x80000000");
-}
-
-TEST(HexText, IsCutWithTheRestCounted) {
-  const Bytes bytes(70, std::byte{'A'});
-  const auto lines = HexText(bytes, 32);
-  ASSERT_EQ(lines.size(), 3u);
-  EXPECT_EQ(lines[1], "0010  41 41 41 41 41 41 41 41 41 41 41 41 41 41 41 41  AAAAAAAAAAAAAAAA");
-  EXPECT_EQ(lines[2], "and 38 bytes more");
-  EXPECT_TRUE(HexText({}).empty());
 }
 
 TEST(PrintableText, NothingActsOnTheTerminal) {
