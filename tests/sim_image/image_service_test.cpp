@@ -3,24 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "platform/load_file.h"
 #include "platform/signals.h"
-#include "platform/simple_file_system.h"
-#include "sim/firmware/services/console.h"
-#include "sim/firmware/services/firmware_volume.h"
-#include "sim/firmware/services/text_services.h"
 #include "tests/sim_image/pe_builder.h"
 
 namespace sim {
 namespace {
 
 using test::PeBuilder;
-
-constexpr EFI_GUID kFile{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 
 // An image whose code is these bytes.
 std::vector<std::byte> ImageOf(std::vector<std::uint8_t> code, std::uint16_t subsystem = 11,
@@ -167,17 +157,6 @@ TEST_F(Images, ExitLeavesTheRunningImageAndCarriesItsData) {
   EXPECT_TRUE(machine_.Counts().HasComplaint("task priority"));
 }
 
-TEST_F(Images, UnwantedExitDataGoesBackToThePool) {
-  const std::size_t inUse = machine_.Pool().InUse();
-  EFI_HANDLE image = images_.CreateBuiltinImage("data", [](EFI_HANDLE self, EFI_SYSTEM_TABLE* table) -> EFI_STATUS {
-    VOID* data = nullptr;
-    static_cast<void>(table->BootServices->AllocatePool(EfiBootServicesData, 64, &data));
-    return table->BootServices->Exit(self, EFI_SUCCESS, 64, static_cast<CHAR16*>(data));
-  });
-  EXPECT_EQ(Start(image), EFI_SUCCESS);
-  EXPECT_EQ(machine_.Pool().InUse(), inUse);
-}
-
 TEST_F(Images, AnImageNeverStartedIsUnloadedByExitAndByUnload) {
   EFI_HANDLE image = nullptr;
   ASSERT_EQ(Load(ImageOf(kReturnZero), &image), EFI_SUCCESS);
@@ -203,23 +182,6 @@ TEST_F(Images, BadArgumentsAndBadFilesAreRefusedWithAReason) {
   EXPECT_EQ(images_.LoadFailures()[3].path, "\\nowhere.efi");
 }
 
-TEST_F(Images, TheLinkedDriverHasItsHandleAndStringPackages) {
-  const EFI_HII_PACKAGE_LIST_HEADER packages{kFile, 20};
-  EFI_HANDLE driver = images_.CreateLinkedDriverImage(u"verbose", &packages);
-  EXPECT_EQ(machine_.Handles().Find(driver, gEfiHiiPackageListProtocolGuid)->pointer, &packages);
-  EXPECT_EQ(Loaded(driver)->LoadOptionsSize, 16u);
-  EXPECT_EQ(Start(driver), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(Images, ADriverFileLoadsWithoutAParentAndShowsItsVariables) {
-  const EFI_HANDLE driver = images_.LoadDriverImage(ImageOf(kReturnZero), DevicePath().FirmwareFile(kFile), u"");
-  ASSERT_NE(driver, nullptr);
-  const auto extents = images_.WritableMemory(driver);
-  ASSERT_EQ(extents.size(), 1u);
-  EXPECT_EQ(extents[0][2], std::byte{3});
-  EXPECT_EQ(images_.LoadDriverImage({}, {}, u""), nullptr);
-}
-
 TEST_F(Images, ExitBootServicesWantsTheCurrentMapKey) {
   bool runtime = false;
   images_.SetExitBootServicesHandler([&] { runtime = true; });
@@ -236,105 +198,6 @@ TEST_F(Images, ExitBootServicesWantsTheCurrentMapKey) {
   const BootOutcome outcome = machine_.Run([&] { return Start(image); });
   EXPECT_EQ(outcome.end, BootEnd::ExitedBootServices);
   EXPECT_TRUE(runtime);
-}
-
-// A file system with one file, given out in pieces, on a partition's handle.
-struct OneFile {
-  EFI_SIMPLE_FILE_SYSTEM_PROTOCOL volume{};
-  EFI_FILE_PROTOCOL file{};
-  std::u16string name;
-  std::vector<std::byte> bytes;
-  std::size_t position = 0;
-  int open = 0;
-
-  OneFile(std::u16string fileName, std::vector<std::byte> content)
-      : name(std::move(fileName)), bytes(std::move(content)) {
-    volume.OpenVolume = [](EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* self, EFI_FILE_PROTOCOL** root) EFIAPI -> EFI_STATUS {
-      auto* all = reinterpret_cast<OneFile*>(self);
-      ++all->open;
-      *root = &all->file;
-      return EFI_SUCCESS;
-    };
-    file.Open = [](EFI_FILE_PROTOCOL* self, EFI_FILE_PROTOCOL** opened, const CHAR16* path, UINT64, UINT64)
-                    EFIAPI -> EFI_STATUS {
-      OneFile* all = Of(self);
-      if (path != all->name) {
-        return EFI_NOT_FOUND;
-      }
-      ++all->open;
-      *opened = self;
-      return EFI_SUCCESS;
-    };
-    file.Close = [](EFI_FILE_PROTOCOL* self) EFIAPI -> EFI_STATUS {
-      --Of(self)->open;
-      return EFI_SUCCESS;
-    };
-    file.GetInfo = [](EFI_FILE_PROTOCOL* self, const EFI_GUID*, UINTN* size, VOID* buffer) EFIAPI -> EFI_STATUS {
-      if (*size < sizeof(EFI_FILE_INFO)) {
-        *size = sizeof(EFI_FILE_INFO);
-        return EFI_BUFFER_TOO_SMALL;
-      }
-      EFI_FILE_INFO info{};
-      info.FileSize = Of(self)->bytes.size();
-      std::memcpy(buffer, &info, sizeof(info));
-      return EFI_SUCCESS;
-    };
-    file.Read = [](EFI_FILE_PROTOCOL* self, UINTN* size, VOID* buffer) EFIAPI -> EFI_STATUS {
-      OneFile* all = Of(self);
-      *size = std::min<UINTN>({*size, 1000, all->bytes.size() - all->position});
-      std::memcpy(buffer, all->bytes.data() + all->position, *size);
-      all->position += *size;
-      return EFI_SUCCESS;
-    };
-  }
-  static OneFile* Of(EFI_FILE_PROTOCOL* self) {
-    return reinterpret_cast<OneFile*>(reinterpret_cast<std::byte*>(self) - offsetof(OneFile, file));
-  }
-};
-
-class FileImages : public Images {
- protected:
-  FileImages() : disk_(u"\\EFI\\loader.efi", ImageOf(kReturnZero)) {
-    path_ = DevicePath().Acpi(0x0A0341D0).Pci(1, 0).Sata(0).HardDriveGpt(1, 0x800, 0x1000, kFile);
-    static_cast<void>(machine_.Handles().Install(&handle_, &ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>, path_.Get()));
-    static_cast<void>(
-        machine_.Handles().Install(&handle_, &ProtocolGuid<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>, &disk_.volume));
-  }
-  OneFile disk_;
-  DevicePath path_;
-  EFI_HANDLE handle_ = nullptr;
-};
-
-TEST_F(FileImages, AFileIsReadWholeAndItsDeviceKnown) {
-  EFI_HANDLE image = nullptr;
-  DevicePath whole = DevicePath(path_).File(u"\\EFI\\").File(u"loader.efi");
-  ASSERT_EQ(LoadPath(whole, &image), EFI_SUCCESS) << images_.Error();
-  EXPECT_EQ(Loaded(image)->DeviceHandle, handle_);
-  EXPECT_EQ(DevicePath::Copy(Loaded(image)->FilePath), DevicePath().File(u"\\EFI\\").File(u"loader.efi"));
-  const auto* path = machine_.Handles().Find(image, gEfiLoadedImageDevicePathProtocolGuid);
-  ASSERT_NE(path, nullptr);
-  EXPECT_EQ(DevicePath::Copy(static_cast<EFI_DEVICE_PATH_PROTOCOL*>(path->pointer)), whole);
-  EXPECT_EQ(disk_.open, 0) << "every handle is closed again";
-}
-
-TEST_F(FileImages, AShortPathIsCompletedWithTheBootPolicyOnly) {
-  EFI_HANDLE image = nullptr;
-  DevicePath shortForm = DevicePath().HardDriveGpt(1, 0, 0, kFile).File(u"\\EFI\\loader.efi");
-  EXPECT_EQ(LoadPath(shortForm, &image, FALSE), EFI_NOT_FOUND);
-  ASSERT_EQ(LoadPath(shortForm, &image, TRUE), EFI_SUCCESS) << images_.Error();
-  EXPECT_EQ(images_.PathText(image),
-            "PciRoot(0x0)/Pci(0x1,0x0)/Sata(0x0,0xFFFF,0x0)/"
-            "HD(1,GPT,00000001-0002-0003-0405-060708090A0B,0x800,0x1000)/\\EFI\\loader.efi");
-  EXPECT_EQ(LoadPath(DevicePath().HardDriveMbr(1, 0, 0, 7).File(u"\\EFI\\loader.efi"), &image, TRUE), EFI_NOT_FOUND);
-}
-
-TEST_F(FileImages, MissingFilesAndEmptyOnesAreErrors) {
-  EFI_HANDLE image = nullptr;
-  EXPECT_EQ(LoadPath(DevicePath(path_).File(u"\\other.efi"), &image), EFI_NOT_FOUND);
-  EXPECT_EQ(LoadPath(path_, &image), EFI_NOT_FOUND) << "a device is no file";
-  disk_.bytes.clear();
-  EXPECT_EQ(LoadPath(DevicePath(path_).File(u"\\EFI\\loader.efi"), &image), EFI_UNSUPPORTED);
-  EXPECT_EQ(disk_.open, 0);
 }
 
 struct LoadFileDevice {
@@ -374,29 +237,6 @@ TEST_F(Images, LoadFileDevicesAreAskedWithTheBootPolicyAndLoadFile2OnlyWithoutIt
   EXPECT_EQ(second.policy, FALSE);
 }
 
-TEST_F(Images, FirmwareFilesAndBuiltinImagesComeFromVolumes) {
-  FirmwareVolume volume(Boot());
-  int runs = 0;
-  volume.Add({kFile, EFI_FV_FILETYPE_APPLICATION, u"Shell",
-              images_.RegisterBuiltin("shell", [&](EFI_HANDLE, EFI_SYSTEM_TABLE*) -> EFI_STATUS {
-                ++runs;
-                return EFI_SUCCESS;
-              })});
-  DevicePath path = DevicePath().FirmwareVolume(kFile);
-  EFI_HANDLE device = nullptr;
-  ASSERT_EQ(machine_.Install(device, path.Get()), EFI_SUCCESS);
-  ASSERT_EQ(machine_.Install(device, volume.Protocol()), EFI_SUCCESS);
-  const std::size_t inUse = machine_.Pool().InUse();
-  EFI_HANDLE image = nullptr;
-  ASSERT_EQ(LoadPath(DevicePath(path).FirmwareFile(kFile), &image), EFI_SUCCESS) << images_.Error();
-  EXPECT_EQ(Start(image), EFI_SUCCESS) << "built-in applications run whatever the policy is";
-  EXPECT_EQ(runs, 1);
-  EXPECT_EQ(machine_.Pool().InUse(), inUse);
-  EFI_GUID other = kFile;
-  other.Data1 = 99;
-  EXPECT_EQ(LoadPath(DevicePath(path).FirmwareFile(other), &image), EFI_NOT_FOUND);
-}
-
 TEST_F(Images, MemoryPathsNameAllocatedMemoryOnly) {
   const auto file = ImageOf(kReturnZero);
   EFI_PHYSICAL_ADDRESS memory = 0;
@@ -417,69 +257,6 @@ TEST_F(Images, MemoryPathsNameAllocatedMemoryOnly) {
                                    {0x7FFF00000000, 0x7FFF00000100}}) {
     EXPECT_EQ(LoadPath(path(start, end), &image), EFI_NOT_FOUND) << start;
   }
-}
-
-std::vector<std::byte> HelloLoader() {
-  const char* named = std::getenv("HELLO_LOADER");
-  std::ifstream in(named != nullptr ? named : "build/efi/hello-loader.efi", std::ios::binary);
-  std::vector<char> text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  const auto bytes = std::as_bytes(std::span(text));
-  return {bytes.begin(), bytes.end()};
-}
-
-// The project's own EFI application, made by the image's compiler, on the real tables.
-class Hello : public Images {
- protected:
-  void SetUp() override {
-    file_ = HelloLoader();
-    if (file_.empty()) {
-      GTEST_SKIP() << "build/efi/hello-loader.efi is not built";
-    }
-    images_.Policy().action = LoaderAction::Execute;
-    machine_.SystemTable()->ConOut = console_.Output();
-    ASSERT_EQ(text_.Install(), EFI_SUCCESS);
-  }
-  EFI_STATUS RunWith(std::u16string options, BootOutcome* outcome = nullptr) {
-    EFI_HANDLE image = nullptr;
-    DevicePath path = DevicePath().Acpi(0x0A0341D0).Pci(0x1F, 2).File(u"\\hello.efi");
-    const EFI_STATUS loaded = Load(file_, &image, path.Get());
-    if (EFI_ERROR(loaded)) {
-      ADD_FAILURE() << images_.Error();
-      return loaded;
-    }
-    Loaded(image)->LoadOptions = options.data();
-    Loaded(image)->LoadOptionsSize = static_cast<UINT32>(options.size() * 2);
-    if (outcome != nullptr) {
-      *outcome = machine_.Run([&] { return Start(image); });
-      return outcome->status;
-    }
-    return Start(image);
-  }
-  std::vector<std::byte> file_;
-  ConsoleModel console_;
-  TextServices text_{Boot()};
-};
-
-TEST_F(Hello, ShowsItsOptionsAndPathAndReturnsWhatItIsTold) {
-  EXPECT_EQ(RunWith(u"quiet return=0x8000000000000015"), EFI_ABORTED);
-  EXPECT_EQ(console_.Text(),
-            "hello-loader: load options: quiet return=0x8000000000000015\n"
-            "hello-loader: device path: PciRoot(0x0)/Pci(0x1F,0x2)/\\hello.efi\n");
-  EXPECT_EQ(RunWith(u""), EFI_SUCCESS);
-  EXPECT_EQ(RunWith(u"exit=0x800000000000000E"), EFI_NOT_FOUND);
-  EXPECT_EQ(machine_.Counts().ComplaintCount(), 0u);
-}
-
-TEST_F(Hello, TakesTheMachineOver) {
-  BootOutcome outcome;
-  RunWith(u"handover", &outcome);
-  EXPECT_EQ(outcome.end, BootEnd::ExitedBootServices);
-}
-
-TEST_F(Hello, CannotChangeItsOwnCode) {
-  BootOutcome outcome;
-  RunWith(u"write-code", &outcome);
-  EXPECT_EQ(outcome.end, BootEnd::Crashed);
 }
 
 }  // namespace

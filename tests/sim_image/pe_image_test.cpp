@@ -39,17 +39,6 @@ TEST(ReadPe, AWholeImageIsDescribed) {
                                                            PageRights::ReadWrite, PageRights::Read}));
 }
 
-TEST(PlacePe, PointersFollowTheImage) {
-  PeError error;
-  const auto memory = Place(SmallImage(), 0x20000000, error);
-  ASSERT_FALSE(memory.empty()) << error.text;
-  std::uint64_t pointer = 0;
-  std::memcpy(&pointer, memory.data() + 0x2000, sizeof(pointer));
-  EXPECT_EQ(pointer, 0x20001000u);
-  EXPECT_EQ(memory[0x1000], std::byte{0x31});
-  EXPECT_EQ(memory[0x2008], std::byte{0}) << "the rest of the section is zero";
-}
-
 TEST(PlacePe, AtItsOwnAddressNothingIsRelocated) {
   PeBuilder file = SmallImage();
   file.Directory(5, 0, 0);
