@@ -201,24 +201,6 @@ TEST(GetNextVariableName, RefusesUnknownAndUnterminatedNames) {
   EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_INVALID_PARAMETER);
 }
 
-TEST(QueryVariableInfo, CountsEachStoreApart) {
-  VariableStore store({.nonVolatileSize = 1000, .volatileSize = 500, .maximumVariableSize = 200});
-  ASSERT_EQ(Set(store, u"V", kAll, "1234"), EFI_SUCCESS);
-  UINT64 maximum = 0;
-  UINT64 remaining = 0;
-  UINT64 largest = 0;
-  EXPECT_EQ(store.QueryVariableInfo(kAll, &maximum, &remaining, &largest), EFI_SUCCESS);
-  EXPECT_EQ(maximum, 1000u);
-  EXPECT_EQ(remaining, 1000 - VariableStore::kVariableOverhead - 4 - 4);
-  EXPECT_EQ(largest, 200u);
-  EXPECT_EQ(store.QueryVariableInfo(kBs, &maximum, &remaining, &largest), EFI_SUCCESS);
-  EXPECT_EQ(remaining, 500u);
-  EXPECT_EQ(store.QueryVariableInfo(kNv, &maximum, &remaining, &largest), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(store.QueryVariableInfo(kNv | kRt, &maximum, &remaining, &largest), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(store.QueryVariableInfo(kAll | kVariableTimeBasedAuthenticatedWrite, &maximum, &remaining, &largest),
-            EFI_UNSUPPORTED);
-}
-
 TEST(AtRuntime, OnlyRuntimeVariablesAreSeenAndOnlyLastingOnesWritten) {
   VariableStore store;
   ASSERT_EQ(Set(store, u"Boot", kNv | kBs, "b"), EFI_SUCCESS);
