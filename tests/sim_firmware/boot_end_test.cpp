@@ -223,20 +223,5 @@ TEST_F(BootEndTest, TimeStampCounterOfAnImageIsVirtual) {
   EXPECT_EQ(read, (5 * kSecond + kCounterReadTime) * 200);
 }
 
-TEST(MachineTest, AThousandMachinesInARowBeginAlike) {
-  EFI_HANDLE first = nullptr;
-  for (int i = 0; i < 1000; ++i) {
-    Machine machine;
-    EFI_HANDLE handle = nullptr;
-    const BootOutcome outcome = machine.Run([&]() -> EFI_STATUS {
-      machine.BootServices()->InstallProtocolInterface(&handle, &kRed, EFI_NATIVE_INTERFACE, nullptr);
-      machine.EndBoot(i % 2 == 0 ? BootEnd::Reset : BootEnd::HandedOver);
-    });
-    first = first == nullptr ? handle : first;
-    ASSERT_EQ(handle, first) << i;
-    ASSERT_EQ(outcome.time, 0u) << i;
-  }
-}
-
 }  // namespace
 }  // namespace sim

@@ -54,29 +54,5 @@ TEST_F(FaultTest, ScriptedCallsAnswerAndDoNothing) {
   EXPECT_EQ(machine.Counts().Of("AllocatePool"), 4u);
 }
 
-TEST_F(FaultTest, PowerIsLostRightAfterTheWriteOfThatKind) {
-  machine.Faults().LosePowerAfterWrite("nvram", 2);
-  int written = 0;
-  const BootOutcome outcome = machine.Run([&] {
-    for (int i = 0; i < 5; ++i) {
-      machine.OnWrite("bmc");
-      ++written;
-      machine.OnWrite("nvram");
-    }
-    return EFI_SUCCESS;
-  });
-  EXPECT_EQ(outcome.end, BootEnd::PowerLost);
-  EXPECT_EQ(written, 2);
-  EXPECT_EQ(machine.Faults().WritesOf("bmc"), 2u);
-}
-
-TEST(StatusNameTest, NamesLeadBackToTheirStatus) {
-  for (const EFI_STATUS status : {EFI_SUCCESS, EFI_NOT_FOUND, EFI_ABORTED, EfiErrorBit | 0x7777}) {
-    EXPECT_EQ(StatusFromName(StatusName(status)), status) << StatusName(status);
-  }
-  EXPECT_EQ(StatusFromName("0x"), std::nullopt);
-  EXPECT_EQ(StatusFromName("0x12G"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace sim
