@@ -75,18 +75,6 @@ TEST_F(FatVolume, DirectoriesListTheirMembersOnly) {
   EXPECT_EQ(names, (std::set<std::string>{"BOOT", "big.txt", "empty.bin", "A_rather_long_name_of_a_file.config"}));
 }
 
-TEST_F(FatVolume, AttributesAreTheDirectoryEntrys) {
-  const auto image = MakeImage(folder_, "fat", "3 --fat 12 " + files_);
-  ASSERT_EQ(std::system(("MTOOLS_SKIP_CHECK=1 mattrib -i " + image.string() + " +r +h -a ::/EFI/big.txt").c_str()), 0);
-  const auto reader = OpenImage(image);
-  std::unique_ptr<OpenedFile> file;
-  ASSERT_EQ(reader->Open("\\EFI\\big.txt", file), EFI_SUCCESS);
-  EXPECT_EQ(file->Entry().attributes, kFileReadOnly | kFileHidden);
-  ASSERT_EQ(reader->Open("\\EFI\\empty.bin", file), EFI_SUCCESS);
-  EXPECT_EQ(file->Entry().attributes, kFileArchive);
-  EXPECT_GT(file->Entry().modified, 1'600'000'000);
-}
-
 TEST_F(FatVolume, PathsThatLeadNowhereAreNotFound) {
   const auto reader = OpenImage(MakeImage(folder_, "fat", "3 --fat 12 " + files_));
   std::string deep;
@@ -170,24 +158,6 @@ TEST(Iso9660, FilesAndLabelAreRead) {
   std::size_t done = 0;
   ASSERT_EQ(file->Read(0, std::as_writable_bytes(std::span(text)), done), EFI_SUCCESS);
   EXPECT_EQ(text, "A disc of the simulated server.\n");
-}
-
-TEST(FileSystem, PartitionOfADiskIsAVolume) {
-  const TemporaryFolder folder;
-  const auto loader = folder.Write("l", "in a partition");
-  const auto image = MakeImage(folder, "mbr", "6 --fat 12 --logical " + loader.string() + "=BOOT/L.EFI");
-  std::string error;
-  const BlockSourcePtr disk = OpenDiskImage(image, {}, error);
-  std::vector<Partition> found;
-  ASSERT_EQ(DiscoverPartitions(disk, found), EFI_SUCCESS);
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0].number, 5U);
-  std::unique_ptr<FileSystemReader> reader;
-  ASSERT_EQ(
-      OpenFileSystem(std::make_shared<BlockWindow>(disk, found[0].startBlock * 512, found[0].blockCount * 512), reader),
-      EFI_SUCCESS);
-  std::unique_ptr<OpenedFile> file;
-  EXPECT_EQ(reader->Open("\\boot\\l.efi", file), EFI_SUCCESS);
 }
 
 TEST(FileSystem, WhatIsNoVolumeIsUnsupported) {

@@ -44,10 +44,5 @@ TEST(HostFolder, NothingOutsideIsReached) {
   EXPECT_EQ(entries[0].name, "inside");
 }
 
-TEST(HostFolder, MissingFolderIsNotFound) {
-  std::unique_ptr<FileSystemReader> reader;
-  EXPECT_EQ(OpenHostFolder("/nonexistent/folder", "", reader), EFI_NOT_FOUND);
-}
-
 }  // namespace
 }  // namespace sim::test
