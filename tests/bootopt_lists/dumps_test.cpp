@@ -24,6 +24,19 @@ class Dumps : public fake::BootListsTest {
   }
 };
 
+// A SATA disk in use, at the place that the tests expect.
+BBS_TABLE SataDisk(UINT16 priority, UINT16 descriptionSegment) {
+  BBS_TABLE entry{};
+  entry.BootPriority = priority;
+  entry.Device = 0x1F;
+  entry.Function = 2;
+  entry.Class = 1;
+  entry.SubClass = 6;
+  entry.DeviceType = 2;
+  entry.DescStringSegment = descriptionSegment;
+  return entry;
+}
+
 TEST_F(Dumps, TheListSaysWhatEachOptionIs) {
   BOOT_OPTION& header = AddOption(u"Hard disks");
   header.BootOptionNumber = 0xAB;
@@ -77,16 +90,9 @@ TEST_F(Dumps, TheBbsTableShowsEntriesInUse) {
     entry.BootPriority = kBbsEmpty;
   }
   Fw.WriteLegacy(0xE0000, std::string("WDC XYZ\0", 8));
-  BBS_TABLE& entry = table[5];
-  entry.BootPriority = 3;
-  entry.Bus = 0xFFFFFFFF;
-  entry.Device = 0x1F;
-  entry.Function = 2;
-  entry.Class = 1;
-  entry.SubClass = 6;
-  entry.DeviceType = 2;
-  entry.StatusFlags = 0x900;
-  entry.DescStringSegment = 0xE000;
+  table[5] = SataDisk(3, 0xE000);
+  table[5].Bus = 0xFFFFFFFF;
+  table[5].StatusFlags = 0x900;
   table[255].BootPriority = kBbsSetAside;
   table[255].IBV1 = static_cast<UINT32>(reinterpret_cast<UINTN>(Fw.NewHandle(Path())));
   DumpBbsTable(table.data());
@@ -147,15 +153,8 @@ TEST_F(Dumps, MembersInMembersEnd) {
 
 TEST_F(Dumps, AForeignLegacyOptionShowsItsTableEntry) {
   Fw.WriteLegacy(0xE0100, std::string("ST1000\0", 7));
-  BBS_TABLE entry{};
-  entry.BootPriority = 2;
+  BBS_TABLE entry = SataDisk(2, 0xE010);
   entry.Bus = 0x10;
-  entry.Device = 0x1F;
-  entry.Function = 2;
-  entry.Class = 1;
-  entry.SubClass = 6;
-  entry.DeviceType = 2;
-  entry.DescStringSegment = 0xE010;
   OptionImage option;
   option.Paths = Path().Node(5, 1, {2, 0, 0, 0, 0}).Bytes();
   option.Optional.resize(sizeof(entry));

@@ -18,18 +18,6 @@ const Data kHardDrivePath = Path().Node(4, 1, Data(38, 0)).Bytes();
 const Data kShellNode = {0x5C, 0xB9, 0x23, 0x50, 0x26, 0xDB, 0x9B, 0x42,
                          0xA6, 0x48, 0xBD, 0x47, 0x66, 0x4C, 0x80, 0x12};
 
-TEST_F(BootLists, ANewOptionHasTheValuesThatMeanNotYet) {
-  const BOOT_OPTION& option = AddOption();
-  EXPECT_EQ(option.Attributes, 1U);
-  EXPECT_EQ(option.BootOptionNumber, 0xFFFF);
-  EXPECT_EQ(option.Priority, 0xFFFFFFFFU);
-  EXPECT_EQ(option.Tag, 0xFFFFFFFFU);
-  EXPECT_EQ(option.BbsIndex, 0xFFFF);
-  EXPECT_FALSE(option.Description || option.FilePathList || option.OptionalData);
-  EXPECT_EQ(option.FwBootOption | option.GroupHeader, FALSE);
-  EXPECT_TRUE(IsOrphan(option));
-}
-
 TEST_F(BootLists, UnlinksFirstMiddleAndLast) {
   BOOT_OPTION* options[5];
   for (BOOT_OPTION*& option : options) {
@@ -140,14 +128,6 @@ TEST_F(BootLists, MatchingCopiesTheDevice) {
   EXPECT_TRUE(IsMatched(option));
 }
 
-TEST_F(BootLists, AnExhaustedPoolMakesNoRecord) {
-  Fw.FailAllocationAfter(0);
-  EXPECT_EQ(CreateBootOption(BootOptionList), nullptr);
-  Fw.FailAllocationAfter(0);
-  EXPECT_EQ(CreateBootDevice(BootDeviceList, nullptr, 0xFFFF, nullptr), nullptr);
-  EXPECT_EQ(BootOptionList.Count + BootDeviceList.Count, 0U);
-}
-
 TEST_F(BootLists, KindsOfOptionsByTheirFirstNode) {
   struct Case {
     const char* Name;
@@ -183,13 +163,6 @@ TEST_F(BootLists, WithoutAPathTheBbsEntryMakesAnOptionLegacy) {
   BOOT_OPTION& uefi = AddOption(nullptr, kHardDrivePath);
   uefi.BbsEntry = &entry;
   EXPECT_FALSE(IsLegacyOption(uefi)) << "the path decides when there is one";
-}
-
-TEST_F(BootLists, AGroupHeaderIsNeverAnOrphan) {
-  BOOT_OPTION& option = AddOption();
-  option.GroupHeader = TRUE;
-  EXPECT_FALSE(IsOrphan(option));
-  EXPECT_FALSE(IsMatched(option));
 }
 
 TEST_F(BootLists, TheDeviceTypeMustLieInTheFirstNode) {

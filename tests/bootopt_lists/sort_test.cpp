@@ -42,29 +42,10 @@ TEST_F(Sort, PriorityOrderAsksTheNumberBeforeTheHeader) {
   EXPECT_EQ(OptionsOf(BootOptionList), (std::vector{before, smaller, header, member, unnumbered}));
 }
 
-TEST_F(Sort, ComparatorsAnswerTheSameFromBothSides) {
-  const BOOT_OPTION& a = Add(1, 0xFFFFFFFF, 1, true);
-  const BOOT_OPTION& b = Add(1, 0, 1, false);
-  EXPECT_LT(CompareByTag(a, b), 0);
-  EXPECT_GT(CompareByTag(b, a), 0);
-  EXPECT_GT(CompareByPriority(a, b), 0);
-  EXPECT_LT(CompareByPriority(b, a), 0);
-  EXPECT_EQ(CompareByTag(a, a), 0);
-  EXPECT_EQ(CompareByPriority(b, b), 0);
-}
-
-TEST_F(Sort, EmptyAndSingleListsStay) {
-  SortList(BootOptionList, CompareByTag);
-  EXPECT_TRUE(OptionsOf(BootOptionList).empty());
-  BOOT_OPTION* only = &Add(1, 1);
-  SortList(BootOptionList, CompareByTag);
-  EXPECT_EQ(OptionsOf(BootOptionList), std::vector{only});
-}
-
 // Many lengths, among them powers of two and their neighbours, against the standard library's stable sort.
 TEST_F(Sort, AgreesWithAStableSortOnEveryLength) {
   std::mt19937 random(20);
-  for (UINTN length = 2; length <= 67; ++length) {
+  for (UINTN length = 0; length <= 67; ++length) {
     std::vector<BOOT_OPTION*> expected = OptionsOf(BootOptionList);
     while (expected.size() < length) {
       expected.push_back(&Add(0, 0));
