@@ -75,13 +75,6 @@ TEST_F(ControllerNames, ParentsNameTheirChild) {
   EXPECT_EQ(Text(ControllerNameOnPath(driver_)), u"(none)") << "a handle without a path has no parents";
 }
 
-TEST_F(ControllerNames, TheClimbVisitsEachHandleOnce) {
-  HandlePathClimber climber(disk_);
-  EXPECT_EQ(climber.Up(), root_) << "nothing lies at the PCI node";
-  EXPECT_EQ(climber.Up(), nullptr);
-  EXPECT_EQ(climber.Up(), nullptr);
-}
-
 TEST_F(ControllerNames, APartitionsDiskIsTheFirstHandleThatIsNone) {
   fake::BlockIo whole(false);
   fake::BlockIo part(true);

@@ -67,20 +67,6 @@ TEST_F(IdentityName, IdentifyDataOfAnotherSizeIsNoIdentifyData) {
   EXPECT_EQ(NameOf(option), u"");
 }
 
-TEST_F(IdentityName, APartitionHasItsDisksSerial) {
-  fake::DiskInfo disk;
-  fake::BlockIo whole(false);
-  fake::BlockIo part(true);
-  disk.SetSerial("OF-THE-DISK-12345678");
-  const EFI_HANDLE diskHandle = Fw.NewHandle(fake::PciRoot());
-  Fw.Install(diskHandle, static_cast<EFI_DISK_INFO_PROTOCOL*>(&disk));
-  Fw.Install(diskHandle, static_cast<EFI_BLOCK_IO_PROTOCOL*>(&whole));
-  BOOT_OPTION& option = AddOption();
-  option.DeviceHandle = Fw.NewHandle(fake::PciRoot().Node(4, 1, fake::HardDriveBody(1)));
-  Fw.Install(option.DeviceHandle, static_cast<EFI_BLOCK_IO_PROTOCOL*>(&part));
-  EXPECT_EQ(NameOf(option), u"OF-THE-DISK-12345678");
-}
-
 TEST_F(IdentityName, ThenUsbSerialThenDescription) {
   UsbSerialDevice usb;
   BBS_TABLE entry{};

@@ -19,13 +19,8 @@ TEST(PciTables, KnownAndUnknownCodes) {
   EXPECT_STREQ(PciSubClassName(0x12, 0x00), "UNDEFINED");
   EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x30), "xHCI");
   EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x31), "UNDEFINED");
-  const std::pair<UINT16, const char*> vendors[] = {{0x1000, "LSI Logic"}, {0x1002, "AMD"},      {0x1022, "AMD"},
-                                                    {0x102B, "Matrox"},    {0x1077, "Qlogic"},   {0x10DF, "Emulex"},
-                                                    {0x1137, "Veyra"},     {0x14E4, "Broadcom"}, {0x19A2, "Emulex"},
-                                                    {0x8086, "Intel"},     {0x9004, "Adaptec"},  {0x9005, "Adaptec"}};
-  for (const auto& [id, name] : vendors) {
-    EXPECT_STREQ(PciVendorName(id), name);
-  }
+  EXPECT_STREQ(PciVendorName(0x1000), "LSI Logic");
+  EXPECT_STREQ(PciVendorName(0x9005), "Adaptec");
   EXPECT_EQ(PciVendorName(0x1234), nullptr);
   EXPECT_EQ(PciVendorName(0xFFFF), nullptr);
 }
