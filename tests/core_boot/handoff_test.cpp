@@ -100,13 +100,4 @@ TEST_F(HandoffTest, AFirmwareWithoutAnEndOfNamesDoesNotHoldTheBoot) {
   EXPECT_EQ(machine.Counts().Of("GetNextVariableName"), 65536U);
 }
 
-TEST_F(HandoffTest, NothingIsLeftInThePool) {
-  Set(u"BootOrder", test::Numbers({1}));
-  Set(u"Boot0001", Option(u"one"));
-  Set(u"Boot0002", Option(u"two"));
-  const std::size_t blocks = machine.Pool().Count();
-  static_cast<void>(bds::HandoffToKui());
-  EXPECT_EQ(machine.Pool().Count(), blocks);
-}
-
 }  // namespace
