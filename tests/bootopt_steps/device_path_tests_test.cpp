@@ -24,14 +24,6 @@ void Check(bds::DevicePathTest test, const bds::BOOT_DEVICE& device, const std::
   }
 }
 
-TEST(DevicePathTests, RunInTheirFixedOrder) {
-  const auto tests = bds::DevicePathTests();
-  ASSERT_EQ(tests.size(), 7u);
-  EXPECT_EQ(tests[0], bds::LocateDevicePathTest);
-  EXPECT_EQ(tests[3], bds::BbsDevicePathTest);
-  EXPECT_EQ(tests[5], bds::NuvDeviceNameDevicePathTest);
-}
-
 TEST(DevicePathTests, LocateAcceptsTheHandlesPathWithAtMostAFileBehindIt) {
   FakeServer firmware;
   const Blob disk = PciRoot() + Pci(31, 2);

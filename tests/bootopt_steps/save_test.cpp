@@ -76,32 +76,6 @@ TEST(Saving, GroupWithOneMemberGoldenBytes) {
   EXPECT_EQ(stored->Data, expected);
 }
 
-TEST(Saving, AGroupComesBackAsItWas) {
-  FakeServer firmware;
-  AddOption(Bbs(2) + End(), true, 5, 256, u"disks").GroupHeader = TRUE;
-  SetData(*bds::BootOptionList.First, B({0x0F}));
-  for (const char16_t* name : {u"a", u"b", u"c"}) {
-    AddOption(Bbs(2) + End() + PciRoot() + End(), true, 5, 300, name);
-  }
-  AddOption(PciRoot() + End(), false, 6, 2000, u"other");
-  bds::SaveBootOptions();
-  EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({5, 6}));
-  const auto firstSave = firmware.Variables;
-
-  ASSERT_EQ(bds::ReadBootOptions(), EFI_SUCCESS);
-  ASSERT_EQ(Numbers(), (std::vector<unsigned>{5, 5, 5, 5, 6}));
-  const bds::BOOT_OPTION* option = bds::BootOptionList.First;
-  EXPECT_EQ(option->GroupHeader, TRUE);
-  EXPECT_EQ(option->OptionalDataSize, 1u);
-  option = option->Next;
-  EXPECT_EQ(option->GroupHeader, FALSE);
-  EXPECT_EQ(option->FwBootOption, TRUE);
-  EXPECT_EQ(std::u16string(option->Description.get()), u"a");
-  EXPECT_EQ(PathOf(*option), Bbs(2) + End() + PciRoot() + End());
-  bds::SaveBootOptions();
-  EXPECT_EQ(firmware.Variables, firstSave);
-}
-
 TEST(Saving, OnlyFirmwareOptionsHaveMembers) {
   FakeServer firmware;
   AddOption(PciRoot() + End(), false, 5, 256, u"a");
