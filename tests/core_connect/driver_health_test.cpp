@@ -116,7 +116,11 @@ class DriverHealthTest : public test::ConnectTest {
 };
 
 TEST_F(DriverHealthTest, EachStateHasItsAction) {
-  using enum EFI_DRIVER_HEALTH_STATUS;
+  constexpr auto kHealthy = EfiDriverHealthStatusHealthy;
+  constexpr auto kRepair = EfiDriverHealthStatusRepairRequired;
+  constexpr auto kConfigure = EfiDriverHealthStatusConfigurationRequired;
+  constexpr auto kReboot = EfiDriverHealthStatusRebootRequired;
+  constexpr auto kReturned = sim::BootEnd::Returned;
   const struct {
     const char* What;
     std::deque<EFI_DRIVER_HEALTH_STATUS> Answers;
@@ -126,41 +130,16 @@ TEST_F(DriverHealthTest, EachStateHasItsAction) {
     std::size_t Connects;  // calls to connect and disconnect
     sim::BootEnd End;
   } cases[] = {
-      {"healthy", {EfiDriverHealthStatusHealthy}, 1, 0, 0, 0, sim::BootEnd::Returned},
-      {"repaired",
-       {EfiDriverHealthStatusRepairRequired, EfiDriverHealthStatusHealthy},
-       2,
-       1,
-       0,
-       0,
-       sim::BootEnd::Returned},
-      {"configured",
-       {EfiDriverHealthStatusConfigurationRequired, EfiDriverHealthStatusHealthy},
-       2,
-       0,
-       1,
-       0,
-       sim::BootEnd::Returned},
-      {"failed", {EfiDriverHealthStatusFailed}, 1, 0, 0, 0, sim::BootEnd::Returned},
-      {"reconnected, not asked again", {EfiDriverHealthStatusReconnectRequired}, 1, 0, 0, 2, sim::BootEnd::Returned},
-      {"reboot", {EfiDriverHealthStatusRebootRequired}, 1, 0, 0, 0, sim::BootEnd::Reset},
-      {"repaired, then configured, then reboot",
-       {EfiDriverHealthStatusRepairRequired, EfiDriverHealthStatusConfigurationRequired,
-        EfiDriverHealthStatusRebootRequired},
-       3,
-       1,
-       1,
-       0,
-       sim::BootEnd::Reset},
-      {"repair without an end", {EfiDriverHealthStatusRepairRequired}, 8, 8, 0, 0, sim::BootEnd::Returned},
-      {"configuration without an end",
-       {EfiDriverHealthStatusConfigurationRequired},
-       8,
-       0,
-       8,
-       0,
-       sim::BootEnd::Returned},
-      {"unknown state", {static_cast<EFI_DRIVER_HEALTH_STATUS>(77)}, 1, 0, 0, 0, sim::BootEnd::Returned},
+      {"healthy", {kHealthy}, 1, 0, 0, 0, kReturned},
+      {"repaired", {kRepair, kHealthy}, 2, 1, 0, 0, kReturned},
+      {"configured", {kConfigure, kHealthy}, 2, 0, 1, 0, kReturned},
+      {"failed", {EfiDriverHealthStatusFailed}, 1, 0, 0, 0, kReturned},
+      {"reconnected, not asked again", {EfiDriverHealthStatusReconnectRequired}, 1, 0, 0, 2, kReturned},
+      {"reboot", {kReboot}, 1, 0, 0, 0, sim::BootEnd::Reset},
+      {"repaired, then configured, then reboot", {kRepair, kConfigure, kReboot}, 3, 1, 1, 0, sim::BootEnd::Reset},
+      {"repair without an end", {kRepair}, 8, 8, 0, 0, kReturned},
+      {"configuration without an end", {kConfigure}, 8, 0, 8, 0, kReturned},
+      {"unknown state", {static_cast<EFI_DRIVER_HEALTH_STATUS>(77)}, 1, 0, 0, 0, kReturned},
   };
   driver.Form = kForm;
   for (const auto& row : cases) {

@@ -104,21 +104,4 @@ TEST_F(FwLoadFileTest, WithoutVolumesNothingIsFound) {
   EXPECT_EQ(Load(nullptr, true, &size, nullptr), EFI_NOT_FOUND);
 }
 
-TEST_F(FwLoadFileTest, TheShellBootsThroughTheHandle) {
-  bool ran = false;
-  sim::FirmwareVolume volume(machine.BootServices());
-  ASSERT_TRUE(volume.Add({kShell, EFI_FV_FILETYPE_APPLICATION, u"Shell",
-                          images.RegisterBuiltin("shell", [&](EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-                            ran = true;
-                            return EFI_SUCCESS;
-                          })}));
-  Install(volume.Protocol());
-  bds::SignalEndOfDxe();
-  const auto path = sim::DevicePath().Vendor(MEDIA_DEVICE_PATH, bds::kBuiltInApplicationGuid);
-  Set(u"Boot0001", test::LoadOption(LOAD_OPTION_ACTIVE, u"Shell", path));
-  Set(u"BootOrder", test::Numbers({1}));
-  EXPECT_EQ(bds::ReadBootOptionAndBoot(), EFI_SUCCESS);
-  EXPECT_TRUE(ran);
-}
-
 }  // namespace

@@ -22,12 +22,9 @@ test::Data BytesOf(List list) {
 class MemoryTypeTest : public test::DriverTest {
  protected:
   // The boot's list, what it used, and the registration.
-  void Boot(const List& list, List used, EFI_BOOT_MODE mode = BOOT_WITH_FULL_CONFIGURATION, bool note = false) {
+  void Boot(const List& list, List used, EFI_BOOT_MODE mode = BOOT_WITH_FULL_CONFIGURATION) {
     hobs.emplace(mode);
     ASSERT_TRUE(hobs->AddMemoryTypeInformation(list));
-    if (note) {
-      ASSERT_TRUE(hobs->AddVariableGuidNote());
-    }
     Register(std::move(used));
   }
   // The same with the list of hand-off blocks as it stands.
@@ -108,38 +105,27 @@ TEST_F(MemoryTypeTest, SomeBootModesRegisterNothing) {
   EXPECT_NE(Previous(), nullptr);
 }
 
-TEST_F(MemoryTypeTest, ThePlatformsNoteChangesTheVendor) {
-  Boot({{EfiLoaderData, 1}}, {{EfiLoaderData, 9}}, BOOT_WITH_FULL_CONFIGURATION, true);
-  Start();
-  EXPECT_EQ(Previous(), nullptr);
-  EXPECT_NE(Find(kPreviousMemoryTypeInformationName, kFirmwarePerformanceGuid), nullptr);
-  EXPECT_NE(Find(kMemoryTypeInformationName, kFirmwarePerformanceGuid), nullptr);
-}
-
 TEST_F(MemoryTypeTest, TheNoteIsOneBlockOfItsNameAndHoldsTheUsualGuidOnly) {
-  const auto usual = std::as_bytes(std::span(&gEfiMemoryTypeInformationGuid, 1));
-  const test::Data note(usual.begin(), usual.end());
-  test::Data longer = note;
-  longer.resize(note.size() + 8);
-  test::Data other = note;
+  const test::Data usual = test::DataOf(gEfiMemoryTypeInformationGuid);
+  test::Data longer = usual;
+  longer.resize(usual.size() + 8);
+  test::Data other = usual;
   other[0] ^= std::byte{1};
-  const struct {
-    const char* What;
-    std::vector<test::Data> Blocks;
-    EFI_GUID Vendor;
-  } cases[] = {{"behind other blocks of its name", {longer, other, note}, kFirmwarePerformanceGuid},
-               {"only other blocks of its name", {longer, other}, gEfiMemoryTypeInformationGuid}};
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.What);
+  for (const bool note : {true, false}) {
+    SCOPED_TRACE(note ? "behind other blocks of its name" : "only other blocks of its name");
+    const EFI_GUID& vendor = note ? kFirmwarePerformanceGuid : gEfiMemoryTypeInformationGuid;
     hobs.emplace(BOOT_WITH_FULL_CONFIGURATION);
     ASSERT_TRUE(hobs->AddMemoryTypeInformation(List{{EfiLoaderData, 1}}));
-    for (const test::Data& block : row.Blocks) {
-      ASSERT_TRUE(hobs->AddGuid(kFirmwarePerformanceGuid, block));
+    ASSERT_TRUE(hobs->AddGuid(kFirmwarePerformanceGuid, longer));
+    ASSERT_TRUE(hobs->AddGuid(kFirmwarePerformanceGuid, other));
+    if (note) {
+      ASSERT_TRUE(hobs->AddVariableGuidNote());
     }
-    Register({});
+    Register({{EfiLoaderData, 9}});
     Start();
-    EXPECT_EQ(Previous() != nullptr, row.Vendor == gEfiMemoryTypeInformationGuid);
-    EXPECT_NE(Find(kPreviousMemoryTypeInformationName, row.Vendor), nullptr);
+    EXPECT_EQ(Previous() != nullptr, !note);
+    EXPECT_NE(Find(kPreviousMemoryTypeInformationName, vendor), nullptr);
+    EXPECT_NE(Find(kMemoryTypeInformationName, vendor), nullptr);
   }
 }
 

@@ -50,15 +50,6 @@ TEST_F(RunDriversTest, WithoutAnOrderItSaysSo) {
   EXPECT_EQ(Log(), "RunDrivers:No DriverOrder present\n");
 }
 
-TEST_F(RunDriversTest, OneByteOfOrderLoadsNothing) {
-  AddDriver(1, LOAD_OPTION_ACTIVE | LOAD_OPTION_FORCE_RECONNECT);
-  Set(u"DriverOrder", test::DataOf({1}));
-  bds::RunDrivers();
-  EXPECT_THAT(started, IsEmpty());
-  EXPECT_THAT(recorder.Calls, IsEmpty());
-  EXPECT_EQ(Log(), "");
-}
-
 TEST_F(RunDriversTest, ActiveDriversRunInOrderAndTheRestIsSkipped) {
   AddDriver(0xA, LOAD_OPTION_ACTIVE);
   AddDriver(2, 0);
