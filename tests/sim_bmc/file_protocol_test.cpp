@@ -27,14 +27,6 @@ class FileProtocol : public testing::Test {
   bool changed = false;
 };
 
-TEST_F(FileProtocol, FramesSumToZeroAndCountThemselves) {
-  EXPECT_EQ(MakeResponse(12, std::vector<std::uint8_t>{1, 0}), (Frame{4, 12, 1, 0, 0xEF}));
-  EXPECT_TRUE(IsWellFormedFrame(Frame{4, 12, 1, 0, 0xEF}));
-  EXPECT_FALSE(IsWellFormedFrame(Frame{4, 12, 1, 0, 0xEE}));
-  EXPECT_FALSE(IsWellFormedFrame(Frame{5, 12, 1, 0, 0xEE}));
-  EXPECT_FALSE(IsWellFormedFrame(Frame{}));
-}
-
 TEST_F(FileProtocol, AFileIsCreatedWrittenClosedAndReadBack) {
   EXPECT_EQ(Ask(Named(6, "BootOrder")), (Frame{4, 6, 1, 0, 0xF5}));
   EXPECT_TRUE(changed);

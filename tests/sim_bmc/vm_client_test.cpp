@@ -74,22 +74,6 @@ Bytes Reply(const Bytes& request, Bytes tail) {
 constexpr std::chrono::milliseconds kShort{200};
 constexpr std::uint8_t kGetFlags[] = {5, 0, 0};
 
-TEST(VmClient, TheAnswerToTheRequestComesBack) {
-  Bytes seen;
-  Peer peer([&](int client) {
-    seen = NextRequest(client);
-    Send(client, Reply(seen, {0x00, 0x01, 0x05, 0x80, 0x04, 0xA0, 0xA1, 0xAA}));
-  });
-  VmClient client;
-  std::string error;
-  ASSERT_TRUE(client.Connect(peer.Address(), error)) << error;
-  const auto reply = client.Request(0, 9, kGetFlags);
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->completion, 0);
-  EXPECT_EQ(reply->data, (Bytes{0x01, 0x05, 0x80, 0x04, 0xA0, 0xA1, 0xAA}));
-  EXPECT_EQ(Bytes(seen.begin() + 1, seen.end()), (Bytes{0x00, 0x09, 5, 0, 0}));
-}
-
 TEST(VmClient, ForeignFramesBeforeTheAnswerArePassedOver) {
   Peer peer([](int client) {
     const Bytes request = NextRequest(client);
