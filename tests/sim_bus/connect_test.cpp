@@ -161,27 +161,6 @@ TEST_F(Connected, UsbDevicesHangBehindHubsAndUnitsBehindDevices) {
   EXPECT_NE(ProtocolAt<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>(unit), nullptr);
 }
 
-TEST_F(Connected, DvdOffersItsEfiImageAsAVolume) {
-  const TemporaryFolder folder;
-  const auto image =
-      MakeImage(folder, "iso", "3 --fat 12 " + folder.Write("l", "x").string() + "=EFI/BOOT/BOOTX64.EFI");
-  std::string error;
-  Build({Ahci(0x1F, 2, {SataDvd(1, OpenDiskImage(image, {.blockSize = 2048}, error))})});
-  const auto volumes = With<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>();
-  ASSERT_EQ(volumes.size(), 1U) << "the image, not the disc";
-  const auto* blockIo = machine_.Handles().Get<EFI_BLOCK_IO_PROTOCOL>(volumes[0]);
-  EXPECT_TRUE(blockIo->Media->LogicalPartition);
-  EXPECT_EQ(blockIo->Media->BlockSize, 2048U);
-}
-
-TEST_F(Connected, HostFolderIsAVolumeOnItsDrive) {
-  const TemporaryFolder folder;
-  UsbDevice stick = UsbStick(1, nullptr);
-  stick.units[0].medium.folder = folder.Path();
-  Build({UsbHost(0x14, 0, {stick}, true)});
-  EXPECT_NE(ProtocolAt<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>(Root().Pci(0x14, 0).Usb(1, 0)), nullptr);
-}
-
 TEST_F(Connected, AbsentAndDriverlessDevicesMakeNothing) {
   PciFunction quiet = Network(6, 0, {1});
   quiet.driver = false;

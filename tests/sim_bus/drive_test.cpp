@@ -50,17 +50,6 @@ TEST(BlockDevice, EmptyDriveHasNoMedium) {
   EXPECT_EQ(MakeBlockIoSource(io), nullptr);
 }
 
-TEST(BlockDevice, SourceOverBlockIoReadsAtAnyOffset) {
-  BlockDevice device(NumberedDisk(10), {});
-  const BlockSourcePtr source = MakeBlockIoSource(ProtocolOf<EFI_BLOCK_IO_PROTOCOL>(device));
-  EXPECT_EQ(source->Size(), 5120U);
-  Bytes bytes(514);
-  ASSERT_EQ(source->Read(1023, bytes), EFI_SUCCESS);
-  EXPECT_EQ(bytes[1], std::byte{2});
-  EXPECT_EQ(bytes[513], std::byte{3});
-  EXPECT_EQ(source->Read(5000, bytes), EFI_DEVICE_ERROR);
-}
-
 Drive NamedDrive() {
   Drive drive;
   drive.vendor = "ACME";
@@ -113,15 +102,6 @@ std::uint8_t SenseKey(const ScsiAnswer& answer) {
   return answer.sense.size() < 14 ? 0 : std::to_integer<std::uint8_t>(answer.sense[2]);
 }
 
-TEST(ScsiTarget, InquiryIsCutToTheAllocationLength) {
-  ScsiTarget target(NamedDrive());
-  const ScsiAnswer whole = Execute(target, {0x12, 0, 0, 0, 96, 0});
-  ASSERT_EQ(whole.data.size(), 36U);
-  EXPECT_EQ(TextOf(whole.data, 8, 28), "ACME    Stick           1.00");
-  EXPECT_EQ(Execute(target, {0x12, 0, 0, 0, 5, 0}).data.size(), 5U);
-  EXPECT_EQ(SenseKey(Execute(target, {0x12, 1, 0x80, 0, 96, 0})), 5) << "no vital product data pages";
-}
-
 TEST(ScsiTarget, ReadsBlocksAndRefusesWhatLiesOutside) {
   ScsiTarget target(NamedDrive());
   const ScsiAnswer capacity = Execute(target, {0x25, 0, 0, 0, 0, 0, 0, 0, 0, 0});
@@ -137,18 +117,6 @@ TEST(ScsiTarget, ReadsBlocksAndRefusesWhatLiesOutside) {
             5);
   EXPECT_EQ(SenseKey(Execute(target, {0x28, 0, 0, 0, 0, 7})), 5) << "a block too short for its operation";
   EXPECT_EQ(SenseKey(Execute(target, {0x2A, 0, 0, 0, 0, 7, 0, 0, 1, 0})), 5) << "a write";
-}
-
-TEST(ScsiTarget, SenseIsKeptForRequestSenseOnce) {
-  Drive drive = NamedDrive();
-  drive.medium = {};
-  ScsiTarget target(drive);
-  EXPECT_EQ(SenseKey(Execute(target, {0x00, 0, 0, 0, 0, 0})), 2);
-  const ScsiAnswer first = Execute(target, {0x03, 0, 0, 0, 18, 0});
-  ASSERT_EQ(first.data.size(), 18U);
-  EXPECT_EQ(first.data[2], std::byte{2});
-  EXPECT_EQ(first.data[12], std::byte{0x3A}) << "medium not present";
-  EXPECT_EQ(Execute(target, {0x03, 0, 0, 0, 18, 0}).data[2], std::byte{0});
 }
 
 }  // namespace

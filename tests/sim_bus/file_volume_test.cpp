@@ -1,7 +1,6 @@
 // The file protocol over a host folder: what the firmware's callers do with it, and what it refuses.
 #include "sim/bus/file_volume.h"
 
-#include "sim/bus/utf_text.h"
 #include "tests/sim_bus/bus_fixture.h"
 
 namespace sim::test {
@@ -118,23 +117,6 @@ TEST_F(Volume, DirectoriesGiveTheirEntriesOneByOne) {
   root->Close(root);
 }
 
-TEST_F(Volume, InfoTellsFileVolumeAndLabel) {
-  EFI_FILE_PROTOCOL* root = Root();
-  alignas(8) std::byte buffer[256];
-  UINTN size = sizeof buffer;
-  ASSERT_EQ(root->GetInfo(root, &gEfiFileSystemInfoGuid, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(size, 36 + 8 * 2U);
-  EXPECT_TRUE(reinterpret_cast<EFI_FILE_SYSTEM_INFO*>(buffer)->ReadOnly);
-  size = sizeof buffer;
-  ASSERT_EQ(root->GetInfo(root, &gEfiFileSystemVolumeLabelInfoIdGuid, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(std::u16string(reinterpret_cast<CHAR16*>(buffer)), u"HOSTVOL");
-  EXPECT_EQ(root->GetInfo(root, &gEfiGlobalVariableGuid, &size, buffer), EFI_UNSUPPORTED);
-  size = 0;
-  EXPECT_EQ(root->GetInfo(root, &gEfiFileInfoGuid, &size, nullptr), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 82U);
-  root->Close(root);
-}
-
 TEST_F(Volume, BrokenVolumeIsAskedAgainAndAGoneOneNot) {
   fail_ = true;
   EFI_FILE_PROTOCOL* root = nullptr;
@@ -148,16 +130,6 @@ TEST_F(Volume, BrokenVolumeIsAskedAgainAndAGoneOneNot) {
   EXPECT_EQ(root->Read(root, &size, nullptr), EFI_NO_MEDIA);
   EXPECT_EQ(root->Close(root), EFI_SUCCESS);
   EXPECT_FALSE(volume_->Retire());
-}
-
-TEST(UtfText, ConversionsAreInverseAndNeverFail) {
-  for (const char* text : {"", "plain", "\xC3\xA4\xE2\x82\xAC", "\xF0\x9F\x92\xBE"}) {
-    EXPECT_EQ(Utf8OfText(Utf16OfText(text)), text);
-  }
-  EXPECT_EQ(Utf16OfText("a\xFF"
-                          "b\xE2\x82"),
-            u"a\uFFFDb\uFFFD");
-  EXPECT_EQ(Utf8OfText(std::u16string{0xD800, u'x'}), "\xEF\xBF\xBDx");
 }
 
 }  // namespace

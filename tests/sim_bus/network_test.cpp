@@ -1,4 +1,4 @@
-// Load file and simple network of a network port.
+// Load file of a network port.
 #include "sim/bus/network_device.h"
 
 #include "sim/firmware/device_path_builder.h"
@@ -42,26 +42,6 @@ TEST(NetworkLoadFile, AnswersAsDescribed) {
     EXPECT_EQ(buffer[99], std::byte{7});
     EXPECT_EQ(load->LoadFile(load, path.Get(), FALSE, &size, buffer.data()), EFI_UNSUPPORTED);
   }
-}
-
-TEST(NetworkInterface, StatesFollowTheStandard) {
-  NetworkPort port;
-  port.mac = {1, 2, 3, 4, 5, 6};
-  NetworkInterface device(port);
-  auto* network = ProtocolOf<EFI_SIMPLE_NETWORK_PROTOCOL>(device);
-  EXPECT_EQ(network->Mode->PermanentAddress.Addr[5], 6);
-  EXPECT_EQ(network->Initialize(network, 0, 0), EFI_NOT_STARTED);
-  EXPECT_EQ(network->Start(network), EFI_SUCCESS);
-  EXPECT_EQ(network->Start(network), EFI_ALREADY_STARTED);
-  EXPECT_EQ(network->Shutdown(network), EFI_DEVICE_ERROR);
-  EXPECT_EQ(network->Initialize(network, 0, 0), EFI_SUCCESS);
-  UINT8 buffer[64];
-  UINTN size = sizeof buffer;
-  EXPECT_EQ(network->Receive(network, nullptr, &size, buffer, nullptr, nullptr, nullptr), EFI_NOT_READY);
-  EXPECT_EQ(network->Stop(network), EFI_DEVICE_ERROR);
-  EXPECT_EQ(network->Shutdown(network), EFI_SUCCESS);
-  EXPECT_EQ(network->Stop(network), EFI_SUCCESS);
-  EXPECT_NE(ProtocolOf<EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL>(device), nullptr);
 }
 
 }  // namespace

@@ -100,16 +100,6 @@ TEST_F(PciIoTest, ConfigurationIsReadInAllWidths) {
   EXPECT_EQ(place[2], 2U);
 }
 
-TEST_F(PciIoTest, BaseAddressRegisterTellsItsSize) {
-  UINT32 value = UINT32_MAX;
-  UINT32 before = 0;
-  ASSERT_EQ(io_->Pci.Read(io_, EfiPciIoWidthUint32, 0x14, 1, &before), EFI_SUCCESS);
-  EXPECT_EQ(before, 0xC0000000U);
-  ASSERT_EQ(io_->Pci.Write(io_, EfiPciIoWidthUint32, 0x14, 1, &value), EFI_SUCCESS);
-  ASSERT_EQ(io_->Pci.Read(io_, EfiPciIoWidthUint32, 0x14, 1, &value), EFI_SUCCESS);
-  EXPECT_EQ(value, 0xFFFFF000U);
-}
-
 TEST_F(PciIoTest, MemoryReachesTheModelWithinItsSize) {
   UINT32 values[2] = {};
   ASSERT_EQ(io_->Mem.Read(io_, EfiPciIoWidthUint32, 1, 0x10, 2, values), EFI_SUCCESS);
@@ -125,29 +115,6 @@ TEST_F(PciIoTest, MemoryReachesTheModelWithinItsSize) {
   auto* bridge = ProtocolOf<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>(*bridge_);
   ASSERT_EQ(bridge->Mem.Read(bridge, EfiPciWidthUint32, 0xC0000010, 1, values), EFI_SUCCESS);
   EXPECT_EQ(values[0], 0x1004U);
-}
-
-TEST_F(PciIoTest, EmbeddedAndVgaAttributes) {
-  UINT64 attributes = 0;
-  ASSERT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationGet, 0, &attributes), EFI_SUCCESS);
-  EXPECT_NE(attributes & EFI_PCI_IO_ATTRIBUTE_EMBEDDED_DEVICE, 0U);
-  ASSERT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationSupported, 0, &attributes), EFI_SUCCESS);
-  EXPECT_NE(attributes & EFI_PCI_IO_ATTRIBUTE_VGA_IO, 0U);
-  ASSERT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationSet, 0, nullptr), EFI_SUCCESS);
-  ASSERT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationGet, 0, &attributes), EFI_SUCCESS);
-  EXPECT_EQ(attributes, EFI_PCI_IO_ATTRIBUTE_EMBEDDED_DEVICE) << "a fact, not a setting";
-  EXPECT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationEnable, EFI_PCI_IO_ATTRIBUTE_ISA_IO, nullptr),
-            EFI_UNSUPPORTED);
-  EXPECT_EQ(io_->Attributes(io_, EfiPciIoAttributeOperationGet, 0, nullptr), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(PciIoTest, RootBridgeConfigurationCyclesFindFunctions) {
-  auto* bridge = ProtocolOf<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>(*bridge_);
-  UINT32 value = 0;
-  ASSERT_EQ(bridge->Pci.Read(bridge, EfiPciWidthUint32, 0x00020000, 1, &value), EFI_SUCCESS);
-  EXPECT_EQ(value, 0x0001102BU);
-  ASSERT_EQ(bridge->Pci.Read(bridge, EfiPciWidthUint32, 0x00030000, 1, &value), EFI_SUCCESS);
-  EXPECT_EQ(value, UINT32_MAX) << "nothing there";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Both pass-thru protocols of an adapter: who is there, whose path a node is, and INQUIRY.
+// Both pass-thru protocols of an adapter: whose path a node is, and INQUIRY.
 #include "sim/bus/scsi_adapter.h"
 
 #include "tests/sim_bus/bus_fixture.h"
@@ -30,27 +30,6 @@ class Adapter : public testing::Test {
   EFI_EXT_SCSI_PASS_THRU_PROTOCOL* ext_ = nullptr;
   EFI_SCSI_PASS_THRU_PROTOCOL* old_ = nullptr;
 };
-
-TEST_F(Adapter, DevicesAreWalkedInOrderByBothProtocols) {
-  UINT8 bytes[16];
-  std::memset(bytes, 0xFF, sizeof bytes);
-  UINT8* target = bytes;
-  UINT64 lun = 0;
-  UINT32 oldTarget = UINT32_MAX;
-  UINT64 oldLun = 0;
-  for (const auto& [wantedTarget, wantedLun] : {std::pair<int, UINT64>{2, 0}, {2, 1}, {5, 0}}) {
-    ASSERT_EQ(ext_->GetNextTargetLun(ext_, &target, &lun), EFI_SUCCESS);
-    EXPECT_EQ(bytes[0], wantedTarget);
-    EXPECT_EQ(lun, wantedLun);
-    ASSERT_EQ(old_->GetNextDevice(old_, &oldTarget, &oldLun), EFI_SUCCESS);
-    EXPECT_EQ(oldTarget, static_cast<UINT32>(wantedTarget));
-    EXPECT_EQ(oldLun, wantedLun);
-  }
-  EXPECT_EQ(ext_->GetNextTargetLun(ext_, &target, &lun), EFI_NOT_FOUND);
-  EXPECT_EQ(old_->GetNextDevice(old_, &oldTarget, &oldLun), EFI_NOT_FOUND);
-  bytes[0] = 77;
-  EXPECT_EQ(ext_->GetNextTargetLun(ext_, &target, &lun), EFI_INVALID_PARAMETER);
-}
 
 TEST_F(Adapter, NodesLeadToTheirTargets) {
   UINT8 bytes[16];
