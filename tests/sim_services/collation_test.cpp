@@ -1,4 +1,4 @@
-// Case-insensitive comparison and patterns.
+// Case-insensitive patterns.
 #include "sim/firmware/services/collation.h"
 
 #include <gtest/gtest.h>
@@ -60,13 +60,6 @@ TEST(MatchesPattern, ManyStarsStayFast) {
   }
   EXPECT_FALSE(MatchesPattern(text, pattern + u"b"));
   EXPECT_TRUE(MatchesPattern(text, pattern));
-}
-
-TEST(CompareIgnoringCase, OrdersByLettersThenLength) {
-  EXPECT_EQ(CompareIgnoringCase(u"Boot", u"bOOT"), 0);
-  EXPECT_LT(CompareIgnoringCase(u"a", u"B"), 0);
-  EXPECT_GT(CompareIgnoringCase(u"b", u"A"), 0);
-  EXPECT_LT(CompareIgnoringCase(u"a", u"ab"), 0);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The console: captured text, cursor arithmetic, keys from a script and from a terminal's bytes.
+// The console: cursor arithmetic, keys from a script and from a terminal's bytes.
 #include "sim/firmware/services/console.h"
 
 #include <gtest/gtest.h>
@@ -7,17 +7,6 @@
 
 namespace sim {
 namespace {
-
-TEST(Console, TextIsCapturedAsUtf8AndEchoed) {
-  ConsoleModel console;
-  std::string echoed;
-  console.SetEcho([&](std::string_view text) { echoed += text; });
-  auto* out = console.Output();
-  EXPECT_EQ(out->OutputString(out, u"caf\u00E9\r\n"), EFI_SUCCESS);
-  EXPECT_EQ(console.Text(), "caf\xC3\xA9\n");
-  EXPECT_EQ(echoed, console.Text());
-  EXPECT_EQ(out->OutputString(out, nullptr), EFI_INVALID_PARAMETER);
-}
 
 TEST(Console, TheCursorFollowsTheText) {
   struct Case {
@@ -42,19 +31,6 @@ TEST(Console, TheCursorFollowsTheText) {
     EXPECT_EQ(out->Mode->CursorColumn, test.column);
     EXPECT_EQ(out->Mode->CursorRow, test.row);
   }
-}
-
-TEST(Console, OnlyItsOneModeExists) {
-  ConsoleModel console;
-  auto* out = console.Output();
-  UINTN columns = 0;
-  UINTN rows = 0;
-  EXPECT_EQ(out->QueryMode(out, 0, &columns, &rows), EFI_SUCCESS);
-  EXPECT_EQ(columns, 80u);
-  EXPECT_EQ(out->QueryMode(out, 1, &columns, &rows), EFI_UNSUPPORTED);
-  EXPECT_EQ(out->SetMode(out, 1), EFI_UNSUPPORTED);
-  EXPECT_EQ(out->SetCursorPosition(out, 80, 0), EFI_UNSUPPORTED);
-  EXPECT_EQ(out->SetAttribute(out, 0x80), EFI_UNSUPPORTED);
 }
 
 TEST(Console, ScriptedKeysComeInOrderAndWakeAWaiter) {

@@ -80,22 +80,6 @@ TEST_F(Hii, SizesAreToldBeforeTextsAreCopied) {
   EXPECT_STREQ(languages, "en-US;de");
 }
 
-TEST_F(Hii, NewStringsTakeAnIdentifierFreeInEveryLanguage) {
-  auto* strings = database_.Strings();
-  EFI_STRING_ID id = 0;
-  ASSERT_EQ(strings->NewString(strings, handle_, &id, "de", nullptr, u"Neu", nullptr), EFI_SUCCESS);
-  EXPECT_EQ(id, 4);
-  ASSERT_EQ(strings->NewString(strings, handle_, &id, "fr", nullptr, u"Nouveau", nullptr), EFI_SUCCESS);
-  EXPECT_EQ(id, 5);
-  std::u16string text;
-  EXPECT_EQ(Get("fr", 5, &text), EFI_SUCCESS);
-  EXPECT_EQ(text, u"Nouveau");
-  EXPECT_EQ(strings->SetString(strings, handle_, 2, "de", u"Platte", nullptr), EFI_SUCCESS);
-  EXPECT_EQ(Get("de", 2, &text), EFI_SUCCESS);
-  EXPECT_EQ(text, u"Platte");
-  EXPECT_EQ(strings->SetString(strings, handle_, 2, "it", u"x", nullptr), EFI_INVALID_LANGUAGE);
-}
-
 TEST_F(Hii, ListsAreListedExportedReplacedAndRemoved) {
   auto* database = database_.Database();
   EFI_HII_HANDLE handles[2] = {};
