@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/load_file.h"
 #include "platform/signals.h"
 #include "tests/sim_image/pe_builder.h"
 
@@ -198,43 +197,6 @@ TEST_F(Images, ExitBootServicesWantsTheCurrentMapKey) {
   const BootOutcome outcome = machine_.Run([&] { return Start(image); });
   EXPECT_EQ(outcome.end, BootEnd::ExitedBootServices);
   EXPECT_TRUE(runtime);
-}
-
-struct LoadFileDevice {
-  EFI_LOAD_FILE_PROTOCOL protocol{};
-  std::vector<std::byte> bytes;
-  BOOLEAN policy = 2;
-
-  explicit LoadFileDevice(std::vector<std::byte> content) : bytes(std::move(content)) {
-    protocol.LoadFile = [](EFI_LOAD_FILE_PROTOCOL* self, EFI_DEVICE_PATH_PROTOCOL*, BOOLEAN asked, UINTN* size,
-                           VOID* buffer) EFIAPI -> EFI_STATUS {
-      auto* all = reinterpret_cast<LoadFileDevice*>(self);
-      all->policy = asked;
-      const UINTN room = *size;
-      *size = all->bytes.size();
-      if (buffer == nullptr || room < all->bytes.size()) {
-        return EFI_BUFFER_TOO_SMALL;
-      }
-      std::memcpy(buffer, all->bytes.data(), all->bytes.size());
-      return EFI_SUCCESS;
-    };
-  }
-};
-
-TEST_F(Images, LoadFileDevicesAreAskedWithTheBootPolicyAndLoadFile2OnlyWithoutIt) {
-  LoadFileDevice first(ImageOf(kReturnZero));
-  LoadFileDevice second(ImageOf(kReturnZero));
-  DevicePath path = DevicePath().Acpi(0x0A0341D0).Pci(2, 0);
-  EFI_HANDLE device = nullptr;
-  ASSERT_EQ(machine_.Install(device, path.Get()), EFI_SUCCESS);
-  ASSERT_EQ(machine_.Install(device, &first.protocol), EFI_SUCCESS);
-  ASSERT_EQ(machine_.Handles().Install(&device, &ProtocolGuid<EFI_LOAD_FILE2_PROTOCOL>, &second.protocol), EFI_SUCCESS);
-  EFI_HANDLE image = nullptr;
-  ASSERT_EQ(LoadPath(path, &image, TRUE), EFI_SUCCESS);
-  EXPECT_EQ(first.policy, TRUE);
-  EXPECT_EQ(second.policy, 2) << "not asked";
-  ASSERT_EQ(LoadPath(path, &image, FALSE), EFI_SUCCESS);
-  EXPECT_EQ(second.policy, FALSE);
 }
 
 TEST_F(Images, MemoryPathsNameAllocatedMemoryOnly) {
