@@ -122,7 +122,7 @@ TEST(SetVariable, ProtectedVariablesRefuseWritesAndDeletes) {
   EXPECT_EQ(Value(store, u"SecureBoot"), "0");
 }
 
-TEST(GetVariable, TellsSizeAndAttributesWhenTheBufferIsTooSmall) {
+TEST(GetVariable, TellsSizeAndAttributesBeforeItCopies) {
   VariableStore store;
   ASSERT_EQ(Set(store, u"V", kBs, "abcd"), EFI_SUCCESS);
   UINT32 attributes = 0;
@@ -134,25 +134,14 @@ TEST(GetVariable, TellsSizeAndAttributesWhenTheBufferIsTooSmall) {
   EXPECT_STREQ(buffer, "------");
   EXPECT_EQ(store.GetVariable(u"V", &kVendor, nullptr, &size, buffer), EFI_SUCCESS);
   EXPECT_STREQ(buffer, "abcd--");
-}
-
-TEST(GetVariable, SizeZeroWithoutBufferAsksForTheSize) {
-  VariableStore store;
-  ASSERT_EQ(Set(store, u"V", kBs, "abcd"), EFI_SUCCESS);
-  UINTN size = 0;
+  EXPECT_EQ(store.GetVariable(u"V", &kVendor, nullptr, &size, nullptr), EFI_INVALID_PARAMETER);
+  size = 0;
   EXPECT_EQ(store.GetVariable(u"V", &kVendor, nullptr, &size, nullptr), EFI_BUFFER_TOO_SMALL);
   EXPECT_EQ(size, 4u);
-  EXPECT_EQ(store.GetVariable(u"V", &kVendor, nullptr, &size, nullptr), EFI_INVALID_PARAMETER);
-}
-
-TEST(GetVariable, NameAndVendorMustBothMatch) {
-  VariableStore store;
-  ASSERT_EQ(Set(store, u"V", kBs, "abcd"), EFI_SUCCESS);
-  UINTN size = 0;
-  EXPECT_EQ(store.GetVariable(u"V", &kOther, nullptr, &size, nullptr), EFI_NOT_FOUND);
-  EXPECT_EQ(store.GetVariable(u"v", &kVendor, nullptr, &size, nullptr), EFI_NOT_FOUND);
-  EXPECT_EQ(store.GetVariable(u"", &kVendor, nullptr, &size, nullptr), EFI_NOT_FOUND);
   EXPECT_EQ(store.GetVariable(u"V", &kVendor, nullptr, nullptr, nullptr), EFI_INVALID_PARAMETER);
+  for (const auto& [name, vendor] : {std::pair{u"V", kOther}, {u"v", kVendor}, {u"", kVendor}}) {
+    EXPECT_EQ(store.GetVariable(name, &vendor, nullptr, &size, nullptr), EFI_NOT_FOUND);
+  }
 }
 
 TEST(GetNextVariableName, WalksAllOnceInOrderOfCreation) {
@@ -176,29 +165,21 @@ TEST(GetNextVariableName, WalksAllOnceInOrderOfCreation) {
   EXPECT_EQ(seen, (std::vector<std::u16string>{u"Beta", u"A", u"Longer name"}));
 }
 
-TEST(GetNextVariableName, ShortBufferIsToldTheSizeAndKeepsTheName) {
+TEST(GetNextVariableName, RefusesShortBuffersAndUnknownAndUnterminatedNames) {
   VariableStore store;
   ASSERT_EQ(Set(store, u"Name", kBs, "x"), EFI_SUCCESS);
   CHAR16 name[5] = u"";
-  EFI_GUID guid{};
+  EFI_GUID guid = kVendor;
   UINTN size = 8;
   EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_BUFFER_TOO_SMALL);
   EXPECT_EQ(size, 10u);
   EXPECT_EQ(name[0], 0);
   EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_SUCCESS);
-}
-
-TEST(GetNextVariableName, RefusesUnknownAndUnterminatedNames) {
-  VariableStore store;
-  ASSERT_EQ(Set(store, u"Name", kBs, "x"), EFI_SUCCESS);
-  CHAR16 name[] = u"Gone";
-  EFI_GUID guid = kVendor;
-  UINTN size = sizeof(name);
-  EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_INVALID_PARAMETER);
-  size = 8;  // the NUL lies behind it
-  EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_INVALID_PARAMETER);
-  size = 0;
-  EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_INVALID_PARAMETER);
+  for (const auto& [held, room] : {std::pair{u"Gone", 10}, {u"Name", 8}, {u"Name", 0}}) {  // 8: the NUL lies behind it
+    std::memcpy(name, held, sizeof(name));
+    size = static_cast<UINTN>(room);
+    EXPECT_EQ(store.GetNextVariableName(&size, name, &guid), EFI_INVALID_PARAMETER) << room;
+  }
 }
 
 TEST(AtRuntime, OnlyRuntimeVariablesAreSeenAndOnlyLastingOnesWritten) {
