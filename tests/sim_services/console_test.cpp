@@ -1,4 +1,4 @@
-// The console: cursor arithmetic, keys from a script and from a terminal's bytes.
+// The console: keys from a script and from a terminal's bytes.
 #include "sim/firmware/services/console.h"
 
 #include <gtest/gtest.h>
@@ -7,31 +7,6 @@
 
 namespace sim {
 namespace {
-
-TEST(Console, TheCursorFollowsTheText) {
-  struct Case {
-    std::u16string text;
-    INT32 column;
-    INT32 row;
-  };
-  const Case cases[] = {
-      {u"abc", 3, 0},
-      {u"abc\r", 0, 0},
-      {u"abc\n", 3, 1},
-      {u"abc\b", 2, 0},
-      {u"\b", 0, 0},
-      {std::u16string(80, u'x'), 0, 1},
-      {std::u16string(80 * 25, u'x'), 0, 24},
-      {std::u16string(40, u'\n'), 0, 24},
-  };
-  for (const Case& test : cases) {
-    ConsoleModel console;
-    auto* out = console.Output();
-    ASSERT_EQ(out->OutputString(out, test.text.c_str()), EFI_SUCCESS);
-    EXPECT_EQ(out->Mode->CursorColumn, test.column);
-    EXPECT_EQ(out->Mode->CursorRow, test.row);
-  }
-}
 
 TEST(Console, ScriptedKeysComeInOrderAndWakeAWaiter) {
   Machine machine;
