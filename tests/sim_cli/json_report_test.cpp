@@ -21,31 +21,17 @@ BootResult OneBoot() {
   return result;
 }
 
-TEST(JsonReport, HasTheFactsOfABoot) {
-  const auto report = Report({OneBoot()});
-  EXPECT_EQ(report["server"], "rack");
-  const auto& boot = report["boots"][0];
-  EXPECT_EQ(boot["started"], true);
-  EXPECT_EQ(boot["booted"]["number"], "0002");
-  EXPECT_EQ(boot["booted"]["name"], "debian");
-  EXPECT_EQ(boot["booted"]["path"], "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0)/\\EFI\\debian\\shimx64.efi");
-  EXPECT_EQ(boot["resets"], nlohmann::json({{"warm", 1}, {"cold", 0}, {"limit_reached", false}}));
-  ASSERT_EQ(boot["starts"].size(), 2u);
-  const auto& start = boot["starts"][1];
-  EXPECT_EQ(start["order"], nlohmann::json({"0001", "0007", "0002", "0009"}));
+// What the tests of whole boots do not read.
+TEST(JsonReport, TellsMissingOptionsAndThosePassedOver) {
+  const auto start = Report({OneBoot()})["boots"][0]["starts"][1];
   ASSERT_EQ(start["options"].size(), 5u);
   EXPECT_EQ(start["options"][3]["state"], "missing");
   EXPECT_EQ(start["options"][4]["name"], "hid\\x1B[31mden\\u202E");
   EXPECT_EQ(start["options"][4]["in_order"], false);
   EXPECT_EQ(start["attempts"][0]["status"], "EFI_NOT_FOUND");
-  EXPECT_EQ(start["attempts"][0]["option"], "0001");
   EXPECT_EQ(start["passed_over"][1]["reason"], "not active");
-  EXPECT_EQ(start["variables_written"][0]["name"], "Boot0002");
   EXPECT_EQ(start["variables_written"][0]["guid"], "8BE4DF61-93CA-11D2-AA0D-00E098032B8C");
-  EXPECT_EQ(start["counts"]["GetVariable"], 12);
-  EXPECT_EQ(start["pool"]["peak"], 4096);
   EXPECT_EQ(start["pool"]["leaks"][0]["size"], 48);
-  EXPECT_EQ(start["complaints"][0], "a protocol closed twice");
 }
 
 TEST(JsonReport, TellsTheTimeByStepAndByPhaseInSeconds) {
