@@ -13,7 +13,6 @@
 #include "platform/disk_info.h"
 #include "platform/hii_database.h"
 #include "platform/hii_string.h"
-#include "platform/pci_io.h"
 #include "support/text.h"
 #include "tests/support/fake_firmware.h"
 
@@ -107,34 +106,6 @@ struct Hii : EFI_HII_DATABASE_PROTOCOL, EFI_HII_STRING_PROTOCOL {
         return EFI_BUFFER_TOO_SMALL;
       }
       std::memcpy(text, found->second.c_str(), needed);
-      return EFI_SUCCESS;
-    };
-  }
-};
-
-struct PciIo : EFI_PCI_IO_PROTOCOL {
-  UINTN Bus = 0, Device = 0, Function = 0;
-  Data Config = Data(64, 0);
-
-  PciIo() : EFI_PCI_IO_PROTOCOL{} {
-    GetLocation = [](EFI_PCI_IO_PROTOCOL* self, UINTN* segment, UINTN* bus, UINTN* device, UINTN* function)
-                      EFIAPI -> EFI_STATUS {
-      const auto& pci = *static_cast<PciIo*>(self);
-      *segment = 0;
-      *bus = pci.Bus;
-      *device = pci.Device;
-      *function = pci.Function;
-      return EFI_SUCCESS;
-    };
-    Pci.Read = [](EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT32 offset, UINTN count, VOID* buffer)
-                   EFIAPI -> EFI_STATUS {
-      const auto& pci = *static_cast<PciIo*>(self);
-      const UINTN size = count << width;
-      EXPECT_EQ(offset % (1U << width), 0U) << "reads of the configuration space are aligned";
-      if (offset + size > pci.Config.size()) {
-        return EFI_UNSUPPORTED;
-      }
-      std::memcpy(buffer, &pci.Config[offset], size);
       return EFI_SUCCESS;
     };
   }

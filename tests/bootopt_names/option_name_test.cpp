@@ -6,6 +6,7 @@
 #include "platform/load_file.h"
 #include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/fake_pci.h"
 
 namespace bds {
 namespace {
@@ -39,7 +40,7 @@ class OptionName : public fake::BootListsTest {
   fake::Hii hii_;
   fake::Namer2 namer_{"en-US"};
   EFI_LOAD_FILE_PROTOCOL loadFile_{};
-  fake::PciIo pci_;
+  test::FakePci pci_{2, 0};
 };
 
 TEST_F(OptionName, WordsOfThePathBetweenPrefixAndPartition) {
@@ -137,7 +138,7 @@ TEST_F(OptionName, IpEntriesOfANetworkCardCarryVersionAndLocation) {
   pci_.Bus = 0x1A;
   pci_.Device = 3;
   pci_.Function = 1;
-  Fw.Install(Fw.NewHandle(nic), static_cast<EFI_PCI_IO_PROTOCOL*>(&pci_));
+  Fw.Install(Fw.NewHandle(nic), &pci_.PciIo);
   const EFI_HANDLE interface = Fw.NewHandle(mac);
   Fw.Install(interface, &loadFile_);
   NameHandle(interface, u"Intel X520 ");

@@ -3,6 +3,7 @@
 #include "bootopt/pci_tables.h"
 #include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/fake_pci.h"
 
 namespace bds {
 namespace {
@@ -28,20 +29,16 @@ TEST(PciTables, KnownAndUnknownCodes) {
 class PciInfo : public fake::BootListsTest {};
 
 TEST_F(PciInfo, ComesFromTheFunctionNearestToThePathsEnd) {
-  fake::PciIo bridge, controller;
-  bridge.Config[0] = 0x34;
+  test::FakePci bridge(6, 4, 0x34);
+  test::FakePci controller(1, 6, 0x1137);
   controller.Bus = 2;
   controller.Device = 0x1F;
   controller.Function = 3;
-  controller.Config[0] = 0x37;
-  controller.Config[1] = 0x11;
   controller.Config[9] = 0x01;
-  controller.Config[10] = 0x06;
-  controller.Config[11] = 0x01;
   const auto upper = fake::PciRoot().Node(1, 1, {0, 1});
   const auto lower = Path(upper).Node(1, 1, {3, 0x1F});
-  Fw.Install(Fw.NewHandle(upper), static_cast<EFI_PCI_IO_PROTOCOL*>(&bridge));
-  Fw.Install(Fw.NewHandle(lower), static_cast<EFI_PCI_IO_PROTOCOL*>(&controller));
+  Fw.Install(Fw.NewHandle(upper), &bridge.PciIo);
+  Fw.Install(Fw.NewHandle(lower), &controller.PciIo);
   const fake::Data disk = Path(lower).Node(3, 18, {0, 0, 0, 0, 0, 0}).Bytes();
   const auto* path = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(disk.data());
   PCI_DEVICE_INFO info;
@@ -54,8 +51,8 @@ TEST_F(PciInfo, ComesFromTheFunctionNearestToThePathsEnd) {
   EXPECT_STREQ(info.ClassName, "Mass Storage Controller");
   EXPECT_STREQ(info.SubClassName, "SATA");
   EXPECT_STREQ(info.InterfaceName, "AHCI 1.0");
-  controller.Config.resize(4);
-  EXPECT_EQ(GetPciDeviceInfo(path, info), EFI_UNSUPPORTED);
+  controller.ConfigFails = true;
+  EXPECT_EQ(GetPciDeviceInfo(path, info), EFI_DEVICE_ERROR);
   EXPECT_EQ(info.VendorId, 0) << "nothing of a failed answer is kept";
 }
 

@@ -13,6 +13,7 @@ namespace test {
 struct FakePci {
   EFI_PCI_IO_PROTOCOL PciIo{};  // first, so that services find the record behind it
   std::array<UINT8, 64> Config{};
+  UINTN Bus = 0, Device = 0, Function = 0;
   UINT64 Attributes = 0;
   UINT64 Supported = 0;
   UINT64 Enabled = 0;  // what Enable was asked for, all calls together
@@ -26,6 +27,7 @@ struct FakePci {
     Config[10] = subclass;
     Config[11] = baseClass;
     PciIo.Pci.Read = Read;
+    PciIo.GetLocation = GetLocation;
     PciIo.Attributes = HandleAttributes;
   }
   FakePci(const FakePci&) = delete;
@@ -43,6 +45,15 @@ struct FakePci {
       return EFI_DEVICE_ERROR;
     }
     std::memcpy(buffer, pci.Config.data() + offset, count * unit);
+    return EFI_SUCCESS;
+  }
+  static EFI_STATUS EFIAPI GetLocation(EFI_PCI_IO_PROTOCOL* pciIo, UINTN* segment, UINTN* bus, UINTN* device,
+                                       UINTN* function) {
+    const FakePci& pci = Of(pciIo);
+    *segment = 0;
+    *bus = pci.Bus;
+    *device = pci.Device;
+    *function = pci.Function;
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI HandleAttributes(EFI_PCI_IO_PROTOCOL* pciIo,
