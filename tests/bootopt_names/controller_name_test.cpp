@@ -3,8 +3,8 @@
 
 #include "bootopt/handle_path.h"
 #include "platform/disk_io.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

@@ -2,8 +2,8 @@
 #include "platform/device_path_text.h"
 
 #include "bootopt/naming.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

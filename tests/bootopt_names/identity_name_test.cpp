@@ -1,8 +1,8 @@
 // The name by which a device is recognised again: serial numbers first.
 #include "bootopt/naming.h"
 #include "platform/usb_io.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

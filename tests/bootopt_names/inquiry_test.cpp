@@ -3,8 +3,8 @@
 #include "platform/ext_scsi_pass_thru.h"
 #include "platform/scsi_pass_thru.h"
 #include "platform/usb_io.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

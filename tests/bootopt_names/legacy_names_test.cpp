@@ -1,8 +1,8 @@
 // Names of legacy disks: what is written into legacy memory for the CSM's menu, and what the BMC is told.
 #include "bootopt/naming.h"
 #include "platform/legacy_region.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

@@ -4,9 +4,9 @@
 #include "bootopt/name_parts.h"
 #include "bootopt/naming.h"
 #include "platform/load_file.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

@@ -1,9 +1,9 @@
 // What configuration space says, in words.
 #include "bootopt/naming.h"
 #include "bootopt/pci_tables.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"
+#include "tests/support/name_fakes.h"
 
 namespace bds {
 namespace {

@@ -2,8 +2,8 @@
 #include "bootopt/string_package.h"
 
 #include "bootopt/naming.h"
-#include "tests/bootopt_names/name_fakes.h"
 #include "tests/support/boot_lists_fixture.h"
+#include "tests/support/name_fakes.h"
 #include "tests/support/option_image.h"
 
 namespace bds {

@@ -39,8 +39,8 @@ TEST(Collecting, LoadFileHandlesComeBeforeVolumesAndAHandleWithBothTwice) {
   const EFI_HANDLE both = firmware.AddHandle(PciRoot() + Pci(2, 0) + End());
   firmware.Install(both, loadFile);
   firmware.Install(both, volume.Protocol);
-  FakeBlockIo bare(false, false);
-  firmware.Install(firmware.AddHandle(PciRoot() + Pci(3, 0) + End()), bare.Protocol);
+  fake::BlockIo bare(false);
+  firmware.Install<EFI_BLOCK_IO_PROTOCOL>(firmware.AddHandle(PciRoot() + Pci(3, 0) + End()), bare);
   bds::CollectBootDevices();
   std::vector<EFI_HANDLE> found;
   for (auto* device = bds::BootDeviceList.First; device != nullptr; device = device->Next) {

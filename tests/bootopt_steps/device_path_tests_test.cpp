@@ -44,10 +44,10 @@ TEST(DevicePathTests, LocateAcceptsTheHandlesPathWithAtMostAFileBehindIt) {
 
 TEST(DevicePathTests, PartitionComparesNumberAndSignatureOnly) {
   FakeServer firmware;
-  FakeBlockIo blockIo(false, true);
+  fake::BlockIo blockIo(true);
   bds::BOOT_DEVICE device;
   device.DeviceHandle = firmware.AddHandle(PciRoot() + Pci(31, 2) + HardDrive(2, 7) + End());
-  firmware.Install(device.DeviceHandle, blockIo.Protocol);
+  firmware.Install<EFI_BLOCK_IO_PROTOCOL>(device.DeviceHandle, blockIo);
   const std::vector<Row> rows = {
       {"same node", HardDrive(2, 7) + End(), true},
       {"a loader behind it", HardDrive(2, 7) + FilePath(u"\\a") + End(), true},
@@ -59,9 +59,9 @@ TEST(DevicePathTests, PartitionComparesNumberAndSignatureOnly) {
       {"not the first node", Pci(31, 2) + HardDrive(2, 7) + End(), false},
   };
   Check(bds::PartitionDevicePathTest, device, rows);
-  blockIo.Media.LogicalPartition = FALSE;
+  blockIo.MediaData.LogicalPartition = FALSE;
   Check(bds::PartitionDevicePathTest, device, {{"no partition", HardDrive(2, 7) + End(), false}});
-  blockIo.Protocol.Media = nullptr;
+  blockIo.Media = nullptr;
   Check(bds::PartitionDevicePathTest, device, {{"no media record", HardDrive(2, 7) + End(), false}});
 }
 
@@ -127,10 +127,10 @@ TEST(DevicePathTests, LocationComparesPlaceClassAndInstance) {
 
 TEST(DevicePathTests, NameComparesTheWholeIdentityName) {
   FakeServer firmware;
-  FakeDiskInfo disk("SERIAL-0123456789AB ");  // 20 characters fill the field
+  fake::DiskInfo disk("SERIAL-0123456789AB ");  // 20 characters fill the field
   bds::BOOT_DEVICE device;
   device.DeviceHandle = firmware.AddHandle(PciRoot() + Pci(31, 2) + End());
-  firmware.Install(device.DeviceHandle, disk.Protocol);
+  firmware.Install<EFI_DISK_INFO_PROTOCOL>(device.DeviceHandle, disk);
   const auto name = [](const std::u16string& text) {
     return HardwareVendor(bds::kDeviceNameGuid, Utf16(text)) + End();
   };

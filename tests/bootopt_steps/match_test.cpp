@@ -123,11 +123,11 @@ TEST(UnmatchedDevices, FixedDisksGoAndEverythingElseStays) {
   for (const Case& row : kCases) {
     SCOPED_TRACE(row.Name);
     FakeServer firmware;
-    FakeBlockIo blockIo(row.Removable, true);
+    fake::BlockIo blockIo(true, row.Removable);
     BBS_TABLE entry = LegacyDisk();
     const EFI_HANDLE handle = firmware.AddHandle(PciRoot() + Pci(3, 0) + End());
     if (row.BlockIo) {
-      firmware.Install(handle, blockIo.Protocol);
+      firmware.Install<EFI_BLOCK_IO_PROTOCOL>(handle, blockIo);
     }
     bds::CreateBootDevice(bds::BootDeviceList, handle, row.Legacy ? kBbsIndex : bds::kNoBbsIndex,
                           row.Legacy ? &entry : nullptr);

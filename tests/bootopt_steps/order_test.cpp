@@ -55,14 +55,14 @@ TEST(NewOptions, PathsOfALegacyDevice) {
   for (const Case& row : cases) {
     SCOPED_TRACE(row.Name);
     FakeServer firmware;
-    FakeDiskInfo info("SN1");
+    fake::DiskInfo info("SN1");
     BBS_TABLE* table = firmware.PublishBbsTable(std::vector<BBS_TABLE>(27, entry));
     table[25].Function = 7;  // ends the run of equal neighbours
     table[27] = entry;
     table[26] = entry;
     const EFI_HANDLE handle = row.Handle ? firmware.AddHandle(row.Path ? disk : Blob{}) : nullptr;
     if (row.Serial) {
-      firmware.Install(handle, info.Protocol);
+      firmware.Install<EFI_DISK_INFO_PROTOCOL>(handle, info);
     }
     bds::CreateBootDevice(bds::BootDeviceList, handle, 27, &table[27]);
     bds::CreateBootOptionsForNewBootDevices();

@@ -49,14 +49,14 @@ class Server {
     FakeServer firmware;
     firmware.Variables = nvram;
     EFI_LOAD_FILE_PROTOCOL loadFile{};
-    FakeBlockIo stick(true, false);
+    fake::BlockIo stick(false, true);
     FakeVolume volume;
     volume.Files.insert(u"\\EFI\\BOOT\\BOOTX64.EFI");
     std::vector<BBS_TABLE> bbs(25);
     for (auto& entry : bbs) {
       entry.BootPriority = 0xFFFF;
     }
-    std::vector<std::unique_ptr<FakeDiskInfo>> disks;
+    std::vector<std::unique_ptr<fake::DiskInfo>> disks;
     for (unsigned slot = 0; slot < kSlots; ++slot) {
       if (!plugged_[slot]) {
         continue;
@@ -70,9 +70,9 @@ class Server {
         firmware.Install(handle, loadFile);
       } else {
         firmware.Install(handle, volume.Protocol);
-        firmware.Install(handle, stick.Protocol);
-        disks.push_back(std::make_unique<FakeDiskInfo>("SERIAL" + std::to_string(slot)));
-        firmware.Install(handle, disks.back()->Protocol);
+        firmware.Install<EFI_BLOCK_IO_PROTOCOL>(handle, stick);
+        disks.push_back(std::make_unique<fake::DiskInfo>("SERIAL" + std::to_string(slot)));
+        firmware.Install<EFI_DISK_INFO_PROTOCOL>(handle, *disks.back());
       }
     }
     firmware.PublishBbsTable(bbs);

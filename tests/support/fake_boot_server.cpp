@@ -168,33 +168,9 @@ struct ServerServices {
     delete file;
     return EFI_SUCCESS;
   }
-  static EFI_STATUS EFIAPI Identify(EFI_DISK_INFO_PROTOCOL* self, VOID* data, UINT32* size) {
-    constexpr UINT32 kIdentifySize = 512;
-    constexpr UINTN kSerialField = 20;
-    constexpr UINTN kSerialLength = 20;
-    if (*size < kIdentifySize) {
-      *size = kIdentifySize;
-      return EFI_BUFFER_TOO_SMALL;
-    }
-    const std::string& serial = reinterpret_cast<FakeDiskInfo*>(self)->Serial;
-    std::memset(data, ' ', kIdentifySize);
-    std::memcpy(static_cast<char*>(data) + kSerialField, serial.data(), std::min(serial.size(), kSerialLength));
-    *size = kIdentifySize;
-    return EFI_SUCCESS;
-  }
 };
 
-FakeBlockIo::FakeBlockIo(bool removable, bool partition) {
-  Media.RemovableMedia = removable ? TRUE : FALSE;
-  Media.LogicalPartition = partition ? TRUE : FALSE;
-  Media.MediaPresent = TRUE;
-  Media.BlockSize = 512;
-  Protocol.Media = &Media;
-}
 FakeVolume::FakeVolume() { Protocol.OpenVolume = ServerServices::OpenVolume; }
-FakeDiskInfo::FakeDiskInfo(std::string serial) : Serial(std::move(serial)) {
-  Protocol.Identify = ServerServices::Identify;
-}
 
 FakeServer::FakeServer() {
   gServer = this;

@@ -16,12 +16,10 @@
 #include <vector>
 
 #include "bootopt/boot_lists.h"
-#include "platform/block_io.h"
-#include "platform/disk_info.h"
 #include "platform/legacy_bios.h"
 #include "platform/simple_file_system.h"
 #include "support/services.h"
-#include "tests/support/fake_firmware.h"
+#include "tests/support/name_fakes.h"
 
 namespace bdstest {
 
@@ -57,13 +55,6 @@ struct StoredVariable {
 };
 using VariableKey = std::pair<std::u16string, std::string>;  // name and the GUID's bytes
 
-struct FakeBlockIo {
-  EFI_BLOCK_IO_PROTOCOL Protocol{};
-  EFI_BLOCK_IO_MEDIA Media{};
-  FakeBlockIo(bool removable, bool partition);
-  FakeBlockIo(const FakeBlockIo&) = delete;
-};
-
 // A volume that holds files of these names; counts what is open.
 struct FakeVolume {
   EFI_SIMPLE_FILE_SYSTEM_PROTOCOL Protocol{};  // first: the protocol's address is the volume's
@@ -73,14 +64,6 @@ struct FakeVolume {
   int StillOpen = 0;
   FakeVolume();
   FakeVolume(const FakeVolume&) = delete;
-};
-
-// A disk whose identify data holds this serial number, padded with blanks.
-struct FakeDiskInfo {
-  EFI_DISK_INFO_PROTOCOL Protocol{};  // first, likewise
-  std::string Serial;
-  explicit FakeDiskInfo(std::string serial);
-  FakeDiskInfo(const FakeDiskInfo&) = delete;
 };
 
 class FakeServer {

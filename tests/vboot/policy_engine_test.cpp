@@ -128,9 +128,9 @@ struct NamingDriver {
 
 std::optional<std::string> NameOf(const Blob& named, const Blob& asked, const std::u16string& text) {
   FakeServer firmware;
-  FakeBlockIo blockIo(false, false);
+  fake::BlockIo blockIo(false);
   const EFI_HANDLE controller = firmware.AddHandle(named);
-  firmware.Install(controller, blockIo.Protocol);
+  firmware.Install<EFI_BLOCK_IO_PROTOCOL>(controller, blockIo);
   NamingDriver driver(controller, text);
   const EFI_HANDLE agent = firmware.AddHandle();
   firmware.Install(agent, driver.Protocol);

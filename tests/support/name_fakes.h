@@ -1,4 +1,4 @@
-// The protocols that names come from, each as strict as the standard and no richer than the tests need.
+// The protocols of devices and of what names them, each as strict as the standard and no richer than the tests need.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -42,6 +42,7 @@ struct DiskInfo : EFI_DISK_INFO_PROTOCOL {
       return EFI_SUCCESS;
     };
   }
+  explicit DiskInfo(const std::string& serial) : DiskInfo() { SetSerial(serial); }
   void SetModel(std::string model) {
     model.resize(20, ' ');
     for (std::size_t i = 0; i < model.size(); ++i) {
@@ -113,8 +114,9 @@ struct Hii : EFI_HII_DATABASE_PROTOCOL, EFI_HII_STRING_PROTOCOL {
 
 struct BlockIo : EFI_BLOCK_IO_PROTOCOL {
   EFI_BLOCK_IO_MEDIA MediaData{};
-  explicit BlockIo(bool partition) : EFI_BLOCK_IO_PROTOCOL{} {
+  explicit BlockIo(bool partition, bool removable = false) : EFI_BLOCK_IO_PROTOCOL{} {
     MediaData.LogicalPartition = partition;
+    MediaData.RemovableMedia = removable;
     Media = &MediaData;
   }
 };
