@@ -200,31 +200,6 @@ TEST_F(Connected, FileOpenAcrossADisconnectAnswersNoMedia) {
   EXPECT_EQ(root->Close(root), EFI_SUCCESS);
 }
 
-// Asks both component name protocols of every driver, as software that looks for a name does.
-TEST_F(Connected, DriverNamesItsControllerAndChildInBothProtocols) {
-  PciFunction network = Network(5, 0, {1, 2, 3, 4, 5, 6});
-  network.driverName = u"Special NIC Driver";
-  network.controllerName = u"Ten Gigabit Port ";
-  Build({network, Network(6, 0, {2})});
-  EFI_HANDLE controller = At(Root().Pci(5, 0));
-  const std::uint8_t mac[] = {1, 2, 3, 4, 5, 6};
-  EFI_HANDLE child = At(Root().Pci(5, 0).Mac(mac));
-  int named = 0;
-  for (EFI_HANDLE driver : With<EFI_COMPONENT_NAME2_PROTOCOL>()) {
-    auto* names2 = machine_.Handles().Get<EFI_COMPONENT_NAME2_PROTOCOL>(driver);
-    auto* names = machine_.Handles().Get<EFI_COMPONENT_NAME_PROTOCOL>(driver);
-    CHAR16* text = nullptr;
-    if (EFI_ERROR(names2->GetControllerName(names2, controller, child, "en-US", &text))) continue;
-    ++named;
-    EXPECT_EQ(std::u16string(text), u"Ten Gigabit Port ");
-    EXPECT_EQ(names->GetControllerName(names, controller, nullptr, "eng", &text), EFI_SUCCESS);
-    EXPECT_EQ(names2->GetControllerName(names2, controller, nullptr, "xx", &text), EFI_UNSUPPORTED);
-    ASSERT_EQ(names2->GetDriverName(names2, "en-US", &text), EFI_SUCCESS);
-    EXPECT_EQ(std::u16string(text), u"Special NIC Driver");
-  }
-  EXPECT_EQ(named, 1);
-}
-
 TEST_F(Connected, TruncatedAndDamagedDisksGiveNoVolumeButBlockIo) {
   Bytes damaged = MakeGptDisk(200, 512, {{kEfiSystemPartitionType, kPartitionId, 40, 59}});
   damaged[512 + 60] ^= std::byte{1};
