@@ -122,17 +122,6 @@ TEST_F(EventTest, TimersFireInTheOrderOfTheirTimesEachAtItsOwn) {
   EXPECT_EQ(ran, "ettlst");
 }
 
-TEST_F(EventTest, TimersWaitForTheHighestPriorityToEnd) {
-  const EFI_EVENT timer = Make('t', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
-  bs->SetTimer(timer, TimerRelative, 100);
-  bs->RaiseTPL(TPL_HIGH_LEVEL);
-  bs->Stall(50);
-  EXPECT_EQ(ran, "");
-  bs->RestoreTPL(TPL_APPLICATION);
-  EXPECT_EQ(ran, "t");
-  EXPECT_THAT(times, testing::ElementsAre(500));
-}
-
 TEST_F(EventTest, TimesBeyondTheEndOfTimeDoNotWrapAround) {
   const EFI_EVENT timer = Make('t', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
   bs->Stall(10);

@@ -254,16 +254,6 @@ TEST_F(HandleTest, LocateHandleTellsTheRoomItNeedsAndKeepsTheOrderOfInstallation
   EXPECT_EQ(list, nullptr);
 }
 
-TEST_F(HandleTest, GuidsOfAHandleOutliveItsInterfaces) {
-  EFI_GUID** guids = nullptr;
-  UINTN count = 0;
-  ASSERT_EQ(bs->ProtocolsPerHandle(device, &guids, &count), EFI_SUCCESS);
-  ASSERT_EQ(bs->UninstallProtocolInterface(device, &kRed, &thing), EFI_SUCCESS);
-  ASSERT_EQ(count, 1u);
-  EXPECT_EQ(*guids[0], kRed);
-  bs->FreePool(guids);
-}
-
 class LocatePathTest : public FirmwareTest {
  protected:
   EFI_HANDLE Place(const DevicePath& path) {
