@@ -1,4 +1,4 @@
-// The HII protocols as callers see them: package lists by handle, strings by language.
+// The HII strings as callers see them, by language, and package lists that lie.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -62,51 +62,6 @@ TEST_F(Hii, StringsAreFoundByLanguageAndItsVariants) {
     EXPECT_EQ(Get(test.language, test.id, &text), test.status) << test.language << " " << test.id;
     EXPECT_EQ(text, test.text);
   }
-}
-
-TEST_F(Hii, SizesAreToldBeforeTextsAreCopied) {
-  auto* strings = database_.Strings();
-  UINTN size = 0;
-  EXPECT_EQ(strings->GetString(strings, "en-US", handle_, 2, nullptr, &size, nullptr), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 12u);
-  CHAR16 buffer[6] = {};
-  size = 10;
-  EXPECT_EQ(strings->GetString(strings, "en-US", handle_, 2, buffer, &size, nullptr), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(buffer[0], 0);
-  EXPECT_EQ(strings->GetString(strings, "en-US", nullptr, 2, buffer, &size, nullptr), EFI_NOT_FOUND);
-  CHAR8 languages[16] = {};
-  size = sizeof(languages);
-  EXPECT_EQ(strings->GetLanguages(strings, handle_, languages, &size), EFI_SUCCESS);
-  EXPECT_STREQ(languages, "en-US;de");
-}
-
-TEST_F(Hii, ListsAreListedExportedReplacedAndRemoved) {
-  auto* database = database_.Database();
-  EFI_HII_HANDLE handles[2] = {};
-  UINTN size = sizeof(handles);
-  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_STRINGS, nullptr, &size, handles), EFI_SUCCESS);
-  EXPECT_EQ(size, sizeof(EFI_HII_HANDLE));
-  EXPECT_EQ(handles[0], handle_);
-  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_FORMS, nullptr, &size, handles), EFI_NOT_FOUND);
-  EXPECT_EQ(database->ListPackageLists(database, EFI_HII_PACKAGE_STRINGS, &kGuid, &size, handles),
-            EFI_INVALID_PARAMETER);
-
-  size = 0;
-  EXPECT_EQ(database->ExportPackageLists(database, handle_, &size, nullptr), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, TwoLanguages().Encode().size());
-
-  HiiPackageList one;
-  one.guid = kGuid;
-  one.strings.push_back({"en-US", 1, {{1, u"New"}}, 2});
-  const auto bytes = one.Encode();
-  const auto* list = reinterpret_cast<const EFI_HII_PACKAGE_LIST_HEADER*>(bytes.data());
-  EXPECT_EQ(database->UpdatePackageList(database, handle_, list), EFI_SUCCESS);
-  EXPECT_EQ(Get("en-US", 2), EFI_NOT_FOUND);
-  EXPECT_EQ(Get("de", 1), EFI_INVALID_LANGUAGE);
-
-  EXPECT_EQ(database->RemovePackageList(database, handle_), EFI_SUCCESS);
-  EXPECT_EQ(database->RemovePackageList(database, handle_), EFI_NOT_FOUND);
-  EXPECT_EQ(Get("en-US", 1), EFI_NOT_FOUND);
 }
 
 TEST_F(Hii, LyingListsAreRefused) {
