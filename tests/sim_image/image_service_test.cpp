@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/signals.h"
 #include "tests/sim_image/pe_builder.h"
 
 namespace sim {
@@ -86,28 +85,6 @@ TEST_F(Images, AnImageThatWantsWritableCodeIsLoadedButNotRun) {
   ASSERT_EQ(Load(ImageOf(kReturnZero, 11, test::kCode | 0x80000000), &image), EFI_SUCCESS);
   EXPECT_EQ(Start(image), EFI_UNSUPPORTED);
   EXPECT_NE(images_.Error().find("writable and executable"), std::string::npos);
-}
-
-TEST_F(Images, ALoaderEndsTheBootByDefault) {
-  EFI_HANDLE image = nullptr;
-  DevicePath path = DevicePath().Acpi(0x0A0341D0).Pci(1, 0).File(u"\\EFI\\debian\\shimx64.efi");
-  ASSERT_EQ(Load(ImageOf(kReturnZero, 10), &image, path.Get()), EFI_SUCCESS);
-  char options[] = "options";
-  Loaded(image)->LoadOptions = options;
-  Loaded(image)->LoadOptionsSize = 4;
-  int signals = 0;
-  EFI_EVENT event = nullptr;
-  VOID* registration = nullptr;
-  const EFI_EVENT_NOTIFY count = [](EFI_EVENT, VOID* context) EFIAPI { ++*static_cast<int*>(context); };
-  ASSERT_EQ(Boot()->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_CALLBACK, count, &signals, &event), EFI_SUCCESS);
-  ASSERT_EQ(Boot()->RegisterProtocolNotify(&kBootStartSignalGuid, event, &registration), EFI_SUCCESS);
-  const BootOutcome outcome = machine_.Run([&] { return Start(image); });
-  EXPECT_EQ(outcome.end, BootEnd::HandedOver);
-  EXPECT_EQ(outcome.image, image);
-  EXPECT_EQ(outcome.path, path);
-  EXPECT_EQ(outcome.loadOptions.size(), 4u);
-  EXPECT_NE(outcome.text.find("shimx64.efi"), std::string::npos) << outcome.text;
-  EXPECT_EQ(signals, 1) << "listeners for the start of an operating system hear of it";
 }
 
 TEST_F(Images, ALoaderAnswersWhatItsRuleSays) {
