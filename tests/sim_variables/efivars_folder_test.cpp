@@ -1,13 +1,10 @@
-// The variable folder: what is written comes back, efibootmgr reads it, and every damaged file is named.
+// The variable folder: what is written comes back, and every damaged file is named.
 #include "sim/firmware/variables/efivars_folder.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
-#include <memory>
 
 #include "sim/firmware/variables/variable_name_text.h"
 
@@ -136,47 +133,6 @@ TEST_F(Folder, AFolderThatCannotBeWrittenRefusesTheVariable) {
   EXPECT_EQ(Set(store, u"V", kAll, "x"), EFI_DEVICE_ERROR);
   EXPECT_TRUE(store.All().empty());
   EXPECT_NE(folder.Error().find("missing"), std::string::npos);
-}
-
-std::string OutputOf(const std::string& command) {
-  std::array<char, 512> piece;
-  std::string out;
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  while (pipe && fgets(piece.data(), piece.size(), pipe.get()) != nullptr) {
-    out += piece.data();
-  }
-  return out;
-}
-
-// The outside judge: the tool that operating systems use reads and writes this folder.
-TEST_F(Folder, EfibootmgrListsAndReordersWhatTheStoreWrote) {
-  if (OutputOf("command -v efibootmgr").empty()) {
-    GTEST_SKIP() << "efibootmgr is not installed";
-  }
-  VariableStore store;
-  EfivarsFolder folder(path_);
-  store.SetSink(&folder);
-  for (const char16_t digit : {u'1', u'2'}) {
-    std::string option("\x01\x00\x00\x00\x1A\x00", 6);
-    const std::u16string text = std::u16string(u"Disk ") + digit;
-    option.append(reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * 2);
-    option.append("\x02\x01\x0C\x00\xD0\x41\x03\x0A\x00\x00\x00\x00\x01\x01\x06\x00\x00\x1F", 18);
-    option.append("\x7F\xFF\x04\x00", 4);
-    option[4] = 22;
-    ASSERT_EQ(Set(store, std::u16string(u"Boot000") + digit, kAll, option), EFI_SUCCESS);
-  }
-  ASSERT_EQ(Set(store, u"BootOrder", kAll, std::string("\x02\x00\x01\x00", 4)), EFI_SUCCESS);
-  const std::string prefix = "EFIVARFS_PATH=" + path_.string() + "/ efibootmgr ";
-  const std::string listed = OutputOf(prefix + "-v 2>&1");
-  EXPECT_NE(listed.find("BootOrder: 0002,0001"), std::string::npos) << listed;
-  EXPECT_NE(listed.find("Boot0001* Disk 1"), std::string::npos) << listed;
-  EXPECT_NE(listed.find("PciRoot(0x0)/Pci(0x1f,0x0)"), std::string::npos) << listed;
-  OutputOf(prefix + "-o 1,2 2>&1");
-  VariableStore again;
-  ASSERT_TRUE(folder.Load(again)) << folder.Error();
-  const Variable* order = again.Find(u"BootOrder", gEfiGlobalVariableGuid);
-  ASSERT_NE(order, nullptr);
-  EXPECT_EQ(order->data, (std::vector<std::byte>{std::byte{1}, std::byte{0}, std::byte{2}, std::byte{0}}));
 }
 
 }  // namespace
