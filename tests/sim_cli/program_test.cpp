@@ -184,15 +184,6 @@ TEST_F(Program, NothingToBootGivesThreeAndKeepsNothingWithoutAState) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }
 
-TEST_F(Program, ALostPowerComesBackForTheNextBoot) {
-  WriteLegacyServer();
-  const Ended once = Run("boot legacy.toml --state st --fault 'power nvram 1'");
-  EXPECT_EQ(once.status, 3) << once.text;
-  EXPECT_THAT(once.text, HasSubstr("power lost"));
-  const Ended twice = Run("boot legacy.toml --state other --fault 'power nvram 1' --boots 2");
-  EXPECT_EQ(twice.status, 0) << twice.text;
-}
-
 std::size_t LinesWith(const std::string& text, std::string_view part) {
   std::istringstream lines(text);
   std::size_t count = 0;

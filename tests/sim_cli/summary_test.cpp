@@ -7,9 +7,6 @@
 namespace sim {
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
-
 TEST(Summary, OfABootWithAResetIsWordForWord) {
   BootResult result;
   result.starts = {ResetReport(EfiResetWarm), HandMadeReport()};
@@ -46,33 +43,6 @@ TEST(Summary, OfABootWithAResetIsWordForWord) {
     48 bytes, allocation 17
   Resets: 1 warm, 0 cold
 )");
-}
-
-struct OutcomeCase {
-  BootEnd end;
-  const char* text;
-};
-
-TEST(Summary, EveryEndHasItsWords) {
-  const OutcomeCase cases[] = {
-      {BootEnd::Returned, "nothing was started; the driver returned EFI_SUCCESS"},
-      {BootEnd::HandedOver, "Boot0002 debian: handed over to loader.efi"},
-      {BootEnd::LegacyBoot, "Boot0002 debian: legacy boot of loader.efi, BBS entry -1"},
-      {BootEnd::Reset, "cold reset, EFI_SUCCESS"},
-      {BootEnd::PowerLost, "power lost (why\\x07)"},
-      {BootEnd::ExitedBootServices, "Boot0002 debian: the image that ran took the machine over"},
-      {BootEnd::WaitsForever, "waits forever (why\\x07)"},
-      {BootEnd::TimeLimit, "time limit (why\\x07)"},
-      {BootEnd::Crashed, "crashed (why\\x07)"},
-  };
-  for (const OutcomeCase& each : cases) {
-    BootReport report = HandMadeReport();
-    report.outcome.end = each.end;
-    report.outcome.path = DevicePath();
-    report.outcome.text = "why\a";
-    report.attempts = {{.what = "loader.efi", .reason = "", .ended = true}};
-    EXPECT_EQ(OutcomeText(report), each.text);
-  }
 }
 
 TEST(PassedOver, NothingIsSaidOfABootThatEndedBeforeTheOrderWasWalked) {
