@@ -103,7 +103,7 @@ stop() { # DIR
 }
 
 case ${1:-} in
-  start) [ $# -eq 3 ] || usage; start "$2" "$3" ;;
-  stop) [ $# -eq 2 ] || usage; stop "$2" ;;
+  start) [ $# -eq 3 ] || usage; start "$(realpath -m "$2")" "$3" ;;
+  stop) [ $# -eq 2 ] || usage; stop "$(realpath -m "$2")" ;;
   *) usage ;;
 esac

@@ -89,13 +89,13 @@ void BtInterface::Note(std::string_view text) { notes_ += fmt::format("{}{}", no
 void BtInterface::TellExchange() {
   const Exchange& last = trace_.back();
   const std::string answer = last.response.empty() ? "no answer" : TrafficBytes(last.response);
-  Tell(fmt::format("> {} < {}", TrafficBytes(last.request), answer));
+  Tell(exchangeCount_, fmt::format("> {} < {}", TrafficBytes(last.request), answer));
 }
 
-void BtInterface::Tell(std::string_view what) {
+void BtInterface::Tell(std::uint64_t exchange, std::string_view what) {
   if (hooks_.onTraffic) {
     const std::string notes = notes_.empty() ? "" : fmt::format(" [{}]", notes_);
-    hooks_.onTraffic(fmt::format("exchange {} {}{}", exchangeCount_, what, notes));
+    hooks_.onTraffic(fmt::format("exchange {} {}{}", exchange, what, notes));
   }
   notes_.clear();
 }
@@ -305,7 +305,7 @@ bool BtInterface::LooksStuck() {
   }
   if (stuck_ && ++stuckPolls_ == kBusyPolls) {
     counters_.Add("bmc.timeouts");
-    Tell("timeout: the interface stays busy");
+    Tell(exchangeCount_ + 1, "timeout: the interface stays busy");
   }
   return stuck_;
 }
@@ -314,7 +314,7 @@ void BtInterface::WatchTimeout() {
   if (awaitingSince_ && !b2hAttention_ && clock_.Now() - *awaitingSince_ >= kAnswerPatience) {
     awaitingSince_.reset();
     counters_.Add("bmc.timeouts");
-    Tell("timeout: no answer");
+    Tell(exchangeCount_, "timeout: no answer");
   }
 }
 
@@ -334,7 +334,7 @@ std::uint8_t BtInterface::ReadBuffer() {
 
 std::uint8_t BtInterface::ReadInterruptMask() {
   if (!LockTaken() && Befalls(BmcFault::Kind::LockHeld, exchangeCount_ + 1)) {
-    Tell("the lock is taken");
+    Tell(exchangeCount_ + 1, "the lock is taken");
     return interruptMask_ | kLock;
   }
   return interruptMask_;

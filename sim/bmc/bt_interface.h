@@ -86,7 +86,7 @@ class BtInterface {
   void Complain(std::string text);
   void Note(std::string_view text);
   void TellExchange();
-  void Tell(std::string_view what);
+  void Tell(std::uint64_t exchange, std::string_view what);
 
   FileServer& server_;
   Clock& clock_;

@@ -178,7 +178,7 @@ void ReadBmc(TableReader& root, ServerDescription& server) {
   }
   server.ipmi = table->Text("ipmi", server.ipmi);
   if (server.ipmi != "builtin" && server.ipmi != "none" && !server.ipmi.starts_with("vm://")) {
-    table->Fail("ipmi", "\"builtin\", \"none\" or \"vm://HOST:PORT\"");
+    table->Fail("ipmi", "\"builtin\", \"none\" or \"vm://127.0.0.1:PORT\"");
   }
   server.bmcFiles = table->Boolean("files", true);
   table->Finish();

@@ -61,7 +61,7 @@ struct ServerDescription {
   std::uint8_t managementConfigFlag = 0;
   FrontEndKind frontEnd = FrontEndKind::Returns;
   bool usbSupport = true;
-  std::string ipmi = "builtin";  // "builtin", "none" or "vm://HOST:PORT"
+  std::string ipmi = "builtin";  // "builtin", "none" or "vm://127.0.0.1:PORT"
   bool bmcFiles = true;          // the BMC answers on its BT registers
   FirmwareDescription firmware;
   NvramDescription nvram;

@@ -3,8 +3,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
 
 namespace sim {
@@ -16,8 +16,12 @@ inline std::optional<std::string> ReadHostFile(const std::filesystem::path& file
   if (!stream || std::filesystem::is_directory(file, ignored)) {
     return std::nullopt;
   }
-  std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-  return stream.bad() ? std::nullopt : std::optional(std::move(bytes));
+  std::ostringstream bytes;
+  bytes << stream.rdbuf();
+  if (stream.bad() || (bytes.fail() && !bytes.view().empty())) {
+    return std::nullopt;
+  }
+  return std::move(bytes).str();
 }
 
 }  // namespace sim

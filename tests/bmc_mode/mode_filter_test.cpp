@@ -97,6 +97,7 @@ TEST_F(ModeFilter, ModeAndUefiSettingDecide) {
     bds::RemoveNonSupportedBootOptions();
     EXPECT_EQ(Names(), c.left);
     EXPECT_TRUE(Logged(c.says)) << Log();
+    EXPECT_EQ(Logged("Delete option") || Logged("non active"), Names() != kAll) << Log();
     EXPECT_EQ(Variable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid).has_value(), !c.markerDeleted);
   }
 }

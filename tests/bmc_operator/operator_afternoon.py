@@ -120,7 +120,7 @@ class Bmc:
 
     def run(self, *words):
         return subprocess.run([self.script, *map(str, words)], env=self.environment, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, timeout=60)
 
     def __enter__(self):
         # However this process ends, the pipe closes then, and the simulator is stopped. The watcher is nobody's child,
@@ -369,8 +369,8 @@ def main(source, sim, module, image=None):
                 try:
                     bmc.forget()
                     check(bmc, Server(sim, description, work / "state", driver))
-                except (Wrong, subprocess.SubprocessError) as failure:
-                    print(f"FAILED {name}: {failure}", file=sys.stderr)
+                except (Wrong, subprocess.SubprocessError, LookupError, ValueError) as failure:
+                    print(f"FAILED {name}: {failure!r}", file=sys.stderr)
                     wrong += 1
                 shutil.rmtree(work / "state")
                 run += 1

@@ -94,9 +94,11 @@ def driver_options(name, *words, stops=0, **more):
                edits=NO_FILES, more=UEFI_DEVICES + function, before=words, driver=True, **more)
 
 
-def broken_bmc(name, *words, **more):
+def broken_bmc(name, *words, **counts):
+    """`counts`: that of "bmc.timeouts" and the like, dots left out."""
     faults = tuple(argument for each in words for argument in ("--fault", each))
-    return Row(f"bmc_{name}", "standalone_uefi", (Boot(SHELL),), arguments=faults, **more)
+    met = {f"bmc.{count}": number for count, number in counts.items()}
+    return Row(f"bmc_{name}", "standalone_uefi", (Boot(SHELL, counts=met),), arguments=faults)
 
 
 def as_it_stands(name, starts, counts=None, **more):
@@ -180,12 +182,12 @@ ROWS = (
                    hidden=("test-driver",)),
     driver_options("order_of_one_byte", "driver 0000 3 test.efi words", "driver-order 00", hidden=("test-driver",)),
     # A BMC that fails, and power that does.
-    broken_bmc("dead", "no-answer:always"),
-    broken_bmc("stuck", "h2b-stuck:always"),
-    broken_bmc("locked", "lock-held:always"),
+    broken_bmc("dead", "no-answer:always", timeouts=ANY),
+    broken_bmc("stuck", "h2b-stuck:always", timeouts=ANY),
+    broken_bmc("locked", "lock-held:always", timeouts=0),
     broken_bmc("lying", "lying-length:200xalways"),
-    broken_bmc("noisy", "bad-checksum:2", "wrong-echo:1@4"),
-    Row("bmc_without_ipmi", "standalone_legacy", (Boot(DISK),), edits=(("[csm]", '[bmc]\nipmi = "none"\n[csm]'),)),
+    broken_bmc("noisy", "bad-checksum:2@3", "wrong-echo:1@8", retries=2),
+    Row("bmc_without_ipmi", "standalone_legacy", (Boot(DISK, counts={"ipmi.requests": 0}),), edits=(("[csm]", '[bmc]\nipmi = "none"\n[csm]'),)),
     Row("power_lost_while_saving", "standalone_legacy", (Boot(None), Boot(DISK)), settled=False,
         arguments=("--fault", "power nvram 6")),
     Row("power_lost_while_copying", "standalone_uefi", (Boot(None), Boot(SHELL)), arguments=("--fault", "power bmc 3"),

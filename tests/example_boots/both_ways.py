@@ -48,7 +48,8 @@ def check(right, *what):
 
 
 def run(*command, **options):
-    return subprocess.run([*map(str, command)], stdin=subprocess.DEVNULL, text=True, capture_output=True, **options)
+    return subprocess.run([*map(str, command)], stdin=subprocess.DEVNULL, text=True, capture_output=True, timeout=120,
+                          **options)
 
 
 class State:

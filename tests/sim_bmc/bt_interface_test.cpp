@@ -232,7 +232,7 @@ TEST_F(Registers, AStuckInterfaceStaysBusyForAnAttempt) {
   clock.Advance(kSecond);
   EXPECT_EQ(bt.Read(kCtrl), 0x00);
   EXPECT_EQ(counters.Of("bmc.timeouts"), 1U);
-  EXPECT_EQ(traffic, std::vector<std::string>{"exchange 0 timeout: the interface stays busy [h2b-stuck]"});
+  EXPECT_EQ(traffic, std::vector<std::string>{"exchange 1 timeout: the interface stays busy [h2b-stuck]"});
 }
 
 }  // namespace

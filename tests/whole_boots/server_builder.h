@@ -202,7 +202,7 @@ inline void ExpectClean(const BootReport& report, const std::string& what) {
   EXPECT_TRUE(report.complaints.empty()) << what << ": " << report.complaints.front();
 }
 
-// Every number of the order once, each with an option that can be read, no two firmware options alike.
+// Every number once, no two firmware options alike.
 inline void ExpectSoundOrder(const BootReport& report, const std::string& what) {
   std::set<std::uint16_t> numbers;
   std::set<std::string> made;

@@ -18,8 +18,6 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
   VariableStore& Store() { return store_; }
   // Name of the variable of the standard's own GUID that GetVariable gave last; empty when the last was another's.
   const std::u16string& LastRead() const { return lastRead_; }
-  // The wall clock at power-on; GetTime adds the virtual time. Default: 2026-01-01 00:00:00 UTC.
-  void SetStartTime(const EFI_TIME& time) { start_ = time; }
 
  private:
   struct Calls;
@@ -28,6 +26,7 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
   Machine& machine_;
   VariableStore& store_;
   std::u16string lastRead_;
+  // The wall clock at power-on, 2026-01-01 00:00:00 UTC; GetTime adds the virtual time.
   EFI_TIME start_{2026, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
 };
 
