@@ -95,7 +95,7 @@ TEST(DescriptionErrors, MissingKeysAndUnknownWords) {
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"tape\"\ndevice = 1\n",
        "rack.toml:3: root_bridge[0].function[0].kind: expected ", "one of \"isa\", \"ahci\""},
       {"[front_end]\nkind = \"Menu\"\n", "rack.toml:2: front_end.kind: expected ", "\"absent\", \"returns\""},
-      {"[bmc]\nipmi = \"tcp://x\"\n", "rack.toml:2: bmc.ipmi: expected ", "vm://HOST:PORT"},
+      {"[bmc]\nipmi = \"tcp://x\"\n", "rack.toml:2: bmc.ipmi: expected ", "vm://127.0.0.1:PORT"},
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"network\"\ndevice = 1\nmac = \"02:00:00:00:00\"\n",
        "rack.toml:5: root_bridge[0].function[0].mac: expected ", "six hexadecimal bytes"},
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"network\"\ndevice = 1\nmac = \"02:00:00:00:00:01:02\"\n",
