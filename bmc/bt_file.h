@@ -16,7 +16,8 @@ enum BT_RESULT : UINT8 {
   BT_NOT_OPEN = 4,        // write attempted with no file open
 };
 
-// EFI_SUCCESS, EFI_DEVICE_ERROR, EFI_NO_RESPONSE, EFI_INVALID_PARAMETER, EFI_UNSUPPORTED; other values: kBtUnknownResult.
+// EFI_SUCCESS, EFI_DEVICE_ERROR, EFI_NO_RESPONSE, EFI_INVALID_PARAMETER, EFI_UNSUPPORTED by code; other values:
+// kBtUnknownResult.
 [[nodiscard]] EFI_STATUS BtStatusToEfiStatus(UINT8 result);
 inline constexpr EFI_STATUS kBtUnknownResult = EfiErrorBit | 0x21;
 

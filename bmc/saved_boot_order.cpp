@@ -15,8 +15,8 @@ namespace {
 constexpr CHAR16 kBootOrderName[] = u"BootOrder";
 constexpr UINTN kMaxSavedNumbers = 0xFFFF;
 
-// Puts the matched option's Boot#### back. What is no option is dropped: the variable may be whole, and would be deleted
-// as malformed when it is read.
+// Puts the matched option's Boot#### back. What is no option is dropped: the variable may be whole, and would be
+// deleted as malformed when it is read.
 void RestoreMatchedBootOption() {
   PoolBuffer saved;
   if (EFI_ERROR(ReadVariable(kSavedBootOptionName, kIpmiVariablesGuid, saved))) {
