@@ -67,6 +67,9 @@ void CheckZephan_EFIBootSupport() {
     return;
   }
   UINT8& enable = setup.Bytes[kSetupEfiBootOptionsEnable];
+  if (setup.Size <= kSetupEfiBootOptionsEnable) {
+    return;  // the variable has no such byte to switch
+  }
   const bool switchedOnByPolicy = enable == kEfiOptionsOff && policyExists;
   const bool onWithoutPolicy = enable == kEfiOptionsOn && !policyExists;  // by hand: it stays on, written as it is
   if (!switchedOnByPolicy && !onWithoutPolicy) {

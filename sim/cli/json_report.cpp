@@ -16,6 +16,7 @@ using Json = nlohmann::ordered_json;
 
 // In the order of Passing.
 constexpr const char* kPassingNames[] = {"device", "stall", "ports", "events"};
+static_assert(std::size(kPassingNames) == std::tuple_size_v<TimesPassed>);
 
 double Seconds(Ticks ticks) { return static_cast<double>(ticks) / static_cast<double>(kSecond); }
 

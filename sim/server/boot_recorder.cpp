@@ -103,7 +103,7 @@ std::optional<std::uint16_t> BootRecorder::BootCurrent() const {
   return number;
 }
 
-// BootCurrent is written once an image is loaded, so a load that fails belongs to the option that was read for it.
+// The driver writes BootCurrent once an image is loaded, so a load that fails belongs to the option read before it.
 void BootRecorder::WatchAttempts() {
   ImageService& images = parts_->Images();
   images.SetAttemptHandlers(
