@@ -4,7 +4,7 @@
 #include "bmc/saved_boot_order.h"
 #include "bmc/state.h"
 #include "bootopt/boot_lists.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "bootopt/naming.h"
+#include "bootopt/names/naming.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
 #include "vboot/policy_engine.h"

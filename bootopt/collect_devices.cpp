@@ -1,6 +1,6 @@
 // Fills the device list: UEFI devices by the protocols that can load a boot image, legacy devices from the BBS table.
 #include "bootopt/bbs_table.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/steps.h"
 #include "platform/load_file.h"
 #include "platform/simple_file_system.h"

@@ -1,7 +1,7 @@
 #include "bootopt/device_path_tests.h"
 
 #include "bootopt/file_path_builders.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/naming.h"
 #include "bootopt/vendor_nodes.h"
 #include "platform/block_io.h"
 #include "support/debug_print.h"

@@ -1,7 +1,7 @@
 #include "bootopt/file_path_builders.h"
 
 #include "bootopt/bbs_table.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/naming.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

@@ -1,8 +1,8 @@
 // Decides which option stands for which device of this boot. A device that an option claimed leaves the device list;
 // what stays there is new.
-#include "bootopt/device_list_report.h"
 #include "bootopt/device_path_tests.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/device_list_report.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/steps.h"
 #include "platform/block_io.h"
 #include "support/debug_print.h"

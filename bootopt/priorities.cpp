@@ -1,5 +1,5 @@
 // Numbers the new options and gives them their place in the order, behind their group's last numbered option.
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/option_numbers.h"
 #include "bootopt/steps.h"
 #include "vboot/policy_engine.h"

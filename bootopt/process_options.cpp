@@ -1,5 +1,5 @@
 // Removes what lost its device for good, and hides what may come back.
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 #include "vboot/policy_engine.h"

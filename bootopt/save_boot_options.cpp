@@ -1,5 +1,5 @@
 // Writes every numbered option back as Boot####, and BootOrder behind them. Consumes the options it saves.
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/load_option_image.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"

@@ -1,7 +1,7 @@
 // Names from GetNextVariableName come from NVRAM: their walk is bounded, and what is no Boot#### name is passed over.
 #include "core/dump_nvram.h"
 
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "platform/unicode_collation.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"

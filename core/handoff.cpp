@@ -1,6 +1,6 @@
 // The handoff to the setup front end, which shows the boot menu or setup and normally boots.
 #include "bootopt/bbs_table.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "core/dump_nvram.h"
 #include "core/steps.h"
 #include "platform/legacy_bios.h"

@@ -1,5 +1,5 @@
 // The last resort for a device's name: what a driver calls the device or a controller above it.
-#include "bootopt/controller_name.h"
+#include "bootopt/names/controller_name.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

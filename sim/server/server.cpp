@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "bootopt/string_package.h"
+#include "bootopt/names/string_package.h"
 #include "core/entry.h"
 #include "platform/bds_arch.h"
 #include "platform/setup_variable.h"

@@ -1,5 +1,5 @@
 // The dumps' exact texts, and images that lie to them.
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Names that drivers give: who is asked, in which order, and the way up to the root.
-#include "bootopt/controller_name.h"
+#include "bootopt/names/controller_name.h"
 
 #include "bootopt/handle_path.h"
 #include "platform/disk_io.h"

@@ -1,8 +1,8 @@
 // What the boot menu shows: prefix, the first body that answers, suffix.
 #include <map>
 
-#include "bootopt/name_parts.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/name_parts.h"
+#include "bootopt/names/naming.h"
 #include "platform/load_file.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"

@@ -1,6 +1,6 @@
 // What configuration space says, in words.
-#include "bootopt/naming.h"
-#include "bootopt/pci_tables.h"
+#include "bootopt/names/naming.h"
+#include "bootopt/names/pci_tables.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"
 #include "tests/support/name_fakes.h"

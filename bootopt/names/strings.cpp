@@ -1,7 +1,7 @@
 // The driver's strings as the HII database gives them back, in the platform's language where it has them.
 #include "bootopt/boot_lists.h"
-#include "bootopt/name_parts.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/name_parts.h"
+#include "bootopt/names/naming.h"
 #include "platform/hii_database.h"
 #include "platform/hii_string.h"
 #include "support/protocols.h"

@@ -1,8 +1,8 @@
-#include "bootopt/device_list_report.h"
+#include "bootopt/dumps/device_list_report.h"
 
 #include "bootopt/bbs_table.h"
 #include "bootopt/boot_lists.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/naming.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
 #include "support/text.h"

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "bootopt/boot_option.h"
-#include "bootopt/driver_strings.h"
+#include "bootopt/names/driver_strings.h"
 #include "support/byte_reader.h"
 #include "support/device_path.h"
 

@@ -1,7 +1,7 @@
 // The words that device path nodes contribute to an option's name.
-#include "bootopt/name_parts.h"
-#include "bootopt/name_writer.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/name_parts.h"
+#include "bootopt/names/name_writer.h"
+#include "bootopt/names/naming.h"
 
 namespace bds {
 namespace {

@@ -1,6 +1,6 @@
 // The dump of a Boot#### image as it lies in NVRAM.
 #include "bootopt/bbs_table.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "bootopt/load_option.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"

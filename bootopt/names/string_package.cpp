@@ -1,4 +1,4 @@
-#include "bootopt/string_package.h"
+#include "bootopt/names/string_package.h"
 
 namespace bds {
 namespace {

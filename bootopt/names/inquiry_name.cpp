@@ -1,6 +1,6 @@
-#include "bootopt/inquiry_name.h"
+#include "bootopt/names/inquiry_name.h"
 
-#include "bootopt/growing_text.h"
+#include "bootopt/names/growing_text.h"
 #include "support/text.h"
 
 namespace bds {

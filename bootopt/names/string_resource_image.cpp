@@ -1,7 +1,7 @@
 // The resource section of the image: a directory whose only resource, of the named type "HII", is the driver's string
 // package list, so that firmware publishes it on the image handle (UEFI 2.10, 7.4.1). Only the image has this file:
 // it is the linker's to turn a symbol into an image-relative address, and only assembler text can ask for it.
-#include "bootopt/string_package.h"
+#include "bootopt/names/string_package.h"
 
 namespace bds {
 

@@ -1,4 +1,4 @@
-#include "bootopt/pci_tables.h"
+#include "bootopt/names/pci_tables.h"
 
 #include "support/memory.h"
 

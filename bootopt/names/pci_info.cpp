@@ -1,6 +1,6 @@
 // What PCI configuration space says of the function behind a device path.
-#include "bootopt/naming.h"
-#include "bootopt/pci_tables.h"
+#include "bootopt/names/naming.h"
+#include "bootopt/names/pci_tables.h"
 #include "platform/pci_io.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

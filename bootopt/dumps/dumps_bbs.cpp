@@ -1,6 +1,6 @@
 // The dump of the CSM's BBS table.
 #include "bootopt/bbs_table.h"
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
 

@@ -1,8 +1,8 @@
 // The name of a USB mass storage device: a SCSI INQUIRY over the two transports of the class, bulk-only (USB Mass
 // Storage Class Bulk-Only Transport 1.0) and control/bulk/interrupt (CBI Transport 1.1).
 #include "bootopt/handle_path.h"
-#include "bootopt/inquiry_name.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/inquiry_name.h"
+#include "bootopt/names/naming.h"
 #include "platform/usb_io.h"
 #include "support/protocols.h"
 

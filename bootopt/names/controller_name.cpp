@@ -1,4 +1,4 @@
-#include "bootopt/controller_name.h"
+#include "bootopt/names/controller_name.h"
 
 #include "bootopt/handle_path.h"
 #include "platform/component_name.h"

@@ -1,6 +1,6 @@
-#include "bootopt/dumps.h"
+#include "bootopt/dumps/dumps.h"
 
-#include "bootopt/naming.h"
+#include "bootopt/names/naming.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

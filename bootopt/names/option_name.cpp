@@ -1,7 +1,7 @@
 // The Description of an option that the driver makes: what the boot menu shows.
-#include "bootopt/name_parts.h"
-#include "bootopt/name_writer.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/name_parts.h"
+#include "bootopt/names/name_writer.h"
+#include "bootopt/names/naming.h"
 #include "support/format.h"
 #include "support/legacy_memory.h"
 #include "support/protocols.h"

@@ -1,8 +1,8 @@
 // The name by which a device is recognised on later boots, stored in an option's device name node.
 #include "bootopt/handle_path.h"
-#include "bootopt/name_parts.h"
-#include "bootopt/name_writer.h"
-#include "bootopt/naming.h"
+#include "bootopt/names/name_parts.h"
+#include "bootopt/names/name_writer.h"
+#include "bootopt/names/naming.h"
 #include "platform/disk_info.h"
 #include "platform/usb_io.h"
 #include "support/protocols.h"

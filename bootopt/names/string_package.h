@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <span>
 
-#include "bootopt/driver_strings.h"
+#include "bootopt/names/driver_strings.h"
 #include "platform/hii_package_list.h"
 
 namespace bds {
