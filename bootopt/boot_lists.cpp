@@ -1,7 +1,5 @@
 #include "bootopt/boot_lists.h"
 
-#include <new>
-
 #include "bootopt/names/naming.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
@@ -15,29 +13,6 @@ namespace {
 
 // BBS indexes below this one are filled by the CSM itself, also for devices that no driver knows.
 constexpr UINT16 kFirstDriverBbsIndex = 25;
-
-template <typename Record>
-Record* AppendNew(LIST_HEADER<Record>& list) {
-  void* block = AllocatePool(sizeof(Record));
-  if (block == nullptr) {
-    return nullptr;
-  }
-  auto* record = ::new (block) Record{};
-  record->Previous = list.Last;
-  (list.Last != nullptr ? list.Last->Next : list.First) = record;
-  list.Last = record;
-  ++list.Count;
-  return record;
-}
-
-template <typename Record>
-void Remove(LIST_HEADER<Record>& list, Record* record) {
-  (record->Previous != nullptr ? record->Previous->Next : list.First) = record->Next;
-  (record->Next != nullptr ? record->Next->Previous : list.Last) = record->Previous;
-  --list.Count;
-  record->~Record();
-  FreePool(record);
-}
 
 PoolPtr<char> FindDeviceName(EFI_HANDLE handle) {
   PoolPtr<char> name = UsbDeviceName(handle);

@@ -4,16 +4,10 @@
 #include "bootopt/boot_option.h"
 #include "bootopt/groups.h"
 #include "bootopt/unloaded_options.h"
+#include "support/linked_list.h"
 
 namespace bds {
 
-// A doubly linked list with its records' count. Records are appended at the tail.
-template <typename Record>
-struct LIST_HEADER {
-  UINTN Count = 0;
-  Record* First = nullptr;
-  Record* Last = nullptr;
-};
 using BOOT_OPTION_LIST = LIST_HEADER<BOOT_OPTION>;
 using BOOT_DEVICE_LIST = LIST_HEADER<BOOT_DEVICE>;
 
