@@ -6,6 +6,7 @@
 #include "core/bds_entry.h"
 #include "core/oprom_policy.h"
 #include "core/state.h"
+#include "flexboot/state.h"
 #include "support/debug_print.h"
 #include "support/services.h"
 #include "support/variables.h"
@@ -26,6 +27,7 @@ void StartAllStateFresh(EFI_HANDLE imageHandle, EFI_SYSTEM_TABLE* systemTable) {
   StartFresh(gBootOptions);
   StartFresh(gPolicyEngine);
   StartFresh(gBmc);
+  StartFresh(gFlexBoot);
   InitializeServices(imageHandle, systemTable);
   InitializeDebugMask(imageHandle);
 }

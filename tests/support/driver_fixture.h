@@ -14,6 +14,7 @@
 #include "bmc/state.h"
 #include "bootopt/boot_lists.h"
 #include "core/state.h"
+#include "flexboot/state.h"
 #include "sim/firmware/image/image_service.h"
 #include "sim/firmware/machine.h"
 #include "sim/firmware/variables/runtime_services.h"
@@ -74,6 +75,7 @@ class DriverTest : public ::testing::Test {
     bds::StartFresh(bds::gBootOptions);
     bds::StartFresh(bds::gPolicyEngine);
     bds::StartFresh(bds::gBmc);
+    bds::StartFresh(bds::gFlexBoot);
     bds::InitializeServices(image, machine.SystemTable());
   }
   void TearDown() override {
