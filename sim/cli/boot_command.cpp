@@ -55,6 +55,7 @@ class BootRun {
   BootResult BootOnce();
   void Show(unsigned number, const BootResult& result) const;
   void WriteJson() const;
+  void WriteVariables() const;
   // With the JSON on standard output the texts go to standard error.
   std::FILE* Texts() const { return arguments_.json == "-" ? stderr : stdout; }
 
@@ -161,16 +162,29 @@ void BootRun::WriteJson() const {
   }
 }
 
+void BootRun::WriteVariables() const {
+  if (arguments_.variables.empty()) {
+    return;
+  }
+  EfivarsFolder folder(arguments_.variables);
+  if (!folder.Mirror(server_.Variables())) {
+    throw StateError(folder.Error());
+  }
+}
+
 int BootRun::Run() {
   for (unsigned number = 1; number <= arguments_.boots; ++number) {
     results_.push_back(BootOnce());
     Show(number, results_.back());
     if (BrokeDown(results_.back().Last().outcome.end)) {
-      WriteJson();
-      return kExitBrokeDown;
+      break;
     }
   }
   WriteJson();
+  WriteVariables();
+  if (BrokeDown(results_.back().Last().outcome.end)) {
+    return kExitBrokeDown;
+  }
   return results_.back().Started() ? kExitStarted : kExitNothing;
 }
 

@@ -60,6 +60,8 @@ void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
   command.add_option("--image", boot.image, "Run this EFI image instead of the driver linked in")->type_name("FILE");
   command.add_option("--log", boot.log, "Write the driver's debug text there")->type_name("FILE");
   command.add_option("--debug-mask", boot.debugMask, "Debug levels to print (default 0x80000046)")->type_name("N");
+  command.add_option("--variables", boot.variables, "Write all variables at the end, volatile ones too, there")
+      ->type_name("DIR");
   command.add_option("--json", boot.json, "Write the result as JSON there; - for standard output")->type_name("FILE");
   CLI::Option* execute = command.add_flag("--execute", boot.execute, "Run operating system loaders for real");
   AddStatus(command, "--loader-status", boot.loaderStatus,

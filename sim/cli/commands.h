@@ -20,10 +20,11 @@ enum ExitStatus : int {
 
 struct BootArguments {
   std::filesystem::path description;
-  std::filesystem::path state;  // empty: nothing is kept
-  std::filesystem::path image;  // empty: the driver linked in
-  std::filesystem::path log;    // empty: none
-  std::string json;             // a file, "-" for standard output, empty: none
+  std::filesystem::path state;      // empty: nothing is kept
+  std::filesystem::path image;      // empty: the driver linked in
+  std::filesystem::path log;        // empty: none
+  std::filesystem::path variables;  // folder for those at the end; empty: none
+  std::string json;                 // a file, "-" for standard output, empty: none
   std::uint64_t debugMask = 0x80000046;
   bool execute = false;
   std::optional<EFI_STATUS> loaderStatus;

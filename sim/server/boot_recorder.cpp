@@ -44,7 +44,8 @@ OptionReport ReportOption(const VariableStore& store, std::uint16_t number) {
 
 }  // namespace
 
-BootRecorder::BootRecorder(Machine& machine, const BootRequest& request) : machine_(machine), request_(request) {
+BootRecorder::BootRecorder(Machine& machine, const BootRequest& request)
+    : machine_(machine), request_(request), addresses_(machine) {
   machine_.Log().SetLineHandler([this](const std::string& line) { OnLine(line); });
 }
 
@@ -78,7 +79,8 @@ void BootRecorder::CloseStep() {
 }
 
 void BootRecorder::OnLine(const std::string& line) {
-  if (const auto step = StepName(line)) {
+  const auto step = StepName(line);
+  if (step) {
     CloseStep();
     steps_.push_back({*step, machine_.Time().Now()});
     passedBefore_ = machine_.Time().Passed();
@@ -86,10 +88,11 @@ void BootRecorder::OnLine(const std::string& line) {
       return;
     }
   }
-  log_ += line;
+  const std::string shown = step ? addresses_.ReplaceRoutine(line) : addresses_.Replace(line);
+  log_ += shown;
   log_ += '\n';
   if (request_.onLogLine) {
-    request_.onLogLine(line);
+    request_.onLogLine(shown);
   }
 }
 

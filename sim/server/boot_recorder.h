@@ -4,6 +4,7 @@
 
 #include "sim/server/machine_parts.h"
 #include "sim/server/server.h"
+#include "sim/server/virtual_addresses.h"
 
 namespace sim {
 
@@ -37,6 +38,7 @@ class BootRecorder {
 
   Machine& machine_;
   const BootRequest& request_;
+  VirtualAddresses addresses_;
   MachineParts* parts_ = nullptr;
   std::string log_;
   std::vector<StepReport> steps_;

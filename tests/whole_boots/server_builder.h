@@ -180,17 +180,6 @@ inline ServerDescription RackServer(unsigned disks, bool csm = true) {
   return server;
 }
 
-// Addresses of pool blocks in messages differ from run to run; handles and everything else do not.
-inline std::string WithoutAddresses(std::string log) {
-  for (const std::string label : {"Basepath before copy: 0x", "DevName on success: 0x"}) {
-    for (std::size_t at = log.find(label); at != std::string::npos; at = log.find(label, at + 1)) {
-      const std::size_t start = at + label.size();
-      log.erase(start, log.find('\n', start) - start);
-    }
-  }
-  return log;
-}
-
 // What no boot may show, however bad its input.
 inline void ExpectClean(const BootReport& report, const std::string& what) {
   EXPECT_NE(report.outcome.end, BootEnd::Crashed) << what << ": " << report.outcome.text;

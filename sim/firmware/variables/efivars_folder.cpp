@@ -45,13 +45,13 @@ bool EfivarsFolder::Fail(const fs::path& file, const std::string& reason) {
   return false;
 }
 
-bool EfivarsFolder::Load(VariableStore& store) {
+// The folder's files by name; it is made if need be.
+bool EfivarsFolder::List(std::vector<fs::path>& files) {
   std::error_code code;
   fs::create_directories(folder_, code);
   if (code) {
     return Fail(folder_, "cannot be made: " + code.message());
   }
-  std::vector<fs::path> files;
   for (fs::directory_iterator at(folder_, code), end; !code && at != end; at.increment(code)) {
     files.push_back(at->path());
   }
@@ -59,6 +59,15 @@ bool EfivarsFolder::Load(VariableStore& store) {
     return Fail(folder_, "cannot be read: " + code.message());
   }
   std::sort(files.begin(), files.end());
+  return true;
+}
+
+bool EfivarsFolder::Load(VariableStore& store) {
+  std::vector<fs::path> files;
+  if (!List(files)) {
+    return false;
+  }
+  std::error_code code;
   for (const fs::path& file : files) {
     if (IsLeftover(file.filename().string())) {
       fs::remove(file, code);
@@ -105,6 +114,26 @@ bool EfivarsFolder::Save(const VariableStore& store) {
   fs::create_directories(folder_, code);
   return std::all_of(store.All().begin(), store.All().end(),
                      [this](const Variable& variable) { return !variable.NonVolatile() || Write(variable); });
+}
+
+bool EfivarsFolder::Mirror(const VariableStore& store) {
+  std::vector<fs::path> files;
+  if (!List(files)) {
+    return false;
+  }
+  std::string reason;
+  for (const fs::path& file : files) {
+    if (!IsLeftover(file.filename().string()) && !ParseVariableFileName(file.filename().string(), reason)) {
+      return Fail(file, "only variables belong here: " + reason);
+    }
+  }
+  std::error_code code;
+  for (const fs::path& file : files) {
+    if (!fs::remove(file, code)) {
+      return Fail(file, "cannot be removed: " + code.message());
+    }
+  }
+  return std::ranges::all_of(store.All(), [this](const Variable& variable) { return Write(variable); });
 }
 
 bool EfivarsFolder::Write(const Variable& variable) {

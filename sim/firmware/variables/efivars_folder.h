@@ -23,6 +23,10 @@ class EfivarsFolder final : public VariableSink {
   // Writes all non-volatile variables of the store into the folder; files of others stay.
   bool Save(const VariableStore& store);
 
+  // Makes the folder hold exactly the store's variables, volatile ones too; false, changing nothing, when it holds
+  // anything else than variables.
+  bool Mirror(const VariableStore& store);
+
   // Through a temporary file and a rename, so that the folder holds the old variable or the new one at any moment.
   bool Write(const Variable& variable) override;
   bool Remove(const Variable& variable) override;
@@ -32,6 +36,7 @@ class EfivarsFolder final : public VariableSink {
   const std::vector<std::string>& Notes() const { return notes_; }
 
  private:
+  bool List(std::vector<std::filesystem::path>& files);
   bool LoadFile(const std::filesystem::path& file, VariableStore& store);
   bool Fail(const std::filesystem::path& file, const std::string& reason);
 
