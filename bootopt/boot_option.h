@@ -30,6 +30,8 @@ struct BOOT_OPTION {
   BBS_TABLE* BbsEntry = nullptr;                   // matched legacy device; belongs to the CSM
   BOOLEAN FwBootOption = FALSE;                    // it belongs to the firmware
   BOOLEAN GroupHeader = FALSE;                     // it stands for all legacy devices of one type; members follow it
+  UINT16 StoredNumber = kNoBootOptionNumber;       // the #### that it was loaded from; it may be numbered anew since
+  BOOLEAN Repeated = FALSE;                        // BootOrder listed its number before; such options go before saving
 };
 
 // One bootable device found this boot. Lives in BootDeviceList, which owns it.

@@ -42,15 +42,44 @@ bool IsAnyUsbDeviceNode(const DevicePath* node) {
          usb.DeviceProtocol == 0xFF;
 }
 
-// In table order: the exact places of UEFI devices first, then the marks that legacy devices are known by.
-constexpr DevicePathTest kDevicePathTests[] = {
-    LocateDevicePathTest, PartitionDevicePathTest,     UsbClassDevicePathTest,     BbsDevicePathTest,
-    NuvBbsDevicePathTest, NuvDeviceNameDevicePathTest, VeyraStandinDevicePathTest,
+struct TestRow {
+  DevicePathTest Test;
+  const char* Name;
 };
+
+// The exact places of UEFI devices first, then the marks that legacy devices are known by.
+constexpr TestRow kRows[] = {
+    {LocateDevicePathTest, "LocateDevicePathTest"},
+    {PartitionDevicePathTest, "PartitionDevicePathTest"},
+    {UsbClassDevicePathTest, "UsbClassDevicePathTest"},
+    {BbsDevicePathTest, "BbsDevicePathTest"},
+    {NuvBbsDevicePathTest, "NuvBbsDevicePathTest"},
+    {NuvDeviceNameDevicePathTest, "NuvDeviceNameDevicePathTest"},
+    {VeyraStandinDevicePathTest, "VeyraStandinDevicePathTest"},
+};
+static_assert(std::size(kRows) == kDevicePathTestCount);
+
+consteval auto Tests() {
+  std::array<DevicePathTest, kDevicePathTestCount> tests{};
+  for (UINTN i = 0; i < kDevicePathTestCount; ++i) {
+    tests[i] = kRows[i].Test;
+  }
+  return tests;
+}
+
+consteval auto Names() {
+  std::array<const char*, kDevicePathTestCount + 1> names{};
+  for (UINTN i = 0; i < kDevicePathTestCount; ++i) {
+    names[i] = kRows[i].Name;
+  }
+  names[kDevicePathTestCount] = "    ";
+  return names;
+}
 
 }  // namespace
 
-std::span<const DevicePathTest> DevicePathTests() { return kDevicePathTests; }
+constexpr std::array<DevicePathTest, kDevicePathTestCount> kDevicePathTests = Tests();
+constexpr std::array<const char*, kDevicePathTestCount + 1> kDevicePathTestNames = Names();
 
 bool DesignatesDevice(const DevicePath* instance, const BOOT_DEVICE& device) {
   for (const DevicePathTest test : kDevicePathTests) {

@@ -1,7 +1,7 @@
 // The tests that decide whether one device path instance designates a device of this boot.
 #pragma once
 
-#include <span>
+#include <array>
 
 #include "bootopt/boot_lists.h"
 #include "support/device_path.h"
@@ -11,8 +11,10 @@ namespace bds {
 // instance is one instance, ended by an end-of-entire-path node. A test that cannot obtain what it needs answers false.
 using DevicePathTest = bool (*)(const DevicePath* instance, const BOOT_DEVICE& device);
 
-// All tests, in the order in which they are asked.
-[[nodiscard]] std::span<const DevicePathTest> DevicePathTests();
+// All tests, in the order in which they are asked, and their names in the same order with four blanks behind them.
+inline constexpr UINTN kDevicePathTestCount = 7;
+extern const std::array<DevicePathTest, kDevicePathTestCount> kDevicePathTests;
+extern const std::array<const char*, kDevicePathTestCount + 1> kDevicePathTestNames;
 
 // True when one of the tests accepts the instance for the device.
 [[nodiscard]] bool DesignatesDevice(const DevicePath* instance, const BOOT_DEVICE& device);

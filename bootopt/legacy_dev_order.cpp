@@ -71,6 +71,11 @@ class RecordWriter {
   bool open_ = false;
 };
 
+// An orphan that could not be masked is still a legacy option, and has no entry that could be told.
+bool IsOrdered(const BOOT_OPTION& option) {
+  return IsLegacyOption(option) && option.GroupHeader == FALSE && option.BbsIndex != kNoBbsIndex;
+}
+
 // The order goes where Setup goes, so that both are seen by the same readers.
 UINT32 SetupAttributes() {
   PoolBuffer setup;
@@ -88,7 +93,7 @@ EFI_STATUS BuildLegacyDevOrder(const BOOT_OPTION_LIST& list, DisabledDevices dis
   }
   RecordWriter writer(records, disabled);
   for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
-    if (IsLegacyOption(*option) && option->GroupHeader == FALSE) {
+    if (IsOrdered(*option)) {
       writer.Add(*option);
     }
   }

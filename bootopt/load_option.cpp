@@ -66,6 +66,7 @@ class LoadOptionParser {
       return nullptr;
     }
     option->BootOptionNumber = number_;
+    option->StoredNumber = number_;
     option->Priority = priority_;
     priority_ += kOptionPriorityStep;
     ByteReader rest(view.OptionalData);
@@ -141,9 +142,8 @@ bool ViewMemberRecord(Bytes bytes, Bytes& image, UINTN& recordSize) {
   return reader.Take(length - kMemberHeaderSize, image);
 }
 
-BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, Bytes image, UINT32& priority) {
-  LoadOptionView view;
-  return ViewLoadOption(image, view) ? LoadOptionParser(list, number, priority).Parse(view, 0) : nullptr;
+BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, const LoadOptionView& view, UINT32& priority) {
+  return LoadOptionParser(list, number, priority).Parse(view, 0);
 }
 
 }  // namespace bds

@@ -37,10 +37,10 @@ inline constexpr UINT32 kMaxGroupDepth = 4;
 // Loaded options stand this far apart, so that new ones find room between them.
 inline constexpr UINT32 kOptionPriorityStep = 256;
 
-// Creates the option (and, for a group header, its members behind it) from a well-formed image. priority is the
-// counter for the next option; it grows by kOptionPriorityStep for each. A member record that lies or holds a
-// malformed image ends the members: from it on the bytes are the header's optional data. Null when the image is
-// malformed or the pool is exhausted; then no option was made of it.
-BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, Bytes image, UINT32& priority);
+// Creates the option (and, for a group header, its members behind it) from the view of a well-formed image. priority is
+// the counter for the next option; it grows by kOptionPriorityStep for each. A member record that lies or holds a
+// malformed image ends the members: from it on the bytes are the header's optional data. Null when the pool is
+// exhausted; then no option was made of it.
+BOOT_OPTION* ParseLoadOption(BOOT_OPTION_LIST& list, UINT16 number, const LoadOptionView& view, UINT32& priority);
 
 }  // namespace bds

@@ -23,15 +23,6 @@ UINTN MemberRecordSize(const BOOT_OPTION& member) {
   return kMemberHeaderSize + BareSize(member) + sizeof(OptionMarker);
 }
 
-UINTN ImageSize(const BOOT_OPTION& option) {
-  UINTN size = BareSize(option) + (option.FwBootOption != FALSE ? sizeof(OptionMarker) : 0);
-  for (const BOOT_OPTION* member = NextMember(option, option); member != nullptr;
-       member = NextMember(option, *member)) {
-    size += MemberRecordSize(*member);
-  }
-  return size;
-}
-
 // Up to the end of the paths.
 void WriteFront(ByteWriter& writer, const BOOT_OPTION& option) {
   constexpr CHAR16 kNoDescription[] = u"";
@@ -72,21 +63,23 @@ BOOT_OPTION* NextMember(const BOOT_OPTION& header, const BOOT_OPTION& previous) 
   return member ? candidate : nullptr;
 }
 
-PoolBuffer BuildLoadOptionImage(const BOOT_OPTION& option) {
-  PoolBuffer image;
-  const UINTN size = ImageSize(option);
-  image.Data = AllocateArray<std::byte>(size);
-  if (!image.Data) {
-    return image;
+UINTN LoadOptionImageSize(const BOOT_OPTION& option) {
+  UINTN size = BareSize(option) + (option.FwBootOption != FALSE ? sizeof(OptionMarker) : 0);
+  for (const BOOT_OPTION* member = NextMember(option, option); member != nullptr;
+       member = NextMember(option, *member)) {
+    size += MemberRecordSize(*member);
   }
-  image.Size = size;
-  ByteWriter writer({image.Data.get(), size});
+  return size;
+}
+
+Bytes WriteLoadOptionImage(const BOOT_OPTION& option, std::span<std::byte> room) {
+  ByteWriter writer(room);
   WriteFront(writer, option);
   if (option.FwBootOption != FALSE) {
     WriteFirmwareRecords(writer, option);
   }
   writer.WriteBytes(option.OptionalData.get(), OptionalDataSize(option));
-  return image;
+  return room.first(writer.Position());
 }
 
 bool IsSameLoadOption(Bytes a, Bytes b) {

@@ -13,8 +13,10 @@ namespace bds {
 // the last one.
 [[nodiscard]] BOOT_OPTION* NextMember(const BOOT_OPTION& header, const BOOT_OPTION& previous);
 
-// The image with the driver's marker and member records. image.Data is null when the pool is exhausted.
-[[nodiscard]] PoolBuffer BuildLoadOptionImage(const BOOT_OPTION& option);
+// Bytes of the image with the driver's marker and member records.
+[[nodiscard]] UINTN LoadOptionImageSize(const BOOT_OPTION& option);
+// Writes the image to the front of the room, which is large enough, and returns it.
+[[nodiscard]] Bytes WriteLoadOptionImage(const BOOT_OPTION& option, std::span<std::byte> room);
 
 // True when both images are of one option: the same name, paths and data. Attributes and the orphan mask, which change
 // from boot to boot, do not count.

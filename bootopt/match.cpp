@@ -1,5 +1,8 @@
 // Decides which option stands for which device of this boot. A device that an option claimed leaves the device list;
 // what stays there is new.
+//
+// The texts printed here are fixed, for those who read logs by them. Some speak of an instance that is freed, or is
+// null: they mean that it was accepted, refused, or the last one. "BSSIndex" is the BBS index.
 #include "bootopt/device_path_tests.h"
 #include "bootopt/dumps/device_list_report.h"
 #include "bootopt/dumps/dumps.h"
@@ -35,10 +38,10 @@ bool VetoesAllow(const BOOT_OPTION& option, const BOOT_DEVICE& device) {
 }
 
 // True when every instance of the path designates the device.
-bool EveryInstanceDesignates(const DevicePath* path, const BOOT_DEVICE& device) {
+bool EveryInstanceDesignates(Bytes path, const BOOT_DEVICE& device) {
   bool accepted = true;
-  for (const DevicePath* remaining = path; remaining != nullptr && accepted;) {
-    const PoolPtr<DevicePath> instance = CopyNextInstance(remaining);
+  while (!path.empty() && accepted) {
+    const PoolPtr<DevicePath> instance = CopyNextInstance(path);
     accepted = instance && DesignatesDevice(instance.get(), device);
     if (accepted) {
       DebugPrint("%a:Freeing DpInstance\n", kMatch);
@@ -54,8 +57,8 @@ bool PathsDesignate(const BOOT_OPTION& option, const BOOT_DEVICE& device) {
   Bytes rest{reinterpret_cast<const std::byte*>(option.FilePathList.get()),
              option.FilePathList ? option.FilePathListLength : 0};
   while (!rest.empty()) {
-    const UINTN size = DevicePathSize(rest);
-    if (size == 0 || !EveryInstanceDesignates(reinterpret_cast<const DevicePath*>(rest.data()), device)) {
+    const UINTN size = DevicePathSize(rest, NodeTypes::Any);
+    if (size == 0 || !EveryInstanceDesignates(rest.first(size), device)) {
       return false;
     }
     if (option.FwBootOption == FALSE) {
@@ -141,9 +144,15 @@ void MatchBootOptionsToDevices() {
     ++deviceNumber;
     DebugPrint("----------------------------------------\n");
     DebugPrint("\n%a:Device %d match Starts\n", kMatch, deviceNumber);
-    if (MatchDevice(*device, deviceNumber)) {
+    const PoolWatch watch;
+    const bool matched = MatchDevice(*device, deviceNumber);
+    if (matched) {
       DebugPrint("%a:Matched so deleting (0x%x)Device#%d BBSIndex:%d from BootDeviceList\n", kMatch,
                  device->DeviceHandle, deviceNumber, device->BbsIndex);
+    }
+    // For want of memory an option may have refused its own device: it is neither made again nor deleted on this boot.
+    gBootOptions.OrphansUncertain = gBootOptions.OrphansUncertain || watch.Exhausted();
+    if (matched || watch.Exhausted()) {
       DeleteBootDevice(BootDeviceList, device);
     }
     device = next;

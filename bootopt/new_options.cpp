@@ -20,32 +20,48 @@ void PrintDevicePath(EFI_HANDLE handle) {
   }
 }
 
-void BuildFirmwareOption(BOOT_OPTION& option) {
+// False when memory ran out on the way. A name may be missing then, or a path: known by fewer paths, the option would
+// match its device ever after, and no whole one be made.
+bool BuildFirmwareOption(BOOT_OPTION& option) {
+  const PoolWatch watch;
   option.FwBootOption = TRUE;
   BuildBootOptionName(option);
   if (!BuildFilePathList(option)) {
     option.FilePathList.reset();
     option.FilePathListLength = 0;
   }
+  return !watch.Exhausted();
+}
+
+void MakeOptionFor(BOOT_DEVICE* device) {
+  BOOT_OPTION* option = CreateBootOption(BootOptionList);
+  if (option == nullptr) {
+    DeleteBootDevice(BootDeviceList, device);
+    return;
+  }
+  if (device->DeviceHandle != nullptr) {
+    PrintDevicePath(device->DeviceHandle);
+  }
+  UpdateBootOptionWithBootDeviceInfo(*option, *device);
+  DebugPrint("%a:Deleting (0x%x)Device BBSIndex:%d from BootDeviceList (because we are done with it)\n", kCreate,
+             device->DeviceHandle, device->BbsIndex);
+  DeleteBootDevice(BootDeviceList, device);
+  if (!BuildFirmwareOption(*option)) {
+    DebugPrint("%a:No memory for the whole option, the next boot makes it\n", kCreate);
+    DeleteBootOption(BootOptionList, option);
+  }
 }
 
 }  // namespace
 
 void CreateBootOptionsForNewBootDevices() {
-  while (BootDeviceList.First != nullptr) {
-    BOOT_DEVICE* device = BootDeviceList.First;
-    BOOT_OPTION* option = CreateBootOption(BootOptionList);
-    if (option == nullptr) {
-      break;
+  if (!EveryOptionWasLoaded()) {
+    // The option of a device that none claimed may be the one that was not loaded, and would be there twice.
+    DebugPrint("%a:Not every option was loaded, no new one is made\n", kCreate);
+  } else {
+    while (BootDeviceList.First != nullptr) {
+      MakeOptionFor(BootDeviceList.First);
     }
-    if (device->DeviceHandle != nullptr) {
-      PrintDevicePath(device->DeviceHandle);
-    }
-    UpdateBootOptionWithBootDeviceInfo(*option, *device);
-    DebugPrint("%a:Deleting (0x%x)Device BBSIndex:%d from BootDeviceList (because we are done with it)\n", kCreate,
-               device->DeviceHandle, device->BbsIndex);
-    DeleteBootDevice(BootDeviceList, device);
-    BuildFirmwareOption(*option);
   }
   DumpBootOptionList(BootOptionList, "Before Processing");
 }

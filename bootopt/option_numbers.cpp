@@ -1,31 +1,12 @@
 #include "bootopt/option_numbers.h"
 
 #include "bootopt/load_option.h"
-#include "bootopt/orphan_mask.h"
-#include "support/text.h"
 #include "support/variables.h"
 
 namespace bds {
 namespace {
 
 constexpr UINT32 kFirstNumber = 1;
-
-bool SameBytes(Bytes bytes, const void* other, UINTN size) {
-  return bytes.size() == size && EqualMemory(bytes.data(), other, size);
-}
-
-// Attributes and the orphan mask, which change from boot to boot, do not count.
-bool IsImageOf(const LoadOptionView& view, const BOOT_OPTION& option) {
-  if (!option.Description || !option.FilePathList) {
-    return false;
-  }
-  const Bytes path =
-      BehindOrphanMask({reinterpret_cast<const std::byte*>(option.FilePathList.get()), option.FilePathListLength});
-  return SameBytes(view.Description, option.Description.get(),
-                   (TextLength(option.Description.get()) + 1) * sizeof(CHAR16)) &&
-         SameBytes(BehindOrphanMask(view.FilePathList), path.data(), path.size()) &&
-         SameBytes(view.OptionalData, option.OptionalData.get(), option.OptionalDataSize);
-}
 
 bool IsFirmwareImage(const LoadOptionView& view) {
   ByteReader data(view.OptionalData);
@@ -58,18 +39,20 @@ bool OptionNumberAllocator::IsFree(UINT16 number) const {
          !IsUnloadedOption(number) && MayOverwrite(number);
 }
 
-// A variable may go when the firmware made it, or when its option is in the list: numbered anew, that option is saved
-// in another place. Any other belongs to somebody whose option was not loaded.
+// A variable may go when an option of the list was loaded from it, which is then saved in another place, or when the
+// firmware made it for an option that no order lists any more. Any other belongs to somebody else, be it the twin of a
+// listed one, or was not loaded.
 bool OptionNumberAllocator::MayOverwrite(UINT16 number) const {
+  if (AnyOption(list_, [number](const BOOT_OPTION& option) { return option.StoredNumber == number; })) {
+    return true;
+  }
   PoolBuffer image;
   const EFI_STATUS status = ReadVariable(BootVariableName(number), gEfiGlobalVariableGuid, image);
   if (EFI_ERROR(status)) {
     return status == EFI_NOT_FOUND;
   }
   LoadOptionView view;
-  return ViewLoadOption(image.Bytes(), view) &&
-         (IsFirmwareImage(view) ||
-          AnyOption(list_, [&view](const BOOT_OPTION& option) { return IsImageOf(view, option); }));
+  return EveryUnloadedOptionIsKnown() && ViewLoadOption(image.Bytes(), view) && IsFirmwareImage(view);
 }
 
 UINT16 OptionNumberAllocator::Next() {

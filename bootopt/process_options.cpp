@@ -8,26 +8,46 @@ namespace bds {
 namespace {
 
 constexpr UINTN kDeleteWithVariable = 1;
+constexpr char kPreProcess[] = "PreProcessBootOptions";
 
 // A header has its members right behind it, under the same tag.
 bool HasMembers(const BOOT_OPTION& header) {
   return header.Next != nullptr && header.Tag != kUnassigned && header.Next->Tag == header.Tag;
 }
 
+// A number counts once: kept, the second record of a firmware option would be saved as the first one's member.
+void DropRepeatedOptions() {
+  for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
+    BOOT_OPTION* next = option->Next;
+    if (option->Repeated != FALSE) {
+      DeleteBootOption(BootOptionList, option);
+    }
+    option = next;
+  }
+}
+
+void ProcessOrphan(BOOT_OPTION* orphan) {
+  if (orphan->FwBootOption == FALSE) {
+    DebugPrint("%a:Keeping a non FwBootOption type Orphan:%a\n", kPreProcess, orphan->Description.get());
+    return;
+  }
+  if (gBootOptions.OrphansUncertain) {
+    DebugPrint("%a:Keeping a FwBootOption whose device may be there:%a\n", kPreProcess, orphan->Description.get());
+    return;
+  }
+  DebugPrint("%a:Deleting a FwBootOption type Orphan:%a\n", kPreProcess, orphan->Description.get());
+  DeleteBootOptionAndVariable(BootOptionList, orphan, kDeleteWithVariable);
+}
+
 }  // namespace
 
 void PreProcessBootOptions() {
   DumpBootOptionList(BootOptionList, "Before Processing");
+  DropRepeatedOptions();
   for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
     BOOT_OPTION* next = option->Next;
     if (IsOrphan(*option)) {
-      if (option->FwBootOption != FALSE) {
-        DebugPrint("%a:Deleting a FwBootOption type Orphan:%a\n", "PreProcessBootOptions", option->Description.get());
-        DeleteBootOptionAndVariable(BootOptionList, option, kDeleteWithVariable);
-      } else {
-        DebugPrint("%a:Keeping a non FwBootOption type Orphan:%a\n", "PreProcessBootOptions",
-                   option->Description.get());
-      }
+      ProcessOrphan(option);
     }
     option = next;
   }

@@ -1,6 +1,8 @@
 // Writes every numbered option back as Boot####, and BootOrder behind them. Consumes the options it saves.
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/load_option_image.h"
+#include "bootopt/orphan_mask.h"
+#include "bootopt/saved_order.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
@@ -8,128 +10,110 @@
 namespace bds {
 namespace {
 
-bool IsSaved(const BOOT_OPTION& option) {
-  return HasSavablePath(option) && option.BootOptionNumber != kNoBootOptionNumber;
+constexpr char kSave[] = "SaveBootOptions";
+
+// Room for the image being written and for the one that the store holds, got before anything is written: memory that
+// runs out in between would leave an order of options that are not there.
+struct ImageRooms {
+  PoolBuffer Image;
+  PoolBuffer Stored;
+
+  [[nodiscard]] bool Allocate(UINTN size) {
+    Image.Data = AllocateArray<std::byte>(size);
+    Stored.Data = AllocateArray<std::byte>(size);
+    Image.Size = Stored.Size = size;
+    return Image.Data && Stored.Data;
+  }
+};
+
+UINTN LargestImageSize() {
+  UINTN largest = 0;
+  for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+    const UINTN size = IsSaved(*option) ? LoadOptionImageSize(*option) : 0;
+    largest = size > largest ? size : largest;
+  }
+  return largest + kOrphanMaskSize;  // the stored image may have its mask still
 }
 
-// A full store refuses the write, but may hold the option already, at worst with the attributes and mask of an
-// earlier boot. Such an option must not drop out of the order; nor may one of which nothing can be said.
-bool StoreHolds(const CHAR16* name, Bytes image) {
-  PoolBuffer stored;
-  const EFI_STATUS status = ReadVariable(name, gEfiGlobalVariableGuid, stored);
-  return EFI_ERROR(status) ? status != EFI_NOT_FOUND : IsSameLoadOption(stored.Bytes(), image);
+// The option's image; its members, which are in it, leave the list.
+Bytes TakeImage(BOOT_OPTION& option, ImageRooms& rooms) {
+  const Bytes image = WriteLoadOptionImage(option, {rooms.Image.Data.get(), rooms.Image.Size});
+  while (BOOT_OPTION* member = NextMember(option, option)) {
+    DeleteBootOption(BootOptionList, member);
+  }
+  return image;
+}
+
+// Whether the variable stands for the option although the store refused to write it. A full store may hold the option
+// already, at worst with the attributes and mask of an earlier boot; such an option must not drop out of the order. One
+// that was loaded from this very number is there; numbered anew, it is there only if what is stored is the same.
+bool StoreHolds(const BOOT_OPTION& option, Bytes image, ImageRooms& rooms) {
+  if (option.StoredNumber == option.BootOptionNumber) {
+    return true;
+  }
+  const std::span<std::byte> room{rooms.Stored.Data.get(), rooms.Stored.Size};
+  UINTN size = 0;
+  const EFI_STATUS status =
+      ReadVariableInto(BootVariableName(option.BootOptionNumber), gEfiGlobalVariableGuid, room, size);
+  return !EFI_ERROR(status) && IsSameLoadOption(room.first(size), image);
 }
 
 // True when the variable now stands for the option.
-bool SaveOption(const BOOT_OPTION& option) {
+bool SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
   const NumberedName name = BootVariableName(option.BootOptionNumber);
-  const PoolBuffer image = BuildLoadOptionImage(option);
-  if (!image.Data) {
-    DebugPrint("%a:No memory for Boot%04X\n", "SaveBootOptions", option.BootOptionNumber);
-    return VariableExists(name, gEfiGlobalVariableGuid);  // as it was stored before
-  }
-  const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, image.Bytes());
-  DebugPrint("Setting Boot option#%04x with size %x\n", option.BootOptionNumber, image.Size);
+  const Bytes image = TakeImage(option, rooms);
+  const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, image);
+  DebugPrint("Setting Boot option#%04x with size %x\n", option.BootOptionNumber, image.size());
   DebugPrint("Description: %S\n", option.Description.get());
   if (!EFI_ERROR(status)) {
     return true;
   }
-  DebugPrint("%a:Writing Boot%04X failed:%r\n", "SaveBootOptions", option.BootOptionNumber, status);
-  return StoreHolds(name, image.Bytes());
+  DebugPrint("%a:Writing Boot%04X failed:%r\n", kSave, option.BootOptionNumber, status);
+  return StoreHolds(option, image, rooms);
 }
 
-// Removes the option with its members; returns the option behind them.
-BOOT_OPTION* DeleteWithMembers(BOOT_OPTION* option) {
-  while (BOOT_OPTION* member = NextMember(*option, *option)) {
-    DeleteBootOption(BootOptionList, member);
-  }
-  BOOT_OPTION* next = option->Next;
-  DeleteBootOption(BootOptionList, option);
-  return next;
-}
-
-// BootOrder as it is put together: what is saved, and between it what could not be loaded.
-class OrderBuilder {
- public:
-  // The array has room for the whole list and all that was not loaded.
-  explicit OrderBuilder(UINT16* numbers) : numbers_(numbers) {}
-
-  void Add(UINT16 number) {
-    // A number that was not loaded may have been given to a new option before it was known, or be listed twice.
-    if (!IsUnloadedOption(number) || !Contains(number)) {
-      numbers_[count_++] = number;
-    }
-  }
-  void AddUnloadedUpTo(UINT32 priority) {
-    const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
-    for (; next_ < unloaded.Count && unloaded.Entries[next_].Priority <= priority; ++next_) {
-      Add(unloaded.Entries[next_].Number);
-    }
-  }
-  Bytes Result() const { return {reinterpret_cast<const std::byte*>(numbers_), count_ * sizeof(UINT16)}; }
-
- private:
-  bool Contains(UINT16 number) const {
-    for (UINTN i = 0; i < count_; ++i) {
-      if (numbers_[i] == number) {
-        return true;
-      }
-    }
-    return false;
-  }
-
-  UINT16* numbers_;
-  UINTN count_ = 0;
-  UINTN next_ = 0;  // entry of what was not loaded
-};
-
-struct SaveCounts {
-  UINTN Tried = 0;
-  UINTN Saved = 0;
-};
-
-SaveCounts SaveAll(OrderBuilder& order) {
-  SaveCounts counts;
+// Writes the options and takes those that the store does not hold out of the order. False when it holds none.
+bool SaveOptions(SavedOrder& order, ImageRooms& rooms) {
+  bool tried = false;
+  bool saved = false;
   for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
     if (!IsSaved(*option)) {
       option = option->Next;
       continue;
     }
-    ++counts.Tried;
-    order.AddUnloadedUpTo(option->Priority);
-    if (SaveOption(*option)) {
-      order.Add(option->BootOptionNumber);
-      ++counts.Saved;
+    tried = true;
+    if (SaveOption(*option, rooms)) {
+      saved = true;
+    } else {
+      order.Drop(option->BootOptionNumber);
     }
-    option = DeleteWithMembers(option);
+    BOOT_OPTION* next = option->Next;
+    DeleteBootOption(BootOptionList, option);
+    option = next;
   }
-  order.AddUnloadedUpTo(kUnassigned);
-  return counts;
+  return saved || !tried;
 }
 
 void SaveListAndOrder() {
-  const EFI_STATUS readStatus = ReloadUnreadOrder();
-  if (EFI_ERROR(readStatus)) {
-    // An order of this boot's options alone would throw away the others.
-    DebugPrint("%a:BootOrder cannot be read, nothing is saved:%r\n", "SaveBootOptions", readStatus);
+  SavedOrder order;
+  if (const EFI_STATUS status = order.Build(BootOptionList); EFI_ERROR(status)) {
+    DebugPrint("%a:BootOrder cannot be told, nothing is saved:%r\n", kSave, status);
     return;
   }
-  const auto numbers = AllocateArray<UINT16>(BootOptionList.Count + gBootOptions.Unloaded.Count);
-  if (!numbers) {
-    DebugPrint("%a:No memory for the boot order\n", "SaveBootOptions");
+  ImageRooms rooms;
+  if (!rooms.Allocate(LargestImageSize())) {
+    DebugPrint("%a:No memory for the options, nothing is saved\n", kSave);
     return;
   }
-  OrderBuilder order(numbers.get());
-  const SaveCounts counts = SaveAll(order);
-  if (counts.Tried != 0 && counts.Saved == 0) {
+  if (!SaveOptions(order, rooms)) {
     // The store takes nothing: an empty order would throw away the one that it still holds.
-    DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", "SaveBootOptions");
+    DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", kSave);
     return;
   }
   const EFI_STATUS status =
-      WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, order.Result());
-  if (EFI_ERROR(status) && !order.Result().empty()) {
-    DebugPrint("%a:Writing BootOrder failed:%r\n", "SaveBootOptions", status);
+      WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, order.Content());
+  if (EFI_ERROR(status) && !order.Content().empty()) {
+    DebugPrint("%a:Writing BootOrder failed:%r\n", kSave, status);
   }
 }
 

@@ -5,16 +5,59 @@
 #include "support/variables.h"
 
 namespace bds {
+namespace {
 
-EFI_STATUS PrepareUnloadedOptions(UINTN count) {
-  ForgetUnloadedOptions();
-  gBootOptions.Unloaded.Entries = AllocateArray<UNLOADED_OPTION>(count);
-  return gBootOptions.Unloaded.Entries ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+constexpr UINTN kFirstCapacity = 16;
+
+bool Grow(UNLOADED_OPTIONS& unloaded) {
+  const UINTN capacity = unloaded.Capacity == 0 ? kFirstCapacity : unloaded.Capacity * 2;
+  auto larger = AllocateArray<UNLOADED_OPTION>(capacity);
+  if (!larger) {
+    return false;
+  }
+  CopyMemory(larger.get(), unloaded.Entries.get(), unloaded.Count * sizeof(UNLOADED_OPTION));
+  unloaded.Entries = std::move(larger);
+  unloaded.Capacity = capacity;
+  return true;
 }
 
-void AddUnloadedOption(UINT16 number, UINT32 priority) {
-  gBootOptions.Unloaded.Entries[gBootOptions.Unloaded.Count++] = {number, priority};
+// The option that was loaded under this number; null when it was not loaded, or was deleted since.
+const BOOT_OPTION* OptionLoadedAs(UINT16 number) {
+  const BOOT_OPTION* option = BootOptionList.First;
+  while (option != nullptr && option->StoredNumber != number) {
+    option = option->Next;
+  }
+  return option;
 }
+
+void RecordWhatIsNotListed(Bytes order) {
+  UINT32 place = 0;
+  ByteReader numbers(order);
+  for (UINT16 number = 0; numbers.Read(number);) {
+    if (const BOOT_OPTION* option = OptionLoadedAs(number); option != nullptr) {
+      place = option->Priority + 1;
+    } else {
+      RecordUnloadedOption(number, place);
+    }
+  }
+}
+
+}  // namespace
+
+void RecordUnloadedOption(UINT16 number, UINT32 priority) {
+  UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
+  if (unloaded.Count == unloaded.Capacity && !Grow(unloaded)) {
+    unloaded.State = UnloadedState::CannotRecord;
+    return;
+  }
+  unloaded.Entries[unloaded.Count++] = {number, priority};
+}
+
+void RecordUnreadOrder() { gBootOptions.Unloaded.State = UnloadedState::OrderUnread; }
+
+bool EveryOptionWasLoaded() { return EveryUnloadedOptionIsKnown() && gBootOptions.Unloaded.Count == 0; }
+
+bool EveryUnloadedOptionIsKnown() { return gBootOptions.Unloaded.State == UnloadedState::Recorded; }
 
 bool IsUnloadedOption(UINT16 number) {
   const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
@@ -26,30 +69,25 @@ bool IsUnloadedOption(UINT16 number) {
   return false;
 }
 
-EFI_STATUS ReloadUnreadOrder() {
-  if (!gBootOptions.Unloaded.OrderUnread) {
+EFI_STATUS CompleteUnloadedOptions() {
+  if (EveryUnloadedOptionIsKnown()) {
     return EFI_SUCCESS;
   }
   PoolBuffer order;
-  EFI_STATUS status = ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order);
-  if (EFI_ERROR(status)) {
-    return status == EFI_NOT_FOUND ? EFI_SUCCESS : status;
-  }
-  status = PrepareUnloadedOptions(order.Size / sizeof(UINT16));
-  if (EFI_ERROR(status)) {
+  const EFI_STATUS status = ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order);
+  if (EFI_ERROR(status) && status != EFI_NOT_FOUND) {
     return status;
   }
-  ByteReader numbers(order.Bytes());
-  for (UINT16 number = 0; numbers.Read(number);) {
-    AddUnloadedOption(number, 0);
-  }
-  return EFI_SUCCESS;
+  ForgetUnloadedOptions();
+  RecordWhatIsNotListed(order.Bytes());
+  return EveryUnloadedOptionIsKnown() ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
 
 void ForgetUnloadedOptions() {
   gBootOptions.Unloaded.Entries.reset();
   gBootOptions.Unloaded.Count = 0;
-  gBootOptions.Unloaded.OrderUnread = false;
+  gBootOptions.Unloaded.Capacity = 0;
+  gBootOptions.Unloaded.State = UnloadedState::Recorded;
 }
 
 }  // namespace bds

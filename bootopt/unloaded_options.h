@@ -12,21 +12,33 @@ struct UNLOADED_OPTION {
   UINT32 Priority;  // what the option would have had: it stands before the first option whose priority is not smaller
 };
 
-struct UNLOADED_OPTIONS {
-  KeptPtr<UNLOADED_OPTION> Entries;  // room for the whole order; made by loading, freed by saving
-  UINTN Count = 0;                   // entries used, priorities ascending
-  bool OrderUnread = false;          // BootOrder may exist but could not be read: nothing of it was loaded
+enum class UnloadedState : UINT8 {
+  Recorded,      // Entries hold every number that was not loaded
+  OrderUnread,   // BootOrder may exist but could not be read: nothing of it was loaded
+  CannotRecord,  // memory ran out: more numbers than Entries holds were not loaded
 };
 
-// Makes room for count entries. EFI_OUT_OF_RESOURCES when the pool is exhausted.
-[[nodiscard]] EFI_STATUS PrepareUnloadedOptions(UINTN count);
-// Adds an entry; there is room for it.
-void AddUnloadedOption(UINT16 number, UINT32 priority);
+struct UNLOADED_OPTIONS {
+  KeptPtr<UNLOADED_OPTION> Entries;  // grown by loading, freed by saving
+  UINTN Count = 0;                   // entries used, in the order of BootOrder
+  UINTN Capacity = 0;                // entries that there is room for
+  UnloadedState State = UnloadedState::Recorded;
+};
+
+// Adds an entry; without memory for it the state tells.
+void RecordUnloadedOption(UINT16 number, UINT32 priority);
+void RecordUnreadOrder();
+
+// True when every number of BootOrder that has a variable became an option.
+[[nodiscard]] bool EveryOptionWasLoaded();
+// True when the entries hold every number that was not loaded.
+[[nodiscard]] bool EveryUnloadedOptionIsKnown();
+// True when the number is one of the entries.
 [[nodiscard]] bool IsUnloadedOption(UINT16 number);
 
-// After OrderUnread: reads BootOrder again, and each of its numbers becomes an entry in front of all options. The
-// status of the read; EFI_SUCCESS when the order was loaded, or when there is none after all.
-[[nodiscard]] EFI_STATUS ReloadUnreadOrder();
+// Where the ledger is not complete, reads BootOrder again and makes an entry of each number that no listed option was
+// loaded from. The status of the read, EFI_OUT_OF_RESOURCES without memory; EFI_SUCCESS when the ledger is complete.
+[[nodiscard]] EFI_STATUS CompleteUnloadedOptions();
 
 // Frees the entries.
 void ForgetUnloadedOptions();

@@ -44,10 +44,16 @@ enum class PathStop : UINT8 {
   TooLong,         // more than 64 KiB
 };
 
+// Which node types a walk accepts. For a path whose size nobody tells, an unknown type is the sign that it is none;
+// within known bytes a path may hold nodes of types that come later than this driver.
+enum class NodeTypes : UINT8 { Standard, Any };
+
 // Visits the nodes of one device path (all instances) without ever leaving the bytes it was given.
 class DevicePathWalker {
  public:
-  explicit DevicePathWalker(Bytes bytes) : bytes_(bytes) { Examine(); }
+  explicit DevicePathWalker(Bytes bytes, NodeTypes types = NodeTypes::Standard) : bytes_(bytes), types_(types) {
+    Examine();
+  }
   // For a path in memory whose size nobody tells: bounded by 64 KiB.
   explicit DevicePathWalker(const DevicePath* path)
       : DevicePathWalker(path == nullptr ? Bytes{}
@@ -67,6 +73,7 @@ class DevicePathWalker {
   void Examine();
 
   Bytes bytes_;
+  NodeTypes types_;
   UINTN offset_ = 0;
   PathStop stop_ = PathStop::None;
 };
@@ -74,7 +81,7 @@ class DevicePathWalker {
 // Size in bytes up to and including the first end-of-entire-path node; 0 when the path is null or broken.
 [[nodiscard]] UINTN DevicePathSize(const DevicePath* path);
 // The same for a path that may use no more than these bytes.
-[[nodiscard]] UINTN DevicePathSize(Bytes bytes);
+[[nodiscard]] UINTN DevicePathSize(Bytes bytes, NodeTypes types = NodeTypes::Standard);
 
 // The last node before the final end node; null for an empty or broken path.
 [[nodiscard]] const DevicePath* LastNode(const DevicePath* path);
@@ -87,6 +94,8 @@ class DevicePathWalker {
 // remaining moves to the next instance, or becomes null behind the last. Null when remaining is null, broken, or
 // the pool is exhausted.
 [[nodiscard]] PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining);
+// The same off the front of bytes that hold a path, nodes of any type included; rest is empty behind the last instance.
+[[nodiscard]] PoolPtr<DevicePath> CopyNextInstance(Bytes& rest);
 
 // A pool copy of the whole path; null when it is broken or the pool is exhausted.
 [[nodiscard]] PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path);

@@ -8,9 +8,19 @@ namespace bds {
 void* AllocatePool(UINTN size) {
   void* block = nullptr;
   if (EFI_ERROR(BootServices()->AllocatePool(EfiBootServicesData, size, &block))) {
+    ++gServices.FailedAllocations;
     return nullptr;
   }
   return block;
+}
+
+PoolWatch::PoolWatch() : before_(gServices.FailedAllocations) {}
+
+bool PoolWatch::Exhausted() const { return gServices.FailedAllocations != before_; }
+
+EFI_STATUS WatchedStatus(EFI_STATUS status) {
+  gServices.FailedAllocations += status == EFI_OUT_OF_RESOURCES ? 1 : 0;
+  return status;
 }
 
 void* AllocateZeroPool(UINTN size) {

@@ -19,6 +19,19 @@ namespace bds {
 // Gives a block back; null is allowed.
 void FreePool(void* block);
 
+// Tells whether pool memory ran out since the watch was made, wherever in the driver: what was made meanwhile may lack
+// a part that a reader with enough memory would have found.
+class PoolWatch {
+ public:
+  PoolWatch();
+  [[nodiscard]] bool Exhausted() const;
+
+ private:
+  UINTN before_;
+};
+// Passes on the status of a service that allocates for its caller: its EFI_OUT_OF_RESOURCES counts as well.
+EFI_STATUS WatchedStatus(EFI_STATUS status);
+
 // Move-only owner of one pool block that holds plain data (a record, a string, a device path, an array).
 template <typename T>
 class PoolPtr {

@@ -13,7 +13,7 @@ class GrowingText final : public TextSink {
     if (length_ + 1 >= capacity_ && !Grow()) {
       return;
     }
-    text_[length_++] = static_cast<char>(character & 0xFF);
+    text_[length_++] = character <= 0xFF ? static_cast<char>(character) : '?';
     text_[length_] = 0;
   }
   template <typename... Args>

@@ -12,18 +12,14 @@ namespace {
 
 using IdentityBuilder = UINTN (*)(const BOOT_OPTION& option, std::span<CHAR16> buffer);
 
-// The serial number field as it stands, so that the name matches the ones already stored: byte pairs are not swapped
-// and blanks stay.
+// The whole serial number field as it stands: byte pairs are not swapped, blanks and NULs stay. So every disk that can
+// be identified has an identity, and never falls back on its BBS description, which is rewritten when an option is made
+// and fresh at the next boot.
 UINTN AtaSerial(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
   NameWriter name(buffer);
   const PoolPtr<UINT8> identify = ReadIdentifyData(WholeDiskHandle(option.DeviceHandle));
   if (identify) {
-    const auto* serial = reinterpret_cast<const char*>(identify.get() + kSerialOffset);
-    UINTN length = 0;
-    while (length < kSerialLength && serial[length] != 0) {
-      ++length;
-    }
-    name.Append(std::span(serial, length));
+    name.Append(std::span(reinterpret_cast<const char*>(identify.get() + kSerialOffset), kSerialLength));
   }
   return name.Length();
 }
@@ -39,7 +35,8 @@ UINTN UsbSerial(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
     return 0;
   }
   PoolPtr<CHAR16> serial;
-  if (!EFI_ERROR(usb->UsbGetStringDescriptor(usb, kUnitedStatesEnglish, device.StrSerialNumber, serial.put())) &&
+  if (!EFI_ERROR(WatchedStatus(
+          usb->UsbGetStringDescriptor(usb, kUnitedStatesEnglish, device.StrSerialNumber, serial.put()))) &&
       serial) {
     name.Append(serial.get());
   }

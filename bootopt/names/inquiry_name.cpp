@@ -1,5 +1,7 @@
 #include "bootopt/names/inquiry_name.h"
 
+#include <span>
+
 #include "bootopt/names/growing_text.h"
 #include "support/text.h"
 
@@ -12,29 +14,30 @@ struct InquiryField {
 };
 constexpr InquiryField kFields[] = {{8, 8}, {16, 16}, {32, 4}};  // vendor, product, revision
 
-void PutField(GrowingText& name, const UINT8* answer, InquiryField field) {
-  const auto* text = reinterpret_cast<const char*>(answer + field.Offset);
+std::span<const UINT8> FieldText(const UINT8* answer, InquiryField field) {
+  const UINT8* text = answer + field.Offset;
   UINTN length = 0;
   while (length < field.Length && text[length] != 0) {
     ++length;
   }
-  length = TrimmedLength(text, length);
-  for (UINTN i = 0; i < length; ++i) {
-    name.Put(static_cast<UINT8>(text[i]));
-  }
+  return {text, TrimmedLength(text, length)};
 }
 
 }  // namespace
 
 PoolPtr<char> InquiryName(const UINT8* answer, const char* separator) {
   GrowingText name;
+  bool empty = true;
   const char* before = "";
   for (const InquiryField field : kFields) {
     name.Print("%a", before);
-    PutField(name, answer, field);
+    for (const UINT8 character : FieldText(answer, field)) {
+      name.Put(character);
+      empty = false;
+    }
     before = separator;
   }
-  return name.Take();
+  return empty ? nullptr : name.Take();
 }
 
 }  // namespace bds

@@ -10,7 +10,8 @@ inline constexpr UINT8 kInquiryCommand = 0x12;
 inline constexpr UINT8 kInquiryMinimumSize = 36;  // bytes up to the end of the revision
 
 // Vendor, product and revision, each without its trailing blanks and ending at a NUL if it holds one, with the
-// separator between them. answer has at least kInquiryMinimumSize bytes. Null when the pool is exhausted.
+// separator between them. answer has at least kInquiryMinimumSize bytes. Null when all three are
+// empty, so that the next source of a name is asked, and when the pool is exhausted.
 [[nodiscard]] PoolPtr<char> InquiryName(const UINT8* answer, const char* separator);
 
 }  // namespace bds

@@ -17,15 +17,15 @@ constexpr UINT8 kDataIn = 0;
 
 using InquiryCommand = UINT8[6];
 
-// The answer's buffer, aligned as the controller asks (a power of two; 0 and 1: no requirement).
-class AnswerBuffer {
+// A buffer for a transfer, zeroed and aligned as the controller asks (a power of two; 0 and 1: no requirement).
+class TransferBuffer {
  public:
-  explicit AnswerBuffer(UINT32 alignment) {
+  TransferBuffer(UINTN size, UINT32 alignment) {
     if (alignment > kLargestAlignment || (alignment & (alignment - 1)) != 0) {
       return;
     }
     const UINTN mask = alignment > 1 ? alignment - 1 : 0;
-    block_.reset(static_cast<UINT8*>(AllocateZeroPool(kAnswerSize + mask)));
+    block_.reset(static_cast<UINT8*>(AllocateZeroPool(size + mask)));
     if (block_) {
       bytes_ = reinterpret_cast<UINT8*>((reinterpret_cast<UINTN>(block_.get()) + mask) & ~mask);
     }
@@ -50,17 +50,17 @@ PoolPtr<char> NameFromAnswer(const UINT8* answer) {
 // One INQUIRY and the name in its answer. The two protocols' packets differ in what they call the data they take in.
 template <typename Protocol, typename Target, typename Packet>
 PoolPtr<char> Inquire(Protocol* scsi, Target target, UINT64 lun, VOID* Packet::*inData, UINT32 Packet::*inLength) {
-  const AnswerBuffer answer(scsi->Mode->IoAlign);
-  if (answer.get() == nullptr) {
+  const TransferBuffer answer(kAnswerSize, scsi->Mode->IoAlign);
+  const TransferBuffer sense(kSenseSize, scsi->Mode->IoAlign);
+  if (answer.get() == nullptr || sense.get() == nullptr) {
     return nullptr;
   }
-  alignas(16) UINT8 sense[kSenseSize] = {};
   InquiryCommand command = {kInquiryCommand, 0, 0, 0, kAnswerSize, 0};
   Packet packet{};
   packet.Timeout = kTimeout;
   packet.*inData = answer.get();
   packet.*inLength = kAnswerSize;
-  packet.SenseData = sense;
+  packet.SenseData = sense.get();
   packet.SenseDataLength = kSenseSize;
   packet.Cdb = command;
   packet.CdbLength = sizeof(command);

@@ -28,7 +28,8 @@ Data AsData(Bytes bytes) {
 class LoadOption : public fake::BootListsTest {
  protected:
   BOOT_OPTION* Parse(const Data& image, UINT16 number = 5) {
-    return ParseLoadOption(BootOptionList, number, AsSpan(image), priority_);
+    LoadOptionView view;
+    return ViewLoadOption(AsSpan(image), view) ? ParseLoadOption(BootOptionList, number, view, priority_) : nullptr;
   }
   UINT32 priority_ = 256;
 };

@@ -89,9 +89,8 @@ TEST_F(ReadOptions, AVariableThatCannotBeReadIsLeftAlone) {
   SetOption(u"Boot0001", u"First");
   SetOption(u"Boot0002", u"Second, which is longer");
   SetOrder({1, 2});
-  // The order with its room for what fails, the first variable and its option take six blocks; the seventh is the
-  // larger read buffer.
-  Fw.FailAllocationAfter(6);
+  // The order, the first variable and its option take five blocks; the sixth is the larger read buffer.
+  Fw.FailAllocationAfter(5);
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), Names{u"First"});
   EXPECT_TRUE(Fw.Deleted.empty());

@@ -34,8 +34,8 @@ class IdentityName : public fake::BootListsTest {
   std::u16string NameOf(const BOOT_OPTION& option) {
     CHAR16 buffer[kNameCapacity];
     const UINTN length = BuildDeviceIdentityName(option, buffer);
-    EXPECT_EQ(length, TextLength(buffer)) << "the NUL stands behind the name";
-    return buffer;
+    EXPECT_EQ(buffer[length], 0) << "the NUL stands behind the name";
+    return {buffer, length};
   }
 };
 
@@ -46,10 +46,8 @@ TEST_F(IdentityName, TheAtaSerialStandsAsTheDriveStoresIt) {
   option.DeviceHandle = Fw.NewHandle(fake::PciRoot());
   Fw.Install(option.DeviceHandle, static_cast<EFI_DISK_INFO_PROTOCOL*>(&disk));
   EXPECT_EQ(NameOf(option), u"DW-CWMA1234567      ") << "20 characters, blanks kept, pairs not swapped";
-  disk.IdentifyData[24] = 0;
-  EXPECT_EQ(NameOf(option), u"DW-C") << "a NUL ends it";
-  disk.IdentifyData[20] = 0;
-  EXPECT_EQ(NameOf(option), u"");
+  std::fill_n(disk.IdentifyData.begin() + 20, 20, UINT8{0});
+  EXPECT_EQ(NameOf(option), std::u16string(20, u'\0')) << "the same on every boot, whatever the BBS text says";
 }
 
 TEST_F(IdentityName, IdentifyDataOfAnotherSizeIsNoIdentifyData) {

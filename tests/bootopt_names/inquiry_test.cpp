@@ -269,7 +269,7 @@ TEST_F(ScsiName, TheExtendedProtocolGivesFieldsWithBlanksBetween) {
   EXPECT_EQ(NameOf(Path(disk_).Node(4, 1, fake::HardDriveBody(1))), "SEAGATE ST600 A ");
   EXPECT_EQ(NameOf(controller_), "(none)") << "the controller is no device";
   extended_.Inquiry = Answer("", "", "", 96);
-  EXPECT_EQ(NameOf(disk_), "  ");
+  EXPECT_EQ(NameOf(disk_), "(none)") << "three empty fields are no name";
 }
 
 TEST_F(ScsiName, AFailedOrShortAnswerIsNoName) {
