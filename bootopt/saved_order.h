@@ -1,5 +1,5 @@
-// BootOrder as it is saved: the numbers of the options that can be written, each once, and between them the numbers that
-// could not be loaded.
+// BootOrder as it is saved: the numbers of the options that can be written, each once, and between them the numbers
+// that could not be loaded.
 #pragma once
 
 #include "bootopt/boot_lists.h"

@@ -27,9 +27,7 @@ inline bool IsEnd(const DevicePath* node) { return node->Type == END_DEVICE_PATH
 [[nodiscard]] bool IsVendorNode(const DevicePath* node, UINT8 type, UINT8 subType, const EFI_GUID& guid);
 
 // The bytes of one node; its Length is at least 4 in any path that a walker accepted.
-inline Bytes NodeBytes(const DevicePath* node) {
-  return {reinterpret_cast<const std::byte*>(node), NodeLength(node)};
-}
+inline Bytes NodeBytes(const DevicePath* node) { return {reinterpret_cast<const std::byte*>(node), NodeLength(node)}; }
 
 inline constexpr UINTN kMaxDevicePathSize = 0x10000;
 

@@ -84,8 +84,8 @@ template <typename T>
   return PoolPtr<T>(static_cast<T*>(AllocatePool(count * sizeof(T))));
 }
 
-// A block that a state record holds until the boot ends. It has no destructor: a record that is never destroyed needs no
-// code before the entry point or behind the end of the program.
+// A block that a state record holds until the boot ends. It has no destructor: a record that is never destroyed needs
+// no code before the entry point or behind the end of the program.
 template <typename T>
 class KeptPtr {
  public:

@@ -13,9 +13,9 @@ struct SERVICES_STATE {
   EFI_SYSTEM_TABLE* SystemTable = nullptr;
   EFI_BOOT_SERVICES* BootServices = nullptr;
   EFI_RUNTIME_SERVICES* RuntimeServices = nullptr;
-  const void* HobList = nullptr;      // hand-off block list of the configuration table; null when absent
-  void* BootScriptSave = nullptr;     // boot-script save protocol; null when absent
-  UINTN FailedAllocations = 0;        // of pool memory on this boot; read through PoolWatch
+  const void* HobList = nullptr;   // hand-off block list of the configuration table; null when absent
+  void* BootScriptSave = nullptr;  // boot-script save protocol; null when absent
+  UINTN FailedAllocations = 0;     // of pool memory on this boot; read through PoolWatch
 };
 extern constinit SERVICES_STATE gServices;
 

@@ -39,8 +39,8 @@ PoolPtr<CHAR16> AskDriver(EFI_HANDLE driver, EFI_HANDLE controller, EFI_HANDLE c
 PoolPtr<CHAR16> AskDriversOf(const EFI_GUID& protocol, EFI_HANDLE controller, EFI_HANDLE child) {
   PoolPtr<EFI_OPEN_PROTOCOL_INFORMATION_ENTRY> agents;
   UINTN count = 0;
-  if (EFI_ERROR(WatchedStatus(
-          BootServices()->OpenProtocolInformation(controller, &protocol, agents.put(), &count))) || !agents) {
+  if (EFI_ERROR(WatchedStatus(BootServices()->OpenProtocolInformation(controller, &protocol, agents.put(), &count))) ||
+      !agents) {
     return nullptr;
   }
   for (const auto& agent : std::span(agents.get(), count)) {
@@ -60,8 +60,8 @@ PoolPtr<CHAR16> AskDriversOf(const EFI_GUID& protocol, EFI_HANDLE controller, EF
 PoolPtr<CHAR16> ControllerName(EFI_HANDLE controller, EFI_HANDLE child) {
   PoolPtr<EFI_GUID*> protocols;
   UINTN count = 0;
-  if (controller == nullptr || EFI_ERROR(WatchedStatus(BootServices()->ProtocolsPerHandle(controller, protocols.put(), &count))) ||
-      !protocols) {
+  if (controller == nullptr ||
+      EFI_ERROR(WatchedStatus(BootServices()->ProtocolsPerHandle(controller, protocols.put(), &count))) || !protocols) {
     return nullptr;
   }
   for (const EFI_GUID* protocol : std::span(protocols.get(), count)) {

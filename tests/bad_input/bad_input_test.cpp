@@ -2,6 +2,7 @@
 // of the BMC and variables of the driver's own that are damaged, a store that is full, disks and BBS strings that lie.
 // Whatever it is, the boot comes to an end, nothing leaks, and what the user made keeps its bytes and its place.
 #include <random>
+#include <set>
 
 #include "tests/whole_boots/users_server.h"
 
@@ -50,11 +51,7 @@ class BadInput : public testing::Test, protected UsersServer {
   void CheckUsers(const Server& server, const std::string& what) const {
     const std::vector<std::uint16_t> order = BootOrderOf(server.Variables());
     std::vector<std::uint16_t> users;
-    for (const std::uint16_t number : order) {
-      // An order that names an option twice keeps it twice, until duplicates are removed.
-      const bool known = std::ranges::find(users, number) != users.end();
-      if (users_.contains(number) && !known) users.push_back(number);
-    }
+    std::ranges::copy_if(order, std::back_inserter(users), [this](std::uint16_t one) { return users_.contains(one); });
     EXPECT_EQ(users, (std::vector<std::uint16_t>{kFirst, kOther})) << what;
     for (const auto& [number, bytes] : users_) {
       const Bytes* now = OptionBytes(server.Variables(), number);
@@ -112,6 +109,37 @@ TEST_F(BadInput, AServiceThatFailsAtAnyCall) {
   }
   // The two calls that read the order to be booted: without it there is nothing to boot.
   EXPECT_LE(notStarted, 2U);
+}
+
+// The options of a fresh server and of a settled one, whatever call failed once on the way to them.
+TEST_F(BadInput, OneFailureIsMadeUpForByTheBootsBehindIt) {
+  const auto options = [](const Server& server) {
+    std::multiset<Bytes> images;
+    for (const std::uint16_t number : BootOrderOf(server.Variables())) {
+      const Bytes* bytes = OptionBytes(server.Variables(), number);
+      images.insert(bytes == nullptr ? Bytes{} : *bytes);
+    }
+    return images;
+  };
+  for (const bool fresh : {true, false}) {
+    const Kept start = fresh ? Kept{} : usual_;
+    const auto undisturbed = Place(description_, start);
+    const BootReport first = undisturbed->Boot({});
+    BootUntilSettled(*undisturbed);
+    for (const char* fault : {"AllocatePool {} EFI_OUT_OF_RESOURCES", "GetVariable {} EFI_DEVICE_ERROR"}) {
+      const std::string service(fault, std::strchr(fault, ' '));
+      const std::uint64_t stride = 1 + first.counts.at(service) / (8 * kSamples);
+      for (std::uint64_t nth = 1; nth <= first.counts.at(service); nth += stride) {
+        const std::string what =
+            fmt::format("{}, call {}", fresh ? "fresh" : "settled", fmt::format(fmt::runtime(fault), nth));
+        auto server = Place(description_, start);
+        server->Boot({.faults = {"call " + fmt::format(fmt::runtime(fault), nth)}});
+        BootUntilSettled(*server);
+        EXPECT_EQ(options(*server), options(*undisturbed)) << what;
+        if (!fresh) EXPECT_EQ(BootOrderOf(server->Variables()), own_) << what;
+      }
+    }
+  }
 }
 
 TEST_F(BadInput, ALoadOptionThatIsNone) {

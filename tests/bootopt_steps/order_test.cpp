@@ -192,9 +192,9 @@ TEST(Numbers, NumberedAnewOptionsTakeTheVariableThatTheyWereLoadedFromAndNoTwin)
   for (const bool loaded : {true, false}) {
     FakeServer firmware;
     const Blob path = PciRoot() + End();
-    firmware.SetVariable(u"Boot0001", gEfiGlobalVariableGuid, 7,
-                         LittleEndian<UINT32>(1) + LittleEndian(static_cast<UINT16>(path.size())) + Utf16(u"name") +
-                             path);
+    firmware.SetVariable(
+        u"Boot0001", gEfiGlobalVariableGuid, 7,
+        LittleEndian<UINT32>(1) + LittleEndian(static_cast<UINT16>(path.size())) + Utf16(u"name") + path);
     AddOption(path).StoredNumber = loaded ? 1 : 9;
     bds::SetDefaultBootOptionTags();
     bds::SetBootOptionPriorities();
