@@ -1,6 +1,6 @@
 #include "bootopt/boot_lists.h"
 
-#include "bootopt/names/naming.h"
+#include "bootopt/names/inquiry_name.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
 #include "vboot/policy_engine.h"

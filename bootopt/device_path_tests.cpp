@@ -1,7 +1,8 @@
 #include "bootopt/device_path_tests.h"
 
 #include "bootopt/file_path_builders.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/identity_name.h"
+#include "bootopt/names/option_name.h"
 #include "bootopt/vendor_nodes.h"
 #include "platform/block_io.h"
 #include "support/debug_print.h"

@@ -1,7 +1,8 @@
 #include "bootopt/file_path_builders.h"
 
 #include "bootopt/bbs_table.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/identity_name.h"
+#include "bootopt/names/option_name.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

@@ -1,7 +1,8 @@
 // Makes a firmware option for each device that no option claimed.
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/file_path_builders.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/device_path_text.h"
+#include "bootopt/names/option_name.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"

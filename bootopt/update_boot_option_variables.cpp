@@ -1,5 +1,5 @@
 // Prepares the option work: the driver's strings and two empty lists.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/strings.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 

@@ -2,7 +2,8 @@
 
 #include "bootopt/bbs_table.h"
 #include "bootopt/boot_lists.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/device_path_text.h"
+#include "bootopt/names/pci_info.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
 #include "support/text.h"

@@ -1,6 +1,6 @@
 #include "bootopt/dumps/dumps.h"
 
-#include "bootopt/names/naming.h"
+#include "bootopt/names/device_path_text.h"
 #include "support/debug_print.h"
 #include "support/device_path.h"
 #include "support/protocols.h"

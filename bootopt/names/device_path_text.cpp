@@ -1,8 +1,10 @@
 // Device paths as text: the driver's own nodes first, the rest through the firmware's converter or a built-in one.
-#include "platform/device_path_text.h"
+#include "bootopt/names/device_path_text.h"
+
+#include "bootopt/boot_option.h"
 #include "bootopt/names/growing_text.h"
-#include "bootopt/names/naming.h"
 #include "bootopt/vendor_nodes.h"
+#include "platform/device_path_text.h"
 #include "support/device_path.h"
 #include "support/protocols.h"
 #include "support/text.h"

@@ -1,9 +1,10 @@
-// The name by which a device is recognised on later boots, stored in an option's device name node.
+#include "bootopt/names/identity_name.h"
+
 #include "bootopt/handle_path.h"
-#include "bootopt/names/name_parts.h"
+#include "bootopt/names/bbs_names.h"
+#include "bootopt/names/identify_data.h"
 #include "bootopt/names/name_writer.h"
-#include "bootopt/names/naming.h"
-#include "platform/disk_info.h"
+#include "bootopt/names/network_name.h"
 #include "platform/usb_io.h"
 #include "support/protocols.h"
 
@@ -46,19 +47,6 @@ UINTN UsbSerial(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
 constexpr IdentityBuilder kIdentityBuilders[] = {AtaSerial, UsbSerial, BuildNetworkName, BuildBbsName};
 
 }  // namespace
-
-PoolPtr<UINT8> ReadIdentifyData(EFI_HANDLE handle) {
-  auto* diskInfo = HandleProtocol<EFI_DISK_INFO_PROTOCOL>(handle);
-  auto data = diskInfo != nullptr ? AllocateArray<UINT8>(kIdentifySize) : nullptr;
-  if (!data) {
-    return nullptr;
-  }
-  UINT32 size = kIdentifySize;
-  if (EFI_ERROR(diskInfo->Identify(diskInfo, data.get(), &size)) || size != kIdentifySize) {
-    return nullptr;
-  }
-  return data;
-}
 
 UINTN BuildDeviceIdentityName(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
   NameWriter(buffer).Clear();

@@ -14,4 +14,8 @@ inline constexpr UINT8 kInquiryMinimumSize = 36;  // bytes up to the end of the 
 // empty, so that the next source of a name is asked, and when the pool is exhausted.
 [[nodiscard]] PoolPtr<char> InquiryName(const UINT8* answer, const char* separator);
 
+// The name of a device on the USB or SCSI bus, which is asked for it; null when it has none.
+[[nodiscard]] PoolPtr<char> UsbDeviceName(EFI_HANDLE handle);
+[[nodiscard]] PoolPtr<char> ScsiDeviceName(EFI_HANDLE handle);
+
 }  // namespace bds

@@ -1,6 +1,6 @@
 // The names under which the BMC knows legacy devices.
 #include "bootopt/bbs_table.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/bbs_names.h"
 #include "support/format.h"
 #include "support/legacy_memory.h"
 #include "support/memory.h"

@@ -1,8 +1,8 @@
 // The CSM's boot menu shows a disk under its entry's description. For SATA and PATA disks this driver writes there the
 // slot or channel that the disk is plugged into, and its model.
 #include "bootopt/bbs_table.h"
-#include "bootopt/names/name_parts.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/bbs_names.h"
+#include "bootopt/names/identify_data.h"
 #include "platform/disk_info.h"
 #include "platform/legacy_region.h"
 #include "support/debug_print.h"

@@ -1,10 +1,11 @@
 // The name that drivers give the controller behind an option. For an IP boot entry of a network interface, which has a
 // handle below that of the interface, the IP version and the PCI location tell apart the entries of one card.
+#include "bootopt/names/network_name.h"
+
 #include "bootopt/handle_path.h"
 #include "bootopt/names/controller_name.h"
-#include "bootopt/names/name_parts.h"
 #include "bootopt/names/name_writer.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/pci_info.h"
 #include "platform/load_file.h"
 #include "support/format.h"
 #include "support/protocols.h"

@@ -1,7 +1,8 @@
-// The words that device path nodes contribute to an option's name.
-#include "bootopt/names/name_parts.h"
+#include "bootopt/names/node_words.h"
+
+#include "bootopt/boot_option.h"
 #include "bootopt/names/name_writer.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/strings.h"
 
 namespace bds {
 namespace {

@@ -1,9 +1,11 @@
-// The Description of an option that the driver makes: what the boot menu shows.
-#include "bootopt/names/name_parts.h"
+#include "bootopt/names/option_name.h"
+
+#include "bootopt/names/bbs_names.h"
 #include "bootopt/names/name_writer.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/network_name.h"
+#include "bootopt/names/node_words.h"
+#include "bootopt/names/strings.h"
 #include "support/format.h"
-#include "support/legacy_memory.h"
 #include "support/protocols.h"
 
 namespace bds {
@@ -55,15 +57,6 @@ void AppendPartition(const BOOT_OPTION& option, NameWriter& name) {
 }
 
 }  // namespace
-
-UINTN BuildBbsName(const BOOT_OPTION& option, std::span<CHAR16> buffer) {
-  NameWriter writer(buffer);
-  if (option.BbsEntry != nullptr) {
-    writer.Append(LegacyString(option.BbsEntry->DescStringSegment, option.BbsEntry->DescStringOffset, buffer.size()));
-    writer.TrimBlanks();
-  }
-  return writer.Length();
-}
 
 UINTN BuildBootOptionName(BOOT_OPTION& option) {
   const auto buffer = AllocateArray<CHAR16>(kNameCapacity);

@@ -1,5 +1,5 @@
-// What PCI configuration space says of the function behind a device path.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/pci_info.h"
+
 #include "bootopt/names/pci_tables.h"
 #include "platform/pci_io.h"
 #include "support/device_path.h"

@@ -1,7 +1,6 @@
 // The name of a SCSI device: an INQUIRY through the SCSI pass-thru protocols, the extended one first.
 #include "bootopt/handle_path.h"
 #include "bootopt/names/inquiry_name.h"
-#include "bootopt/names/naming.h"
 #include "platform/ext_scsi_pass_thru.h"
 #include "platform/scsi_pass_thru.h"
 #include "support/protocols.h"

@@ -1,7 +1,6 @@
-// The driver's strings as the HII database gives them back, in the platform's language where it has them.
+#include "bootopt/names/strings.h"
+
 #include "bootopt/boot_lists.h"
-#include "bootopt/names/name_parts.h"
-#include "bootopt/names/naming.h"
 #include "platform/hii_database.h"
 #include "platform/hii_string.h"
 #include "support/protocols.h"

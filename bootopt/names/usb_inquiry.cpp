@@ -2,7 +2,6 @@
 // Storage Class Bulk-Only Transport 1.0) and control/bulk/interrupt (CBI Transport 1.1).
 #include "bootopt/handle_path.h"
 #include "bootopt/names/inquiry_name.h"
-#include "bootopt/names/naming.h"
 #include "platform/usb_io.h"
 #include "support/protocols.h"
 

@@ -1,5 +1,4 @@
 // Records, lists and the rules derived from a record's fields.
-#include "bootopt/names/naming.h"
 #include "tests/support/boot_lists_fixture.h"
 
 namespace bds {

@@ -1,7 +1,7 @@
 // Device paths as text: the driver's own nodes, the firmware's converter, the built-in one.
 #include "platform/device_path_text.h"
 
-#include "bootopt/names/naming.h"
+#include "bootopt/names/device_path_text.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/name_fakes.h"
 

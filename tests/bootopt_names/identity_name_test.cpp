@@ -1,5 +1,6 @@
 // The name by which a device is recognised again: serial numbers first.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/identity_name.h"
+#include "bootopt/names/option_name.h"
 #include "platform/usb_io.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/name_fakes.h"

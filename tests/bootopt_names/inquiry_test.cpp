@@ -1,5 +1,5 @@
 // Device names from INQUIRY: the bytes on the wire, and devices that stall, lie or answer too little.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/inquiry_name.h"
 #include "platform/ext_scsi_pass_thru.h"
 #include "platform/scsi_pass_thru.h"
 #include "platform/usb_io.h"

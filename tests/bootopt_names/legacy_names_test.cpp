@@ -1,5 +1,5 @@
 // Names of legacy disks: what is written into legacy memory for the CSM's menu, and what the BMC is told.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/bbs_names.h"
 #include "platform/legacy_region.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/name_fakes.h"

@@ -1,8 +1,9 @@
 // What the boot menu shows: prefix, the first body that answers, suffix.
 #include <map>
 
-#include "bootopt/names/name_parts.h"
-#include "bootopt/names/naming.h"
+#include "bootopt/names/driver_strings.h"
+#include "bootopt/names/network_name.h"
+#include "bootopt/names/option_name.h"
 #include "platform/load_file.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"

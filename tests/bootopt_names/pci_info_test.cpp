@@ -1,5 +1,5 @@
 // What configuration space says, in words.
-#include "bootopt/names/naming.h"
+#include "bootopt/names/pci_info.h"
 #include "bootopt/names/pci_tables.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"

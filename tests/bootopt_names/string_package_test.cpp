@@ -1,7 +1,7 @@
 // The string package's bytes, and how strings come back from the HII database.
 #include "bootopt/names/string_package.h"
 
-#include "bootopt/names/naming.h"
+#include "bootopt/names/strings.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/name_fakes.h"
 #include "tests/support/option_image.h"

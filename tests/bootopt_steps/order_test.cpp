@@ -3,7 +3,6 @@
 
 #include "bootopt/file_path_builders.h"
 #include "bootopt/groups.h"
-#include "bootopt/names/naming.h"
 #include "bootopt/steps.h"
 #include "platform/flexboot_protocol.h"
 #include "platform/setup_variable.h"
