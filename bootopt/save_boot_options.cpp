@@ -2,7 +2,6 @@
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/load_option_image.h"
 #include "bootopt/orphan_mask.h"
-#include "bootopt/saved_order.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
@@ -11,6 +10,10 @@ namespace bds {
 namespace {
 
 constexpr char kSave[] = "SaveBootOptions";
+
+bool IsSaved(const BOOT_OPTION& option) {
+  return HasSavablePath(option) && option.BootOptionNumber != kNoBootOptionNumber;
+}
 
 // Room for the image being written and for the one that the store holds, got before anything is written: memory that
 // runs out in between would leave an order of options that are not there.
@@ -72,8 +75,8 @@ bool SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
   return StoreHolds(option, image, rooms);
 }
 
-// Writes the options and takes those that the store does not hold out of the order. False when it holds none.
-bool SaveOptions(SavedOrder& order, ImageRooms& rooms) {
+// Writes the options and puts those that the store holds into the order. False when it holds none.
+bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
   bool tried = false;
   bool saved = false;
   for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
@@ -83,9 +86,8 @@ bool SaveOptions(SavedOrder& order, ImageRooms& rooms) {
     }
     tried = true;
     if (SaveOption(*option, rooms)) {
+      order.Add(option->BootOptionNumber, option->Priority);
       saved = true;
-    } else {
-      order.Drop(option->BootOptionNumber);
     }
     BOOT_OPTION* next = option->Next;
     DeleteBootOption(BootOptionList, option);
@@ -95,9 +97,9 @@ bool SaveOptions(SavedOrder& order, ImageRooms& rooms) {
 }
 
 void SaveListAndOrder() {
-  SavedOrder order;
-  if (const EFI_STATUS status = order.Build(BootOptionList); EFI_ERROR(status)) {
-    DebugPrint("%a:BootOrder cannot be told, nothing is saved:%r\n", kSave, status);
+  OrderBuilder order;
+  if (const EFI_STATUS status = order.Begin(); EFI_ERROR(status)) {
+    DebugPrint("%a:BootOrder cannot be put together, nothing is saved:%r\n", kSave, status);
     return;
   }
   ImageRooms rooms;
@@ -110,9 +112,9 @@ void SaveListAndOrder() {
     DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", kSave);
     return;
   }
-  const EFI_STATUS status =
-      WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, order.Content());
-  if (EFI_ERROR(status) && !order.Content().empty()) {
+  const Bytes numbers = order.Finish();
+  const EFI_STATUS status = WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
+  if (EFI_ERROR(status) && !numbers.empty()) {
     DebugPrint("%a:Writing BootOrder failed:%r\n", kSave, status);
   }
 }

@@ -90,4 +90,35 @@ void ForgetUnloadedOptions() {
   gBootOptions.Unloaded.State = UnloadedState::Recorded;
 }
 
+EFI_STATUS OrderBuilder::Begin() {
+  if (const EFI_STATUS status = CompleteUnloadedOptions(); EFI_ERROR(status)) {
+    return status;
+  }
+  numbers_ = AllocateArray<UINT16>(BootOptionList.Count + gBootOptions.Unloaded.Count);
+  return numbers_ && seen_ ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+}
+
+void OrderBuilder::AddOnce(UINT16 number) {
+  if (seen_.Insert(number)) {
+    numbers_[count_++] = number;
+  }
+}
+
+void OrderBuilder::AddUnloadedUpTo(UINT32 priority) {
+  const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
+  for (; next_ < unloaded.Count && unloaded.Entries[next_].Priority <= priority; ++next_) {
+    AddOnce(unloaded.Entries[next_].Number);
+  }
+}
+
+void OrderBuilder::Add(UINT16 number, UINT32 priority) {
+  AddUnloadedUpTo(priority);
+  AddOnce(number);
+}
+
+Bytes OrderBuilder::Finish() {
+  AddUnloadedUpTo(kUnassigned);
+  return {reinterpret_cast<const std::byte*>(numbers_.get()), count_ * sizeof(UINT16)};
+}
+
 }  // namespace bds

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "platform/uefi_base.h"
+#include "support/byte_reader.h"
+#include "support/number_set.h"
 #include "support/pool.h"
 
 namespace bds {
@@ -42,5 +44,28 @@ void RecordUnreadOrder();
 
 // Frees the entries.
 void ForgetUnloadedOptions();
+
+// BootOrder as it is saved: the options' numbers, and between them, where they stood, those that were not loaded. Each
+// number comes once, though BootOrder may list it twice.
+class OrderBuilder {
+ public:
+  // Makes room for all of BootOptionList and all that was not loaded, of which it completes the ledger when it has to.
+  // The status of CompleteUnloadedOptions, or EFI_OUT_OF_RESOURCES: an order without those numbers would throw them
+  // away.
+  [[nodiscard]] EFI_STATUS Begin();
+  // Adds the next option; priorities ascend.
+  void Add(UINT16 number, UINT32 priority);
+  // The whole order; it lives as long as the builder.
+  Bytes Finish();
+
+ private:
+  void AddUnloadedUpTo(UINT32 priority);
+  void AddOnce(UINT16 number);
+
+  PoolPtr<UINT16> numbers_;
+  UINTN count_ = 0;
+  UINTN next_ = 0;  // entry of what was not loaded
+  NumberSet seen_;
+};
 
 }  // namespace bds

@@ -37,25 +37,6 @@ BBS_TABLE SataDisk(UINT16 priority, UINT16 descriptionSegment) {
   return entry;
 }
 
-TEST_F(Dumps, TheListSaysWhatEachOptionIs) {
-  BOOT_OPTION& header = AddOption(u"Hard disks");
-  header.BootOptionNumber = 0xAB;
-  header.Priority = 0x100;
-  header.Tag = 0x1;
-  header.GroupHeader = TRUE;
-  AddOption(u"Lost").Attributes = 0;
-  AddOption(u"Found").DeviceHandle = reinterpret_cast<EFI_HANDLE>(8);
-  DumpBootOptionList(BootOptionList, "Before Saving");
-  EXPECT_EQ(TakeLog(),
-            "Before Saving:\n"
-            "AB(100/1).Hard disks(group header)\n"
-            "FFFF(FFFFFFFF/FFFFFFFF).Lost(orphan)(disabled)\n"
-            "FFFF(FFFFFFFF/FFFFFFFF).Found\n");
-  BOOT_OPTION_LIST empty;
-  DumpBootOptionList(empty, nullptr);
-  EXPECT_EQ(TakeLog(), "");
-}
-
 TEST_F(Dumps, AnOptionShowsItsFieldsPathsAndHandle) {
   const Data paths = fake::Join({Path().Node(1, 1, {2, 0x1F}).Node(0x7F, 1, {}).Node(3, 5, {1, 0}).Bytes(),
                                  Path().Node(3, 2, {4, 0, 1, 0}).Bytes()});

@@ -98,35 +98,6 @@ TEST_F(BootLists, TheCsmsOwnEntriesBecomeNoDevices) {
   EXPECT_EQ(BootDeviceList.Count, 3U);
 }
 
-TEST_F(BootLists, DeletingADeviceNamesItByNameOrHandle) {
-  BOOT_DEVICE* device = CreateBootDevice(BootDeviceList, nullptr, 30, nullptr);
-  device->DeviceName = CopyText("ACME Disk", 9);
-  static_cast<void>(TakeLog());
-  DeleteBootDevice(BootDeviceList, device);
-  EXPECT_EQ(TakeLog(), "DeleteBootDevice:Deleting  ACME Disk Device @ Index:30\n");
-  device = CreateBootDevice(BootDeviceList, nullptr, 0xFFFF, nullptr);
-  device->DeviceHandle = reinterpret_cast<EFI_HANDLE>(0x1230);
-  static_cast<void>(TakeLog());
-  DeleteBootDevice(BootDeviceList, device);
-  EXPECT_EQ(TakeLog(), "DeleteBootDevice:Deleting (1230)Device @ Index:65535\n");
-}
-
-TEST_F(BootLists, MatchingCopiesTheDevice) {
-  BBS_TABLE entry{};
-  BOOT_DEVICE device;
-  device.DeviceHandle = reinterpret_cast<EFI_HANDLE>(0x40);
-  device.BbsIndex = 33;
-  device.BbsEntry = &entry;
-  BOOT_OPTION& option = AddOption();
-  UpdateBootOptionWithBootDeviceInfo(option, device);
-  EXPECT_EQ(TakeLog(),
-            "UpdateBootOptionWithBootDeviceInfo:Option BbsIndex=65535 Description=<empty> to Device BbsIndex=33");
-  EXPECT_EQ(option.DeviceHandle, device.DeviceHandle);
-  EXPECT_EQ(option.BbsIndex, 33);
-  EXPECT_EQ(option.BbsEntry, &entry);
-  EXPECT_TRUE(IsMatched(option));
-}
-
 TEST_F(BootLists, KindsOfOptionsByTheirFirstNode) {
   struct Case {
     const char* Name;

@@ -70,24 +70,6 @@ TEST_F(OptionName, WordsOfThePathBetweenPrefixAndPartition) {
   }
 }
 
-TEST_F(OptionName, BbsTypesHaveWords) {
-  RegisterEnglish();
-  const std::pair<UINT16, const char16_t*> types[] = {{1, u"Removable Drive"},
-                                                      {2, u"Hard Drive"},
-                                                      {3, u"CD/DVD Drive"},
-                                                      {4, u"PCMCIA Device"},
-                                                      {5, u"USB"},
-                                                      {6, u"Network Card"},
-                                                      {0x80, u"BEV Device"},
-                                                      {0x81, u"Unknown Device"},
-                                                      {0x0102, u"Unknown Device"}};
-  for (const auto& [type, word] : types) {
-    BOOT_OPTION& option = AddOption(
-        nullptr, Path().Node(5, 1, {static_cast<UINT8>(type), static_cast<UINT8>(type >> 8), 0, 0, 0}).Bytes());
-    EXPECT_EQ(NameOf(option), word);
-  }
-}
-
 TEST_F(OptionName, WithoutStringsTheLiteralsStand) {
   BOOT_OPTION& option = AddOption();
   option.DeviceHandle = Fw.NewHandle(fake::PciRoot().Node(4, 1, fake::HardDriveBody(3)));

@@ -1,6 +1,5 @@
 // What configuration space says, in words.
 #include "bootopt/names/pci_info.h"
-#include "bootopt/names/pci_tables.h"
 #include "tests/support/boot_lists_fixture.h"
 #include "tests/support/fake_pci.h"
 #include "tests/support/name_fakes.h"
@@ -9,22 +8,6 @@ namespace bds {
 namespace {
 
 using fake::Path;
-
-TEST(PciTables, KnownAndUnknownCodes) {
-  EXPECT_STREQ(PciClassName(0x00), "Pre 2.0 device");
-  EXPECT_STREQ(PciClassName(0x11), "Data Acquisition & Signal Processing Controllers");
-  EXPECT_STREQ(PciClassName(0xFF), "Device does not fit in any defined classes");
-  EXPECT_STREQ(PciClassName(0x12), "UNDEFINED");
-  EXPECT_STREQ(PciSubClassName(0x01, 0x06), "SATA");
-  EXPECT_STREQ(PciSubClassName(0x01, 0x7F), "UNDEFINED");
-  EXPECT_STREQ(PciSubClassName(0x12, 0x00), "UNDEFINED");
-  EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x30), "xHCI");
-  EXPECT_STREQ(PciInterfaceName(0x0C, 0x03, 0x31), "UNDEFINED");
-  EXPECT_STREQ(PciVendorName(0x1000), "LSI Logic");
-  EXPECT_STREQ(PciVendorName(0x9005), "Adaptec");
-  EXPECT_EQ(PciVendorName(0x1234), nullptr);
-  EXPECT_EQ(PciVendorName(0xFFFF), nullptr);
-}
 
 class PciInfo : public fake::BootListsTest {};
 

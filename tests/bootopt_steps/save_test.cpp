@@ -160,6 +160,20 @@ TEST(Saving, ARefusedWriteDropsNothingThatCannotBeReadBack) {
   EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, Order({1, 2}));
 }
 
+TEST(Saving, WithoutMemoryNothingIsWritten) {
+  bool failed = true;
+  for (int successes = 0; failed; ++successes) {
+    FakeServer firmware;
+    AddOption(PciRoot() + End(), true, 1, 256);
+    AddOption(PciRoot() + End(), false, 2, 512);
+    failed = false;
+    firmware.PoolFailsAfter = successes;
+    firmware.PoolFailed = &failed;
+    bds::SaveBootOptions();
+    EXPECT_EQ(firmware.Writes, failed ? 0 : 3) << successes;
+  }
+}
+
 TEST(Saving, AStoreThatTakesNothingKeepsItsOrder) {
   FakeServer firmware;
   firmware.SetVariable(u"BootOrder", gEfiGlobalVariableGuid, 7, Order({9}));
@@ -251,7 +265,7 @@ TEST(Unloaded, AnOrderThatCannotBeReadAtAllIsLeftAlone) {
   };
   LoadAndSave();
   EXPECT_EQ(firmware.Variables, before);
-  EXPECT_TRUE(firmware.Logged("SaveBootOptions:BootOrder cannot be told, nothing is saved:EFI_DEVICE_ERROR\n"));
+  EXPECT_TRUE(firmware.Logged("SaveBootOptions:BootOrder cannot be put together, nothing is saved:EFI_DEVICE_ERROR\n"));
 }
 
 TEST(LegacyDevOrder, GoldenBytes) {
@@ -263,6 +277,7 @@ TEST(LegacyDevOrder, GoldenBytes) {
   disabled.BbsIndex = 5;
   disabled.Attributes = 0;
   AddOption(PciRoot() + End(), true, 6, 800);
+  AddOption(Bbs(2) + End(), true, 6, 850);  // an orphan that could not be masked
   AddOption(HardwareVendor(bds::kOrphanMaskGuid) + End() + Bbs(3) + End(), false, 7, 900);
   AddOption(Bbs(0x80) + End(), true, 8, 1024).BbsIndex = 0x0104;
   bds::SaveLegacyDevOrder();
