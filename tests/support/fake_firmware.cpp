@@ -111,7 +111,8 @@ struct Services {
     return EFI_NOT_FOUND;
   }
   static EFI_STATUS EFIAPI LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PATH_PROTOCOL** path, EFI_HANDLE* device) {
-    const UINTN wanted = bds::DevicePathSize(*path);
+    const bds::Bytes bytes(reinterpret_cast<const std::byte*>(*path), bds::kMaxDevicePathSize);
+    const UINTN wanted = bds::DevicePathSize(bytes, bds::NodeTypes::Any);  // the service knows no node types
     EXPECT_NE(wanted, 0U) << "a broken path was given to a service";
     UINTN best = 0;
     bool any = false;
