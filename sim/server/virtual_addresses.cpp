@@ -40,8 +40,10 @@ bool VirtualAddresses::Identify(std::uint64_t address, Identity& identity) const
 }
 
 std::string VirtualAddresses::Shown(const Identity& identity) {
-  const auto found = shown_.try_emplace(identity, kFirst + shown_.size() * kDistance).first;
-  return fmt::format("{:x}", found->second);
+  const bool code = identity.first == Kind::Code;
+  auto& shown = code ? code_ : data_;
+  const std::uint64_t next = (code ? kFirstCode : kFirstData) + shown.size() * kDistance;
+  return fmt::format("{:x}", shown.try_emplace(identity, next).first->second);
 }
 
 std::string VirtualAddresses::Replace(const std::string& line) {

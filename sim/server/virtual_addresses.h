@@ -15,7 +15,8 @@ namespace sim {
 
 class VirtualAddresses {
  public:
-  static constexpr std::uint64_t kFirst = 0x60000010;
+  static constexpr std::uint64_t kFirstCode = 0x50000010;
+  static constexpr std::uint64_t kFirstData = 0x60000010;
   static constexpr std::uint64_t kDistance = 0x10;
 
   explicit VirtualAddresses(Machine& machine) : machine_(machine) {}
@@ -33,7 +34,8 @@ class VirtualAddresses {
   std::string Shown(const Identity& identity);
 
   Machine& machine_;
-  std::map<Identity, std::uint64_t> shown_;
+  std::map<Identity, std::uint64_t> code_;
+  std::map<Identity, std::uint64_t> data_;
 };
 
 }  // namespace sim
