@@ -16,18 +16,6 @@ bool IsNodeOfSize(const DevicePath* node, UINT8 type, UINT8 subType, UINTN size)
   return IsNode(node, type, subType) && NodeLength(node) >= size;
 }
 
-bool IsHardDriveNode(const DevicePath* node) {
-  return IsNodeOfSize(node, MEDIA_DEVICE_PATH, MEDIA_HARDDRIVE_DP, sizeof(HARDDRIVE_DEVICE_PATH));
-}
-
-// Start and size are left out: a partition that was resized is still the same one.
-bool IsSamePartition(const DevicePath* a, const DevicePath* b) {
-  const auto first = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(a);
-  const auto second = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(b);
-  return first.PartitionNumber == second.PartitionNumber && first.SignatureType == second.SignatureType &&
-         EqualMemory(first.Signature, second.Signature, sizeof(first.Signature));
-}
-
 // What may stand behind the device in a path that designates it: nothing, or the file to load from it.
 bool IsEndOrFile(const DevicePath* node) {
   return IsEnd(node) || IsNode(node, MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP) ||

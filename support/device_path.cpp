@@ -20,16 +20,20 @@ PoolPtr<DevicePath> Join(Bytes first, Bytes second, Bytes third) {
   return joined;
 }
 
-// To the end node of the instance at hand.
-void WalkInstance(DevicePathWalker& walker) {
-  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
-    walker.Next();
-  }
-}
-
 Bytes PathBytes(const DevicePath* path, UINTN size) { return {reinterpret_cast<const std::byte*>(path), size}; }
 
 }  // namespace
+
+bool IsHardDriveNode(const DevicePath* node) {
+  return IsNode(node, MEDIA_DEVICE_PATH, MEDIA_HARDDRIVE_DP) && NodeLength(node) >= sizeof(HARDDRIVE_DEVICE_PATH);
+}
+
+bool IsSamePartition(const DevicePath* a, const DevicePath* b) {
+  const auto first = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(a);
+  const auto second = LoadUnaligned<HARDDRIVE_DEVICE_PATH>(b);
+  return first.PartitionNumber == second.PartitionNumber && first.SignatureType == second.SignatureType &&
+         EqualMemory(first.Signature, second.Signature, sizeof(first.Signature));
+}
 
 bool IsVendorNode(const DevicePath* node, UINT8 type, UINT8 subType, const EFI_GUID& guid) {
   return IsNode(node, type, subType) && NodeLength(node) >= sizeof(VENDOR_DEVICE_PATH) &&
@@ -51,7 +55,7 @@ void DevicePathWalker::Examine() {
     stop_ = PathStop::ShortNode;
   } else if (NodeLength(node) > bytes_.size() - offset_) {
     stop_ = PathStop::NodePastEnd;
-  } else if (types_ == NodeTypes::Standard && !IsStandardType(node->Type)) {
+  } else if (!IsStandardType(node->Type)) {
     stop_ = PathStop::BadType;
   } else if (IsEndEntire(node)) {
     stop_ = PathStop::EndEntire;
@@ -65,8 +69,8 @@ void DevicePathWalker::Next() {
   }
 }
 
-UINTN DevicePathSize(Bytes bytes, NodeTypes types) {
-  DevicePathWalker walker(bytes, types);
+UINTN DevicePathSize(Bytes bytes) {
+  DevicePathWalker walker(bytes);
   while (walker.Node() != nullptr) {
     walker.Next();
   }
@@ -112,27 +116,15 @@ PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining) {
   }
   const DevicePath* start = remaining;
   DevicePathWalker walker(start);
-  WalkInstance(walker);
+  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
+    walker.Next();
+  }
   if (!walker.Valid()) {
     remaining = nullptr;
     return nullptr;
   }
   remaining = walker.Node() == nullptr ? nullptr : NextNode(walker.Node());
   return Join(PathBytes(start, walker.Offset()), AsBytes(kEndEntireNode), {});
-}
-
-PoolPtr<DevicePath> CopyNextInstance(Bytes& rest) {
-  const Bytes path = rest;
-  rest = {};
-  DevicePathWalker walker(path, NodeTypes::Any);
-  WalkInstance(walker);
-  if (!walker.Valid()) {
-    return nullptr;
-  }
-  if (walker.Node() != nullptr) {
-    rest = path.subspan(walker.Offset() + NodeLength(walker.Node()));
-  }
-  return Join(path.first(walker.Offset()), AsBytes(kEndEntireNode), {});
 }
 
 PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path) {

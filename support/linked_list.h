@@ -1,5 +1,5 @@
-// The doubly linked lists in which the driver keeps its records: one header, appended to at the tail, each record a pool
-// block that begins with the links Next and Previous.
+// The doubly linked lists in which the driver keeps its records: one header, appended to at the tail, each record a
+// pool block that begins with the links Next and Previous.
 #pragma once
 
 #include <new>
@@ -15,6 +15,13 @@ struct LIST_HEADER {
   Record* First = nullptr;
   Record* Last = nullptr;
 };
+
+// An empty list whose header is a pool block; null when the pool is exhausted.
+template <typename Record>
+[[nodiscard]] PoolPtr<LIST_HEADER<Record>> NewListHeader() {
+  void* block = AllocatePool(sizeof(LIST_HEADER<Record>));
+  return PoolPtr<LIST_HEADER<Record>>(block != nullptr ? ::new (block) LIST_HEADER<Record>{} : nullptr);
+}
 
 // Links a record at the tail. The list owns it from then on.
 template <typename Record>

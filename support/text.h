@@ -38,6 +38,19 @@ bool TextEqual(const Character* a, const Character* b) {
   return length == TextLength(b) && EqualMemory(a, b, length * sizeof(Character));
 }
 
+// True when part occurs in text; both may be null, which holds nothing.
+template <typename Character>
+bool ContainsText(const Character* text, const Character* part) {
+  const UINTN textLength = TextLength(text);
+  const UINTN partLength = TextLength(part);
+  for (UINTN at = 0; at + partLength <= textLength; ++at) {
+    if (EqualMemory(text + at, part, partLength * sizeof(Character))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // A NUL-terminated pool copy of the first length characters; null when the pool is exhausted.
 template <typename Character>
 [[nodiscard]] PoolPtr<Character> CopyText(const Character* text, UINTN length) {
