@@ -20,6 +20,13 @@ PoolPtr<DevicePath> Join(Bytes first, Bytes second, Bytes third) {
   return joined;
 }
 
+// To the end node of the instance at hand.
+void WalkInstance(DevicePathWalker& walker) {
+  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
+    walker.Next();
+  }
+}
+
 Bytes PathBytes(const DevicePath* path, UINTN size) { return {reinterpret_cast<const std::byte*>(path), size}; }
 
 }  // namespace
@@ -55,7 +62,7 @@ void DevicePathWalker::Examine() {
     stop_ = PathStop::ShortNode;
   } else if (NodeLength(node) > bytes_.size() - offset_) {
     stop_ = PathStop::NodePastEnd;
-  } else if (!IsStandardType(node->Type)) {
+  } else if (types_ == NodeTypes::Standard && !IsStandardType(node->Type)) {
     stop_ = PathStop::BadType;
   } else if (IsEndEntire(node)) {
     stop_ = PathStop::EndEntire;
@@ -69,8 +76,8 @@ void DevicePathWalker::Next() {
   }
 }
 
-UINTN DevicePathSize(Bytes bytes) {
-  DevicePathWalker walker(bytes);
+UINTN DevicePathSize(Bytes bytes, NodeTypes types) {
+  DevicePathWalker walker(bytes, types);
   while (walker.Node() != nullptr) {
     walker.Next();
   }
@@ -116,15 +123,27 @@ PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining) {
   }
   const DevicePath* start = remaining;
   DevicePathWalker walker(start);
-  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
-    walker.Next();
-  }
+  WalkInstance(walker);
   if (!walker.Valid()) {
     remaining = nullptr;
     return nullptr;
   }
   remaining = walker.Node() == nullptr ? nullptr : NextNode(walker.Node());
   return Join(PathBytes(start, walker.Offset()), AsBytes(kEndEntireNode), {});
+}
+
+PoolPtr<DevicePath> CopyNextInstance(Bytes& rest) {
+  const Bytes path = rest;
+  rest = {};
+  DevicePathWalker walker(path, NodeTypes::Any);
+  WalkInstance(walker);
+  if (!walker.Valid()) {
+    return nullptr;
+  }
+  if (walker.Node() != nullptr) {
+    rest = path.subspan(walker.Offset() + NodeLength(walker.Node()));
+  }
+  return Join(path.first(walker.Offset()), AsBytes(kEndEntireNode), {});
 }
 
 PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path) {

@@ -28,14 +28,12 @@ inline bool IsEnd(const DevicePath* node) { return node->Type == END_DEVICE_PATH
 
 // A hard-drive media node of full length.
 [[nodiscard]] bool IsHardDriveNode(const DevicePath* node);
-// Two such nodes name the same partition: number, signature type and signature. Start and size are left out: a partition
-// that was resized is still the same one.
+// Two such nodes name the same partition: number, signature type and signature. Start and size are left out: a
+// partition that was resized is still the same one.
 [[nodiscard]] bool IsSamePartition(const DevicePath* a, const DevicePath* b);
 
 // The bytes of one node; its Length is at least 4 in any path that a walker accepted.
-inline Bytes NodeBytes(const DevicePath* node) {
-  return {reinterpret_cast<const std::byte*>(node), NodeLength(node)};
-}
+inline Bytes NodeBytes(const DevicePath* node) { return {reinterpret_cast<const std::byte*>(node), NodeLength(node)}; }
 
 inline constexpr UINTN kMaxDevicePathSize = 0x10000;
 
@@ -50,10 +48,16 @@ enum class PathStop : UINT8 {
   TooLong,         // more than 64 KiB
 };
 
+// Which node types a walk accepts. For a path whose size nobody tells, an unknown type is the sign that it is none;
+// within known bytes a path may hold nodes of types that come later than this driver.
+enum class NodeTypes : UINT8 { Standard, Any };
+
 // Visits the nodes of one device path (all instances) without ever leaving the bytes it was given.
 class DevicePathWalker {
  public:
-  explicit DevicePathWalker(Bytes bytes) : bytes_(bytes) { Examine(); }
+  explicit DevicePathWalker(Bytes bytes, NodeTypes types = NodeTypes::Standard) : bytes_(bytes), types_(types) {
+    Examine();
+  }
   // For a path in memory whose size nobody tells: bounded by 64 KiB.
   explicit DevicePathWalker(const DevicePath* path)
       : DevicePathWalker(path == nullptr ? Bytes{}
@@ -73,6 +77,7 @@ class DevicePathWalker {
   void Examine();
 
   Bytes bytes_;
+  NodeTypes types_;
   UINTN offset_ = 0;
   PathStop stop_ = PathStop::None;
 };
@@ -80,7 +85,7 @@ class DevicePathWalker {
 // Size in bytes up to and including the first end-of-entire-path node; 0 when the path is null or broken.
 [[nodiscard]] UINTN DevicePathSize(const DevicePath* path);
 // The same for a path that may use no more than these bytes.
-[[nodiscard]] UINTN DevicePathSize(Bytes bytes);
+[[nodiscard]] UINTN DevicePathSize(Bytes bytes, NodeTypes types = NodeTypes::Standard);
 
 // The last node before the final end node; null for an empty or broken path.
 [[nodiscard]] const DevicePath* LastNode(const DevicePath* path);
@@ -93,6 +98,8 @@ class DevicePathWalker {
 // remaining moves to the next instance, or becomes null behind the last. Null when remaining is null, broken, or
 // the pool is exhausted.
 [[nodiscard]] PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining);
+// The same off the front of bytes that hold a path, nodes of any type included; rest is empty behind the last instance.
+[[nodiscard]] PoolPtr<DevicePath> CopyNextInstance(Bytes& rest);
 
 // A pool copy of the whole path; null when it is broken or the pool is exhausted.
 [[nodiscard]] PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path);
