@@ -27,6 +27,15 @@ bool PolicyFileExists() {
   return result == BT_DONE;
 }
 
+UINT8 QueryMode(const char* query) {
+  const ZEPHAN_MODE_INFO* info = FindZephanMode();
+  if (info == nullptr) {
+    DebugPrint("%a: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n", query);
+    return 0;
+  }
+  return info->Mode;
+}
+
 }  // namespace
 
 const ZEPHAN_MODE_INFO* FindZephanMode() { return LocateProtocol<ZEPHAN_MODE_INFO>(); }
@@ -39,14 +48,9 @@ const ZEPHAN_MODE_INFO* LocateZephanMode() {
   return info;
 }
 
-UINT8 IsRackZephan() {
-  const ZEPHAN_MODE_INFO* info = FindZephanMode();
-  if (info == nullptr) {
-    DebugPrint("IsRackZephan: fails to locate protocol using VEYRA_ZEPHAN_MODE_GUID. \n");
-    return 0;
-  }
-  return info->Mode;
-}
+UINT8 IsRackZephan() { return QueryMode("IsRackZephan"); }
+
+UINT8 IsRackZephanFunc() { return QueryMode("IsRackZephanFunc"); }
 
 void DetectZephanConfigMode() {
   gBmc.ZephanConfigMode = FALSE;

@@ -12,5 +12,7 @@ namespace bds {
 
 // Mode: 1 managed, 0 standalone or not published (which is logged).
 [[nodiscard]] UINT8 IsRackZephan();
+// The same, logged under its own name; the policy intake and its report ask by it.
+[[nodiscard]] UINT8 IsRackZephanFunc();
 
 }  // namespace bds

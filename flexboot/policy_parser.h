@@ -14,8 +14,9 @@ namespace bds {
 // Fills the targets of a zeroed record whose header is filled. Targets beyond those that the header announces are
 // passed over.
 [[nodiscard]] EFI_STATUS IsolateBootTargets(XML_CURSOR& cursor, FLEXBOOT_ORDER_HEADER& record);
-// Fills one zeroed entry from the target whose opening tag was just read into the buffers.
-[[nodiscard]] EFI_STATUS ExtractBootTarget(XML_CURSOR& cursor, FLEXBOOT_TARGET& entry, char* tokenstr,
+// Fills one zeroed entry from the target whose opening tag was just read into the buffers; with a null entry the target
+// is read to its end and forgotten.
+[[nodiscard]] EFI_STATUS ExtractBootTarget(XML_CURSOR& cursor, FLEXBOOT_TARGET* entry, char* tokenstr,
                                            const char* valuestr);
 // Adds to gFlexBoot.mUefiParamTargets what the target at the cursor says of loaders. Reads through a copy: the cursor
 // does not move.
