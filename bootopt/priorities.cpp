@@ -9,7 +9,9 @@ namespace bds {
 void SetBootOptionPriorities() {
   // A policy and the STBU mode decide the whole order, so that no option keeps its old number.
   const bool policy = HaveVbootPolicy();
-  if (policy || IsStbuEfiEnabled()) {
+  const bool anew = policy || IsStbuEfiEnabled();
+  if (anew) {
+    HoldPlacesOfUnloadedOptions();
     for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
       option->BootOptionNumber = kNoBootOptionNumber;
     }
@@ -23,6 +25,9 @@ void SetBootOptionPriorities() {
       option->Priority = priority + 1;
     }
     priority = option->Priority;
+  }
+  if (anew) {
+    RestorePlacesOfUnloadedOptions();
   }
   DumpBootOptionList(BootOptionList, "After Setting Priorities");
 }

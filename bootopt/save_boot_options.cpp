@@ -47,32 +47,48 @@ Bytes TakeImage(BOOT_OPTION& option, ImageRooms& rooms) {
   return image;
 }
 
-// Whether the variable stands for the option although the store refused to write it. A full store may hold the option
-// already, at worst with the attributes and mask of an earlier boot; such an option must not drop out of the order. One
-// that was loaded from this very number is there; numbered anew, it is there only if what is stored is the same.
-bool StoreHolds(const BOOT_OPTION& option, Bytes image, ImageRooms& rooms) {
-  if (option.StoredNumber == option.BootOptionNumber) {
-    return true;
-  }
+bool VariableHolds(UINT16 number, Bytes image, ImageRooms& rooms) {
   const std::span<std::byte> room{rooms.Stored.Data.get(), rooms.Stored.Size};
   UINTN size = 0;
-  const EFI_STATUS status =
-      ReadVariableInto(BootVariableName(option.BootOptionNumber), gEfiGlobalVariableGuid, room, size);
+  const EFI_STATUS status = ReadVariableInto(BootVariableName(number), gEfiGlobalVariableGuid, room, size);
   return !EFI_ERROR(status) && IsSameLoadOption(room.first(size), image);
 }
 
-// True when the variable now stands for the option.
-bool SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
+bool IsNumberOfAnother(const BOOT_OPTION& option, UINT16 number) {
+  const BOOT_OPTION* other = BootOptionList.First;
+  while (other != nullptr && (other == &option || other->BootOptionNumber != number)) {
+    other = other->Next;
+  }
+  return other != nullptr;
+}
+
+// The number under which the store holds an option that it refused to write; kNoBootOptionNumber: under none. A full
+// store may hold it already, at worst with the attributes and mask of an earlier boot; such an option must not drop out
+// of the order. One that kept its number is there. One that was numbered anew may be under the new number, or is still
+// under the old one when no other option was or will be saved there.
+UINT16 NumberHeld(const BOOT_OPTION& option, Bytes image, ImageRooms& rooms) {
+  const UINT16 number = option.BootOptionNumber;
+  const UINT16 stored = option.StoredNumber;
+  if (stored == number || VariableHolds(number, image, rooms)) {
+    return number;
+  }
+  const bool there =
+      stored != kNoBootOptionNumber && !IsNumberOfAnother(option, stored) && VariableHolds(stored, image, rooms);
+  return there ? stored : kNoBootOptionNumber;
+}
+
+// Returns the number whose variable now stands for the option; kNoBootOptionNumber when none does.
+UINT16 SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
   const NumberedName name = BootVariableName(option.BootOptionNumber);
   const Bytes image = TakeImage(option, rooms);
   const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, image);
   DebugPrint("Setting Boot option#%04x with size %x\n", option.BootOptionNumber, image.size());
   DebugPrint("Description: %S\n", option.Description.get());
   if (!EFI_ERROR(status)) {
-    return true;
+    return option.BootOptionNumber;
   }
   DebugPrint("%a:Writing Boot%04X failed:%r\n", kSave, option.BootOptionNumber, status);
-  return StoreHolds(option, image, rooms);
+  return NumberHeld(option, image, rooms);
 }
 
 // Writes the options and puts those that the store holds into the order. False when it holds none.
@@ -85,8 +101,8 @@ bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
       continue;
     }
     tried = true;
-    if (SaveOption(*option, rooms)) {
-      order.Add(option->BootOptionNumber, option->Priority);
+    if (const UINT16 number = SaveOption(*option, rooms); number != kNoBootOptionNumber) {
+      order.Add(number, option->Priority);
       saved = true;
     }
     BOOT_OPTION* next = option->Next;

@@ -9,6 +9,8 @@ namespace {
 
 constexpr UINTN kFirstCapacity = 16;
 
+std::span<UNLOADED_OPTION> Entries() { return {gBootOptions.Unloaded.Entries.get(), gBootOptions.Unloaded.Count}; }
+
 bool Grow(UNLOADED_OPTIONS& unloaded) {
   const UINTN capacity = unloaded.Capacity == 0 ? kFirstCapacity : unloaded.Capacity * 2;
   auto larger = AllocateArray<UNLOADED_OPTION>(capacity);
@@ -50,7 +52,7 @@ void RecordUnloadedOption(UINT16 number, UINT32 priority) {
     unloaded.State = UnloadedState::CannotRecord;
     return;
   }
-  unloaded.Entries[unloaded.Count++] = {number, priority};
+  unloaded.Entries[unloaded.Count++] = {number, priority, nullptr};
 }
 
 void RecordUnreadOrder() { gBootOptions.Unloaded.State = UnloadedState::OrderUnread; }
@@ -60,13 +62,30 @@ bool EveryOptionWasLoaded() { return EveryUnloadedOptionIsKnown() && gBootOption
 bool EveryUnloadedOptionIsKnown() { return gBootOptions.Unloaded.State == UnloadedState::Recorded; }
 
 bool IsUnloadedOption(UINT16 number) {
-  const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
-  for (UINTN i = 0; i < unloaded.Count; ++i) {
-    if (unloaded.Entries[i].Number == number) {
+  for (const UNLOADED_OPTION& entry : Entries()) {
+    if (entry.Number == number) {
       return true;
     }
   }
   return false;
+}
+
+void HoldPlacesOfUnloadedOptions() {
+  for (UNLOADED_OPTION& entry : Entries()) {
+    entry.Before = nullptr;
+    for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+      const bool nearer = entry.Before == nullptr || option->Priority > entry.Before->Priority;
+      if (option->StoredNumber != kNoBootOptionNumber && option->Priority < entry.Priority && nearer) {
+        entry.Before = option;
+      }
+    }
+  }
+}
+
+void RestorePlacesOfUnloadedOptions() {
+  for (UNLOADED_OPTION& entry : Entries()) {
+    entry.Priority = entry.Before != nullptr ? entry.Before->Priority + 1 : 0;
+  }
 }
 
 EFI_STATUS CompleteUnloadedOptions() {
@@ -105,9 +124,10 @@ void OrderBuilder::AddOnce(UINT16 number) {
 }
 
 void OrderBuilder::AddUnloadedUpTo(UINT32 priority) {
-  const UNLOADED_OPTIONS& unloaded = gBootOptions.Unloaded;
-  for (; next_ < unloaded.Count && unloaded.Entries[next_].Priority <= priority; ++next_) {
-    AddOnce(unloaded.Entries[next_].Number);
+  for (const UNLOADED_OPTION& entry : Entries()) {
+    if (entry.Priority <= priority) {
+      AddOnce(entry.Number);
+    }
   }
 }
 

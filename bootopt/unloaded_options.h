@@ -9,9 +9,12 @@
 
 namespace bds {
 
+struct BOOT_OPTION;
+
 struct UNLOADED_OPTION {
   UINT16 Number;
   UINT32 Priority;  // what the option would have had: it stands before the first option whose priority is not smaller
+  const BOOT_OPTION* Before;  // while the priorities are given anew: the loaded option that stood before it, or null
 };
 
 enum class UnloadedState : UINT8 {
@@ -37,6 +40,10 @@ void RecordUnreadOrder();
 [[nodiscard]] bool EveryUnloadedOptionIsKnown();
 // True when the number is one of the entries.
 [[nodiscard]] bool IsUnloadedOption(UINT16 number);
+
+// Called around the giving of new priorities: each entry stays behind the option that it stood behind.
+void HoldPlacesOfUnloadedOptions();
+void RestorePlacesOfUnloadedOptions();
 
 // Where the ledger is not complete, reads BootOrder again and makes an entry of each number that no listed option was
 // loaded from. The status of the read, EFI_OUT_OF_RESOURCES without memory; EFI_SUCCESS when the ledger is complete.
@@ -64,7 +71,6 @@ class OrderBuilder {
 
   PoolPtr<UINT16> numbers_;
   UINTN count_ = 0;
-  UINTN next_ = 0;  // entry of what was not loaded
   NumberSet seen_;
 };
 
