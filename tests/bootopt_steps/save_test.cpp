@@ -147,6 +147,22 @@ TEST(Saving, ARefusedWriteDropsOnlyWhatTheStoreDoesNotHold) {
   }
 }
 
+TEST(Saving, ARefusedOptionThatWasNumberedAnewKeepsAnOldNumberThatIsNobodyElses) {
+  for (const UINT16 other : {UINT16{4}, UINT16{9}}) {
+    FakeServer firmware;
+    const Blob path = PciRoot() + End();
+    firmware.SetVariable(u"Boot0009", gEfiGlobalVariableGuid, 7, Image(1, u"mine", path));
+    firmware.RefuseWrite = [](const std::u16string& name) {
+      return name == u"Boot0002" ? EFI_OUT_OF_RESOURCES : EFI_SUCCESS;
+    };
+    AddOption(path, false, 2, 256, u"mine").StoredNumber = 9;
+    AddOption(path, false, other, 512, u"another");
+    bds::SaveBootOptions();
+    EXPECT_EQ(firmware.Variable(u"BootOrder")->Data, other == 9 ? Order({9}) : Order({9, 4}));
+    EXPECT_EQ(firmware.Variable(u"Boot0009")->Data, Image(1, other == 9 ? u"another" : u"mine", path));
+  }
+}
+
 TEST(Saving, ARefusedWriteDropsNothingThatCannotBeReadBack) {
   FakeServer firmware;
   firmware.RefuseWrite = [](const std::u16string& name) {
