@@ -3,7 +3,6 @@
 // Whatever it is, the boot comes to an end, nothing leaks, and what the user made keeps its bytes and its place.
 #include <random>
 
-#include "platform/setup_variable.h"
 #include "tests/whole_boots/users_server.h"
 
 namespace sim::test {
@@ -122,13 +121,8 @@ TEST_F(BadInput, OneFailureIsMadeUpForByTheBootsBehindIt) {
     if (!ordered) std::ranges::sort(images);
     return images;
   };
-  Kept numberedAnew = usual_;
-  const auto setup = std::ranges::find(numberedAnew.variables, u"Setup", &Variable::name);
-  ASSERT_NE(setup, numberedAnew.variables.end());
-  setup->data.at(kSetupStbuMode) = std::byte{1};
   // Of a fresh server, an option that had to wait comes later.
-  const std::tuple<const char*, Kept, bool> starts[] = {
-      {"fresh", Kept{}, false}, {"settled", usual_, true}, {"numbered anew", numberedAnew, true}};
+  const std::tuple<const char*, Kept, bool> starts[] = {{"fresh", Kept{}, false}, {"settled", usual_, true}};
   const std::pair<const char*, const char*> faults[] = {{"AllocatePool", "EFI_OUT_OF_RESOURCES"},
                                                         {"GetVariable", "EFI_DEVICE_ERROR"},
                                                         {"SetVariable", "EFI_OUT_OF_RESOURCES"}};
