@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Boots the servers of this folder and compares all that comes of it with what is kept beside their descriptions.
 
-    golden.py SOURCE_DIR BDS_SIM [--accept] [NAME...]    compares, or writes anew; all servers when none is named
+    golden.py SOURCE_DIR BDS_SIM [--accept | --first] [NAME...]
+        compares, or writes anew; all servers when none is named; --first ends with the first difference
     golden.py SOURCE_DIR --list                          the servers' names, one a line
 
 A server's folder holds server.toml, its description; boots.txt, what is done to it, a line each; and what came of it:
@@ -369,7 +370,7 @@ def main(source, *arguments):
         return 77
     sim, *rest = arguments
     accept = "--accept" in rest
-    names = [name for name in rest if name != "--accept"] or servers
+    names = [name for name in rest if not name.startswith("--")] or servers
     make_disks(source)
     right = True
     for name in names:
@@ -378,6 +379,8 @@ def main(source, *arguments):
         except Wrong as wrong:
             print(wrong)
             right = False
+        if not right and "--first" in rest:
+            break
     if not right:
         print("If this is as it should be: tools/golden.sh --accept, and look at the difference in git.")
     return 0 if right else 1
