@@ -26,6 +26,29 @@ struct Kept {
     if (!order.empty()) std::memcpy(order.data(), bytes->data(), order.size() * 2);
     return order;
   }
+  // The BMC holds the order and every option of it as the variables do.
+  bool CopiesAreComplete() const {
+    const auto same = [this](const std::string& name) {
+      const Bytes* bytes = Find(std::u16string(name.begin(), name.end()));
+      const auto file = files.find(name);
+      return bytes != nullptr && file != files.end() &&
+             std::ranges::equal(std::as_bytes(std::span(file->second)), *bytes);
+    };
+    return same("BootOrder") && std::ranges::all_of(Order(), [&same](std::uint16_t number) {
+             return same(fmt::format("Boot{:04X}", number));
+           });
+  }
+  void Drop(std::u16string_view name) {
+    std::erase_if(variables, [name](const Variable& one) { return one.name == name; });
+  }
+  void Put(std::u16string name, const Bytes& data, const EFI_GUID& guid = gEfiGlobalVariableGuid) {
+    Drop(name);
+    if (!data.empty()) variables.push_back({std::move(name), guid, kKept, data});
+  }
+  void PutOrder(const std::vector<std::uint16_t>& order) {
+    const auto bytes = std::as_bytes(std::span(order));
+    Put(u"BootOrder", {bytes.begin(), bytes.end()});
+  }
 };
 
 inline Kept Take(const Server& server) {
@@ -42,8 +65,9 @@ inline Kept Take(const Server& server) {
   return kept;
 }
 
-inline std::unique_ptr<Server> Place(const ServerDescription& description, const Kept& kept) {
-  auto server = std::make_unique<Server>(description, ServerOptions{});
+inline std::unique_ptr<Server> Place(const ServerDescription& description, const Kept& kept,
+                                     const std::filesystem::path& state = {}) {
+  auto server = std::make_unique<Server>(description, ServerOptions{.state = state, .image = {}});
   for (const Variable& variable : kept.variables) {
     EXPECT_EQ(server->Variables().Set(variable.name, variable.guid, variable.attributes, variable.data), EFI_SUCCESS);
   }
