@@ -111,6 +111,10 @@ void RemoveOrphanOptions() {
     return;
   }
   DebugPrint("Zephan mode \n");
+  if (gBootOptions.OrphansUncertain) {
+    DebugPrint("%a:Memory ran out, no orphan is deleted on this boot\n", "RemoveOrphanOptions");
+    return;
+  }
   ForEachOption([](BOOT_OPTION& option) {
     if (IsMatched(option)) {
       return;

@@ -112,6 +112,16 @@ bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
   return saved || !tried;
 }
 
+// Numbers may stand for other options by now, so that the order of before would name the wrong ones: a store that
+// refuses is asked once more.
+EFI_STATUS WriteOrder(Bytes numbers) {
+  const EFI_STATUS status = WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
+  if (!EFI_ERROR(status) || numbers.empty()) {
+    return EFI_SUCCESS;  // that there is none to delete is no failure
+  }
+  return WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
+}
+
 void SaveListAndOrder() {
   OrderBuilder order;
   if (const EFI_STATUS status = order.Begin(); EFI_ERROR(status)) {
@@ -128,9 +138,7 @@ void SaveListAndOrder() {
     DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", kSave);
     return;
   }
-  const Bytes numbers = order.Finish();
-  const EFI_STATUS status = WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
-  if (EFI_ERROR(status) && !numbers.empty()) {
+  if (const EFI_STATUS status = WriteOrder(order.Finish()); EFI_ERROR(status)) {
     DebugPrint("%a:Writing BootOrder failed:%r\n", kSave, status);
   }
 }
