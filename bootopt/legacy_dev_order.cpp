@@ -1,9 +1,8 @@
 #include "bootopt/legacy_dev_order.h"
 
 #include "bootopt/steps.h"
-#include "platform/setup_variable.h"
 #include "support/debug_print.h"
-#include "support/variables.h"
+#include "support/setup.h"
 
 namespace bds {
 namespace {
@@ -78,9 +77,10 @@ bool IsOrdered(const BOOT_OPTION& option) {
 
 // The order goes where Setup goes, so that both are seen by the same readers.
 UINT32 SetupAttributes() {
-  PoolBuffer setup;
-  UINT32 attributes = 0;
-  return EFI_ERROR(ReadVariable(kSetupName, kSetupGuid, setup, &attributes)) ? kNonVolatileBoot : attributes;
+  SetupVariable setup;
+  const EFI_STATUS status = ReadSetup(setup);
+  // Of a Setup that is too long to be read the attributes are known all the same.
+  return EFI_ERROR(status) && status != EFI_BUFFER_TOO_SMALL ? kNonVolatileBoot : setup.Attributes;
 }
 
 }  // namespace

@@ -13,8 +13,8 @@ bool IsInstalled(const EFI_GUID& guid) {
   return !EFI_ERROR(BootServices()->LocateProtocol(&guid, nullptr, &interface));
 }
 
-bool ReadConsole(const CHAR16* name, PoolBuffer& paths) {
-  return !EFI_ERROR(ReadVariable(name, gEfiGlobalVariableGuid, paths));
+EFI_STATUS ReadConsole(const CHAR16* name, PoolBuffer& paths) {
+  return ReadVariable(name, gEfiGlobalVariableGuid, paths);
 }
 
 void WriteConsole(const CHAR16* name, UINT32 attributes, const PoolBuffer& paths) {
@@ -23,21 +23,24 @@ void WriteConsole(const CHAR16* name, UINT32 attributes, const PoolBuffer& paths
 
 void CopyConsole(const CHAR16* device, const CHAR16* console) {
   PoolBuffer paths;
-  if (ReadConsole(device, paths)) {
+  if (!EFI_ERROR(ReadConsole(device, paths))) {
     WriteConsole(console, kNonVolatileBootRuntime, paths);
   }
 }
 
-// No error device of its own: errors go where the output goes.
+// No error device of its own: errors go where the output goes. One that is there but cannot be read is not replaced.
 void SetErrorConsole() {
   PoolBuffer paths;
-  if (!ReadConsole(u"ErrOutDev", paths)) {
-    if (!ReadConsole(u"ConOutDev", paths)) {
-      return;
+  EFI_STATUS status = ReadConsole(u"ErrOutDev", paths);
+  if (status == EFI_NOT_FOUND) {
+    status = ReadConsole(u"ConOutDev", paths);
+    if (!EFI_ERROR(status)) {
+      WriteConsole(u"ErrOutDev", kVolatileBootRuntime, paths);
     }
-    WriteConsole(u"ErrOutDev", kVolatileBootRuntime, paths);
   }
-  WriteConsole(u"ErrOut", kNonVolatileBootRuntime, paths);
+  if (!EFI_ERROR(status)) {
+    WriteConsole(u"ErrOut", kNonVolatileBootRuntime, paths);
+  }
 }
 
 }  // namespace

@@ -4,9 +4,8 @@
 #include "core/driver_health_messages.h"
 #include "core/steps.h"
 #include "platform/form_browser2.h"
-#include "platform/setup_variable.h"
 #include "support/protocols.h"
-#include "support/variables.h"
+#include "support/setup.h"
 
 namespace bds {
 namespace {
@@ -94,14 +93,12 @@ bool TreatAll(HealthMessages& messages) {
 }  // namespace
 
 void CheckDriverHealth() {
-  UINT8 setup[kSetupSize] = {};
-  UINTN size = 0;
-  const std::span record(reinterpret_cast<std::byte*>(setup), sizeof(setup));
-  const bool readable = !EFI_ERROR(ReadVariableInto(kSetupName, kSetupGuid, record, size));
-  if (readable && setup[kSetupDriverHealthCheck] == 0) {
+  SetupVariable setup;
+  const bool readable = !EFI_ERROR(ReadSetup(setup));
+  if (readable && setup.At(kSetupDriverHealthCheck) == 0) {
     return;
   }
-  HealthMessages messages(setup[kSetupHealthInQuietBoot] != 0);
+  HealthMessages messages(readable && setup.At(kSetupHealthInQuietBoot) != 0);
   if (TreatAll(messages)) {
     RuntimeServices()->ResetSystem(EfiResetWarm, EFI_SUCCESS, 0, nullptr);
   }

@@ -5,16 +5,17 @@
 #include "bootopt/boot_lists.h"
 #include "core/bds_entry.h"
 #include "core/oprom_policy.h"
+#include "core/oprom_state.h"
 #include "core/state.h"
 #include "flexboot/state.h"
 #include "support/debug_print.h"
 #include "support/services.h"
-#include "support/variables.h"
 #include "vboot/policy_engine.h"
 
 namespace bds {
 
 constinit CORE_STATE gCore;
+constinit OPTION_ROM_STATE gOptionRom;
 
 namespace {
 
@@ -24,6 +25,7 @@ constexpr UINT32 kFirmwareRevision = 0x0005000B;
 void StartAllStateFresh(EFI_HANDLE imageHandle, EFI_SYSTEM_TABLE* systemTable) {
   StartFresh(gDebug);
   StartFresh(gCore);
+  StartFresh(gOptionRom);
   StartFresh(gBootOptions);
   StartFresh(gPolicyEngine);
   StartFresh(gBmc);
@@ -32,14 +34,11 @@ void StartAllStateFresh(EFI_HANDLE imageHandle, EFI_SYSTEM_TABLE* systemTable) {
   InitializeDebugMask(imageHandle);
 }
 
-void ReadSetup() {
-  UINTN size = 0;
-  const std::span record(reinterpret_cast<std::byte*>(gCore.Setup), sizeof(gCore.Setup));
-  if (EFI_ERROR(ReadVariableInto(kSetupName, kSetupGuid, record, size))) {
-    return;
+void TakeSetup() {
+  if (!EFI_ERROR(ReadSetup(gCore.Setup))) {
+    gCore.SetupRead = TRUE;
+    ArrangeOptionRomPolicy();
   }
-  gCore.SetupRead = TRUE;
-  ArrangeOptionRomPolicy();
 }
 
 void NameFirmware(EFI_SYSTEM_TABLE& table) {
@@ -66,7 +65,7 @@ EFI_STATUS InstallArchitecturalProtocol() {
 
 extern "C" EFI_STATUS EFIAPI EfiMain(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
   bds::StartAllStateFresh(ImageHandle, SystemTable);
-  bds::ReadSetup();
+  bds::TakeSetup();
   bds::NameFirmware(*SystemTable);
   return bds::InstallArchitecturalProtocol();
 }

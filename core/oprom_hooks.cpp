@@ -1,10 +1,10 @@
 // A legacy video ROM can only run when no UEFI driver holds the display controller. The hook takes the controller away
-// from such a driver, and gives it back when the ROM did not take over before all drivers were connected.
+// from such a driver. When the ROMs did not take over before all drivers were connected, each one goes back.
 #include "core/oprom_hooks.h"
 
 #include "core/oprom_drivers.h"
+#include "core/oprom_state.h"
 #include "core/pci_handles.h"
-#include "core/state.h"
 #include "platform/graphics_output.h"
 
 namespace bds {
@@ -49,12 +49,8 @@ void EnableDecoding(EFI_PCI_IO_PROTOCOL& pciIo) {
       pciIo.Attributes(&pciIo, EfiPciIoAttributeOperationEnable, supported & EFI_PCI_DEVICE_ENABLE, nullptr));
 }
 
-EFI_STATUS TakeDisplayOver(EFI_PCI_IO_PROTOCOL& pciIo) {
-  EFI_HANDLE display = HandleOfPciIo(&pciIo);
-  if (display == nullptr) {
-    return EFI_NOT_FOUND;
-  }
-  gCore.OptionRom.Display = display;
+// Success too when a driver for legacy ROMs shows the picture already.
+EFI_STATUS DetachGraphics(EFI_HANDLE display, EFI_PCI_IO_PROTOCOL& pciIo) {
   EFI_HANDLE driver = nullptr;
   if (const EFI_STATUS status = FindGraphicsDriver(display, driver); EFI_ERROR(status)) {
     return status;
@@ -67,29 +63,45 @@ EFI_STATUS TakeDisplayOver(EFI_PCI_IO_PROTOCOL& pciIo) {
   return status;
 }
 
+void TakeDisplayOver(EFI_PCI_IO_PROTOCOL& pciIo) {
+  EFI_HANDLE display = HandleOfPciIo(&pciIo);
+  // A display that could not be remembered could not be given back, so it is not taken.
+  if (display == nullptr || EFI_ERROR(ReserveHandle(gOptionRom.Displays))) {
+    return;
+  }
+  if (!EFI_ERROR(DetachGraphics(display, pciIo))) {
+    AppendHandle(gOptionRom.Displays, display);
+  }
+}
+
 EFI_STATUS BeforeOptionRom(CSM_OPTION_ROM_CONTEXT& context) {
   UINT8 baseClass = 0;
   if (const EFI_STATUS status = ReadPciClass(*context.PciIo, baseClass); EFI_ERROR(status)) {
     return status;
   }
   context.Flag = 1;
-  if (baseClass == kPciClassDisplay && !EFI_ERROR(TakeDisplayOver(*context.PciIo))) {
-    gCore.OptionRom.DisplayTakenOver = TRUE;
+  if (baseClass == kPciClassDisplay) {
+    TakeDisplayOver(*context.PciIo);
   }
   return EFI_SUCCESS;
 }
 
-EFI_STATUS GiveDisplayBack() {
-  const OPTION_ROM_STATE& state = gCore.OptionRom;
-  if (!state.DisplayTakenOver || state.AllDriversConnected) {
-    return EFI_SUCCESS;
+// The status of the last display that could not be connected.
+EFI_STATUS GiveDisplaysBack() {
+  EFI_STATUS result = EFI_SUCCESS;
+  if (gOptionRom.AllDriversConnected) {
+    return result;
   }
-  return BootServices()->ConnectController(state.Display, nullptr, nullptr, TRUE);
+  for (EFI_HANDLE display : gOptionRom.Displays) {
+    const EFI_STATUS status = BootServices()->ConnectController(display, nullptr, nullptr, TRUE);
+    result = EFI_ERROR(status) ? status : result;
+  }
+  return result;
 }
 
 EFI_STATUS EFIAPI OptionRomHook(CSM_OPTION_ROM_CONTEXT* context) {
   if (context == nullptr) {
-    return GiveDisplayBack();
+    return GiveDisplaysBack();
   }
   return context->PciIo != nullptr && context->Flag != 0 ? BeforeOptionRom(*context) : EFI_SUCCESS;
 }

@@ -2,8 +2,8 @@
 // that there are no more drivers.
 #include "core/oprom_override.h"
 
+#include "core/oprom_state.h"
 #include "core/pci_handles.h"
-#include "core/state.h"
 #include "platform/bus_specific_driver_override.h"
 
 namespace bds {
@@ -27,14 +27,14 @@ constexpr ClassPolicy kOverriddenClasses[] = {
 UINT8 PolicyOfClass(UINT8 baseClass) {
   for (const ClassPolicy& row : kOverriddenClasses) {
     if (row.BaseClass == baseClass) {
-      return gCore.OptionRom.Policy[row.Index];
+      return gOptionRom.Policy[row.Index];
     }
   }
   return kPolicyNoOverride;
 }
 
 void StartAnswers(EFI_HANDLE controller, bool legacyPath) {
-  OPTION_ROM_STATE& state = gCore.OptionRom;
+  OPTION_ROM_STATE& state = gOptionRom;
   state.Controller = controller;
   state.LegacyPath = legacyPath;
   state.Position = 0;
@@ -54,17 +54,17 @@ EFI_STATUS BeginController(EFI_HANDLE controller) {
   return EFI_SUCCESS;
 }
 
-EFI_STATUS NextOfList(const DRIVER_LIST& list, EFI_HANDLE& driver) {
-  if (gCore.OptionRom.Position >= list.Count) {
+EFI_STATUS NextOfList(const HANDLE_LIST& list, EFI_HANDLE& driver) {
+  if (gOptionRom.Position >= list.Count) {
     StartAnswers(nullptr, false);
     return EFI_NOT_FOUND;
   }
-  driver = list.Handles[gCore.OptionRom.Position++];
+  driver = list.Handles[gOptionRom.Position++];
   return EFI_SUCCESS;
 }
 
 EFI_STATUS NextOfBusOverride(EFI_HANDLE controller, EFI_HANDLE& driver) {
-  OPTION_ROM_STATE& state = gCore.OptionRom;
+  OPTION_ROM_STATE& state = gOptionRom;
   auto* bus = state.Override == BusOverride::Absent
                   ? nullptr
                   : HandleProtocol<EFI_BUS_SPECIFIC_DRIVER_OVERRIDE_PROTOCOL>(controller);
@@ -84,7 +84,7 @@ EFI_STATUS EFIAPI GetDriver(EFI_PLATFORM_DRIVER_OVERRIDE_PROTOCOL*, EFI_HANDLE c
   if (controller == nullptr || driver == nullptr) {
     return EFI_INVALID_PARAMETER;
   }
-  OPTION_ROM_STATE& state = gCore.OptionRom;
+  OPTION_ROM_STATE& state = gOptionRom;
   if (*driver == nullptr) {
     if (const EFI_STATUS status = BeginController(controller); EFI_ERROR(status)) {
       return status;

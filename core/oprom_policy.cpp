@@ -4,6 +4,7 @@
 #include "core/oprom_drivers.h"
 #include "core/oprom_hooks.h"
 #include "core/oprom_override.h"
+#include "core/oprom_state.h"
 #include "core/state.h"
 #include "platform/legacy_bios.h"
 #include "platform/signals.h"
@@ -18,7 +19,7 @@ constexpr UINT8 kDisplayWithoutCsm = 1;
 
 VOID EFIAPI OnLegacyBios(EFI_EVENT, VOID*) { StartOptionRomPolicy(); }
 
-VOID EFIAPI OnAllDriversConnected(EFI_EVENT, VOID*) { gCore.OptionRom.AllDriversConnected = TRUE; }
+VOID EFIAPI OnAllDriversConnected(EFI_EVENT, VOID*) { gOptionRom.AllDriversConnected = TRUE; }
 
 bool HasLegacyBios() { return !HandlesWith<EFI_LEGACY_BIOS_PROTOCOL>().empty(); }
 
@@ -29,7 +30,7 @@ void Install(EFI_HANDLE& handle, Interface& interface) {
 }
 
 void InstallPolicyProtocols() {
-  OPTION_ROM_STATE& state = gCore.OptionRom;
+  OPTION_ROM_STATE& state = gOptionRom;
   state.HookA = MakePolicyHookA();
   state.HookB = MakePolicyHookB();
   state.DriverOverride = MakeDriverOverride();
@@ -42,8 +43,8 @@ void InstallPolicyProtocols() {
 }  // namespace
 
 void ArrangeOptionRomPolicy() {
-  UINT8* policy = gCore.OptionRom.Policy;
-  CopyMemory(policy, gCore.Setup + kSetupOptionRomPolicy, kSetupOptionRomPolicySize);
+  UINT8* policy = gOptionRom.Policy;
+  CopyMemory(policy, gCore.Setup.Bytes + kSetupOptionRomPolicy, kSetupOptionRomPolicySize);
   if (HasLegacyBios()) {
     StartOptionRomPolicy();
     return;
@@ -54,13 +55,13 @@ void ArrangeOptionRomPolicy() {
 }
 
 void StartOptionRomPolicy() {
-  OPTION_ROM_STATE& state = gCore.OptionRom;
+  OPTION_ROM_STATE& state = gOptionRom;
   if (state.Started || !HasLegacyBios()) {
     return;
   }
   state.Started = TRUE;
-  state.Policy[kPolicySwitch] = gCore.Setup[kSetupOptionRomPolicy + kPolicySwitch];
-  state.Policy[kPolicyDisplay] = gCore.Setup[kSetupOptionRomPolicy + kPolicyDisplay];
+  state.Policy[kPolicySwitch] = gCore.Setup.At(kSetupOptionRomPolicy + kPolicySwitch);
+  state.Policy[kPolicyDisplay] = gCore.Setup.At(kSetupOptionRomPolicy + kPolicyDisplay);
   static_cast<void>(NotifyOnProtocol(kAllDriversConnectedSignalGuid, OnAllDriversConnected));
   CollectDrivers();
   InstallPolicyProtocols();

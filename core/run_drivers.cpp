@@ -66,8 +66,13 @@ void ReconnectAll() {
 
 void RunDrivers() {
   PoolBuffer order;
-  if (EFI_ERROR(ReadVariable(u"DriverOrder", gEfiGlobalVariableGuid, order))) {
+  const EFI_STATUS status = ReadVariable(u"DriverOrder", gEfiGlobalVariableGuid, order);
+  if (status == EFI_NOT_FOUND) {
     DebugPrint("RunDrivers:No DriverOrder present\n");
+    return;
+  }
+  if (EFI_ERROR(status)) {
+    DebugPrint("RunDrivers:Failed reading DriverOrder:%r\n", status);
     return;
   }
   bool reconnect = false;

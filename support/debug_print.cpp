@@ -15,7 +15,7 @@ namespace {
 constexpr UINT16 kSerialData = 0x3F8;
 constexpr UINT16 kSerialLineStatus = 0x3FD;
 constexpr UINT8 kTransmitterEmpty = 0x20;
-constexpr UINT32 kTransmitterPolls = 100000;  // a stuck port loses text, it does not stop the boot
+constexpr UINT32 kTransmitterPolls = 100000;  // then the port counts as stuck, once for the whole boot
 constexpr UINT32 kFifoSize = 16;
 
 class SerialSink final : public TextSink {
@@ -39,17 +39,18 @@ class SerialSink final : public TextSink {
   }
 
   void Flush() {
-    if (used_ == 0) {
-      return;
+    if (used_ != 0 && TransmitterEmpties()) {
+      IoWriteString8(kSerialData, fifo_, used_);
     }
-    for (UINT32 polls = 0; (IoRead8(kSerialLineStatus) & kTransmitterEmpty) == 0; ++polls) {
-      if (polls == kTransmitterPolls) {
-        used_ = 0;
-        return;
-      }
-    }
-    IoWriteString8(kSerialData, fifo_, used_);
     used_ = 0;
+  }
+
+  // A port that is not the driver's alone may never empty. Waiting again at each text would cost the boot minutes.
+  static bool TransmitterEmpties() {
+    for (UINT32 polls = 0; !gDebug.PortStuck && (IoRead8(kSerialLineStatus) & kTransmitterEmpty) == 0; ++polls) {
+      gDebug.PortStuck = polls == kTransmitterPolls;
+    }
+    return !gDebug.PortStuck;
   }
 
   UINT8 fifo_[kFifoSize];
@@ -73,7 +74,7 @@ void PrintInPieces(const Character* text, UINTN length) {
 }  // namespace
 
 void DebugPrintV(UINT64 level, const char* format, std::span<const FormatArgument> arguments) {
-  if ((level & gDebug.Mask) == 0) {
+  if ((level & gDebug.Mask) == 0 || gDebug.PortStuck) {
     return;
   }
   SerialSink sink;

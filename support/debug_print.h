@@ -5,12 +5,13 @@
 
 namespace bds {
 
-inline constexpr UINT64 DEBUG_LEVEL_ALL = ~UINT64{0};   // printed under every mask but 0
-inline constexpr UINT64 DEBUG_LEVEL_STEP = 0x20;        // the line before each step
+inline constexpr UINT64 DEBUG_LEVEL_ALL = ~UINT64{0};  // printed under every mask but 0
+inline constexpr UINT64 DEBUG_LEVEL_STEP = 0x20;       // the line before each step
 inline constexpr UINT64 DEBUG_DEFAULT_MASK = 0x80000046;
 
 struct DEBUG_STATE {
   UINT64 Mask = DEBUG_DEFAULT_MASK;  // set once by the entry point; a message prints when it shares a bit
+  BOOLEAN PortStuck = FALSE;         // the transmitter did not become empty in time; nothing is printed any more
 };
 extern constinit DEBUG_STATE gDebug;
 

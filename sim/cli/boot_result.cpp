@@ -88,7 +88,8 @@ std::string AttemptText(const AttemptReport& attempt) {
     return attempt.legacy ? "legacy boot, which ended the boot" : "started, which ended the boot";
   }
   const std::string reason = attempt.reason.empty() ? "" : fmt::format(" ({})", PrintableText(attempt.reason));
-  const char* what = attempt.legacy ? "legacy boot" : attempt.loaded ? "started and returned" : "not loaded";
+  const char* started = attempt.reason.empty() ? "started and returned" : "not run";
+  const char* what = attempt.legacy ? "legacy boot" : attempt.loaded ? started : "not loaded";
   return fmt::format("{}: {}{}", what, StatusName(attempt.status), reason);
 }
 

@@ -63,7 +63,9 @@ void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
   command.add_option("--variables", boot.variables, "Write all variables at the end, volatile ones too, there")
       ->type_name("DIR");
   command.add_option("--json", boot.json, "Write the result as JSON there; - for standard output")->type_name("FILE");
-  CLI::Option* execute = command.add_flag("--execute", boot.execute, "Run operating system loaders for real");
+  CLI::Option* execute =
+      command.add_flag("--execute", boot.execute,
+                       "Run loaders and drivers found on the server's media for real; no sandbox for hostile code");
   AddStatus(command, "--loader-status", boot.loaderStatus,
             "Loaders are not run and answer this; without either option a started loader ends the boot");
   command.get_option("--loader-status")->excludes(execute);

@@ -138,6 +138,11 @@ constexpr std::size_t kHandlerStackSize = 4 * 1024 * 1024;
 constexpr std::size_t kGuardSize = 64 * 1024;
 constexpr std::size_t kRedZone = 128;  // below the stack pointer, in use without being reserved (System V ABI, 3.2.2)
 
+// Images lie below, this program and its libraries above: only code from there reaches the kernel.
+constexpr std::uint64_t kHostCode = PageAllocator::kBase + PageAllocator::kSize;
+constexpr int kUserDispatch = 2;  // si_code of Linux (asm-generic/siginfo.h), which the C library does not name
+constexpr std::uint64_t kUserSpaceEnd = std::uint64_t{1} << 47;
+
 CrashCatcher* gCatcher = nullptr;
 
 // Mapped once per process, unreadable at its lower end.
@@ -181,8 +186,15 @@ void CrashCatcher::OnFault(int signal, siginfo_t* info, void* context) {
     machine.SetDriver(nullptr, {});
     machine.EndBoot(BootEnd::Crashed, crash);
   }
-  crash = fmt::format("signal {} at 0x{:X}, address 0x{:X}", signal, static_cast<std::uint64_t>(registers[REG_RIP]),
-                      reinterpret_cast<std::uintptr_t>(info->si_addr));
+  const auto at = static_cast<std::uint64_t>(registers[REG_RIP]);
+  if (signal == SIGSYS && info->si_code == kUserDispatch) {
+    // RIP lies behind the instruction (SYSCALL and INT 80h are two bytes long).
+    crash =
+        fmt::format("the image made a system call (number {}) at 0x{:X}; firmware has none", info->si_syscall, at - 2);
+  } else {
+    crash =
+        fmt::format("signal {} at 0x{:X}, address 0x{:X}", signal, at, reinterpret_cast<std::uintptr_t>(info->si_addr));
+  }
   machine.EndBoot(BootEnd::Crashed, crash);
 }
 
@@ -198,6 +210,8 @@ CrashCatcher::CrashCatcher() {
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     sigaction(kSignals[i], &action, &old_[i]);
   }
+  refusesSystemCalls_ =
+      prctl(PR_SET_SYSCALL_USER_DISPATCH, PR_SYS_DISPATCH_ON, kHostCode, kUserSpaceEnd - kHostCode, nullptr) == 0;
   // Where the kernel cannot forbid it, an image reads the host's counter.
   if (prctl(PR_GET_TSC, &oldCounterMode_) != 0) {
     oldCounterMode_ = PR_TSC_ENABLE;
@@ -206,6 +220,7 @@ CrashCatcher::CrashCatcher() {
 }
 
 CrashCatcher::~CrashCatcher() {
+  prctl(PR_SET_SYSCALL_USER_DISPATCH, PR_SYS_DISPATCH_OFF, 0, 0, 0);
   prctl(PR_SET_TSC, oldCounterMode_);
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     sigaction(kSignals[i], &old_[i], nullptr);

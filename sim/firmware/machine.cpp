@@ -189,6 +189,8 @@ __attribute__((noinline)) BootOutcome Machine::Run(const std::function<EFI_STATU
   return std::move(outcome_);
 }
 
+bool Machine::LetsImagesReachTheHost() const { return catcher_ != nullptr && !catcher_->RefusesSystemCalls(); }
+
 std::vector<MemoryExtent> Machine::StacksDownTo(const std::byte* bottom) const {
   std::vector<MemoryExtent> stacks;
   if (catcher_->OnHandlerStack(bottom)) {

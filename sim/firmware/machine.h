@@ -126,6 +126,8 @@ class Machine {
   [[noreturn]] void EndBoot(BootOutcome outcome);
   [[noreturn]] void EndBoot(BootEnd end, std::string text = {});
   bool Running() const { return running_; }
+  // While a boot runs: that this kernel would let an image make system calls.
+  bool LetsImagesReachTheHost() const;
 
   // Half an hour of virtual time and 50 million steps (service calls, serial port accesses, timers): no boot needs
   // that much unless it loops.

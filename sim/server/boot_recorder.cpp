@@ -132,7 +132,7 @@ AttemptReport BootRecorder::Report(const AttemptPlace& place) const {
     }
     case AttemptOf::Start: {
       const ImageService::Start& start = parts_->Images().Starts()[place.index];
-      return {place.option, start.path, false, true, start.status, "", !start.finished};
+      return {place.option, start.path, false, true, start.status, start.reason, !start.finished};
     }
     case AttemptOf::Legacy:
       break;

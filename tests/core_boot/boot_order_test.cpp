@@ -12,7 +12,6 @@ namespace {
 
 using test::Data;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char16_t kDefaultLoader[] = u"\\EFI\\BOOT\\BOOTX64.EFI";
 
@@ -183,30 +182,6 @@ TEST_F(BootOrderTest, AnOddByteBehindTheOrderIsIgnored) {
   Set(u"BootOrder", test::DataOf({1, 0, 1}));
   bds::ReadBootOptionAndBoot();
   EXPECT_THAT(started, ElementsAre("\\a.efi"));
-}
-
-TEST_F(BootOrderTest, APoolThatRunsOutFailsTheBootAndLosesNothing) {
-  AddLoader(u"\\a.efi", EFI_ABORTED);
-  SetOption(u"Boot0001", u"\\a.efi", test::DataOf({1, 2}));
-  Set(u"BootOrder", test::Numbers({1}));
-  const std::size_t blocks = machine.Pool().Count();
-  bool hit = true;
-  int runs = 0;
-  for (; hit && runs < 100; ++runs) {
-    int left = runs;
-    hit = false;
-    machine.Faults().SetCallHook([&](std::string_view service, std::uint64_t) -> std::optional<EFI_STATUS> {
-      if (service != "AllocatePool" || left-- != 0) {
-        return std::nullopt;
-      }
-      hit = true;
-      return EFI_OUT_OF_RESOURCES;
-    });
-    static_cast<void>(bds::ReadBootOptionAndBoot());
-    EXPECT_EQ(machine.Pool().Count(), blocks) << "without the allocation after " << runs;
-  }
-  EXPECT_GE(runs, 4);
-  EXPECT_LT(runs, 100);
 }
 
 }  // namespace

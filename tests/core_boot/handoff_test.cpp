@@ -9,7 +9,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr EFI_GUID kOtherVendor{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 
@@ -47,22 +46,6 @@ TEST_F(HandoffTest, TheFrontEndIsCalledOnceAndItsStatusReturned) {
   Install(&frontEnd.Protocol);
   EXPECT_EQ(bds::HandoffToKui(), EFI_ABORTED);
   EXPECT_EQ(FrontEnd::Runs, 1);
-}
-
-TEST_F(HandoffTest, OptionsOfTheOrderAreDumpedOrMissed) {
-  const test::Data option = Option(u"first");
-  Set(u"Boot0001", option);
-  Set(u"BootOrder", test::Numbers({1, 0xAB}));
-  static_cast<void>(bds::HandoffToKui());
-  EXPECT_THAT(Log(), HasSubstr("Boot order:\n"));
-  char size[64];
-  std::snprintf(size, sizeof(size), "Option size returned is 0x%zx\nOption size is 0x%zx\n", option.size(),
-                option.size());
-  EXPECT_THAT(Log(), HasSubstr(std::string("Boot option Boot0001\n:") + size));
-  EXPECT_THAT(Log(), HasSubstr("Boot option Boot00AB\n:Option size returned is 0x0\n"
-                               "DumpNvramOptions:Cannot read Boot option 171\n"));
-  EXPECT_THAT(Log(), HasSubstr("Option is active\n"));
-  EXPECT_THAT(Log(), Not(HasSubstr("is not in the boot order")));
 }
 
 TEST_F(HandoffTest, OptionsOutsideTheOrderAreReported) {

@@ -32,12 +32,6 @@ TEST_F(LateStepsTest, WithoutDxeServicesNothingHappens) {
   EXPECT_EQ(dxe.DispatchCalls(), 0U);
 }
 
-TEST_F(LateStepsTest, DispatchIsCalledOnce) {
-  ASSERT_EQ(dxe.Install(), EFI_SUCCESS);
-  static_cast<void>(bds::CallTheDispatcher());
-  EXPECT_EQ(dxe.DispatchCalls(), 1U);
-}
-
 TEST_F(LateStepsTest, OnlyUntestedReservedMemoryBecomesSystemMemory) {
   ASSERT_EQ(dxe.Install(), EFI_SUCCESS);
   const struct {
@@ -86,12 +80,6 @@ TEST_F(LateStepsTest, CapsuleVariablesGoUpToTheFirstGap) {
   EXPECT_EQ(Find(u"CapsuleUpdateData2", gEfiCapsuleVendorGuid), nullptr);
   EXPECT_NE(Find(u"CapsuleUpdateData4", gEfiCapsuleVendorGuid), nullptr);
   EXPECT_NE(Find(u"CapsuleUpdateData"), nullptr);
-}
-
-TEST_F(LateStepsTest, WithoutTheFirstCapsuleTheOthersStay) {
-  Set(u"CapsuleUpdateData1", test::DataOf(UINT64{1}), 7, gEfiCapsuleVendorGuid);
-  EXPECT_EQ(bds::PerformCapsuleVariableCleanup(), EFI_NOT_FOUND);
-  EXPECT_NE(Find(u"CapsuleUpdateData1", gEfiCapsuleVendorGuid), nullptr);
 }
 
 TEST_F(LateStepsTest, AFirmwareThatAlwaysDeletesDoesNotHoldTheBoot) {

@@ -6,16 +6,6 @@ namespace {
 
 class WaitForUserInputTest : public test::DriverTest {};
 
-TEST_F(WaitForUserInputTest, LastsThreeSecondsAndLeavesNoEvent) {
-  const std::size_t events = machine.Events().Count();
-  const sim::Ticks before = machine.Time().Now();
-  bds::WaitForUserInput();
-  EXPECT_EQ(machine.Time().Now() - before, 3 * sim::kSecond);
-  EXPECT_EQ(machine.Events().Count(), events);
-  EXPECT_EQ(machine.Events().CurrentTpl(), TPL_APPLICATION);
-  EXPECT_EQ(Log(), "");
-}
-
 TEST_F(WaitForUserInputTest, WaitsBelowARaisedPriorityAndRestoresIt) {
   machine.Events().Raise(TPL_CALLBACK);
   const sim::Ticks before = machine.Time().Now();

@@ -11,7 +11,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ConsoleTest : public test::ConnectTest {
  protected:
@@ -39,14 +38,6 @@ TEST_F(ConsoleTest, AddInDisplaysComeBeforeEmbeddedOnes) {
   AddFunction(unreadable, paths[3]);
   bds::ConnectVgaConOut();
   EXPECT_THAT(recorder.Connected(), ElementsAre(second, first));
-}
-
-TEST_F(ConsoleTest, WithoutPciNothingIsConnected) {
-  bds::ConnectVgaConOut();
-  bds::ConnectPs2ConIn();
-  bds::ConnectUsbConIn();
-  EXPECT_THAT(recorder.Calls, IsEmpty());
-  EXPECT_FALSE(bds::gCore.IsaBridgePath);
 }
 
 TEST_F(ConsoleTest, UsbControllersAreConnectedRecursively) {
@@ -138,6 +129,16 @@ TEST_F(ConsoleTest, ConsoleVariablesFollowTheirDevices) {
       }
     }
   }
+}
+
+TEST_F(ConsoleTest, AnErrorDeviceThatCannotBeReadIsNotReplaced) {
+  for (const char16_t* name : {u"ConOutDev", u"ConInDev", u"ErrOutDev"}) {
+    Set(name, test::DataOf({1, 2}), 6);
+  }
+  machine.Faults().FailCall("GetVariable", 5, EFI_DEVICE_ERROR);  // behind two for each of the others
+  bds::InitConVars();
+  EXPECT_NE(Find(u"ConIn"), nullptr);
+  EXPECT_EQ(Find(u"ErrOut"), nullptr);
 }
 
 }  // namespace

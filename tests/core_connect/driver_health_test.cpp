@@ -12,7 +12,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const EFI_HII_HANDLE kForm = reinterpret_cast<EFI_HII_HANDLE>(0x100);
 const EFI_HII_HANDLE kStrings = reinterpret_cast<EFI_HII_HANDLE>(0x200);
@@ -25,15 +24,18 @@ struct FakeFrontEnd {
   static inline std::vector<std::u16string> Shown;
   static inline int Forms;
   static inline EFI_STATUS FormStatus;
+  static inline std::string Languages;  // of the strings, separated by semicolons
 
   FakeFrontEnd() {
     Shown.clear();
     Forms = 0;
     FormStatus = EFI_SUCCESS;
+    Languages = "en-US";
     Protocol.ShowMessage = Show;
     Protocol.LeaveQuietBoot = Leave;
     Browser.SendForm = SendForm;
     Strings.GetString = GetString;
+    Strings.GetLanguages = GetLanguages;
   }
 
  private:
@@ -59,7 +61,7 @@ struct FakeFrontEnd {
   static EFI_STATUS EFIAPI GetString(const EFI_HII_STRING_PROTOCOL*, const CHAR8* language, EFI_HII_HANDLE package,
                                      EFI_STRING_ID id, CHAR16* text, UINTN* size, EFI_FONT_INFO**) {
     EXPECT_EQ(package, kStrings);
-    if (std::string_view(language) != "en-US" || id == 9) {
+    if ((";" + Languages + ";").find(";" + std::string(language) + ";") == std::string::npos || id == 9) {
       return EFI_NOT_FOUND;
     }
     const char16_t message[] = {u'm', static_cast<char16_t>(u'0' + id), 0};
@@ -69,6 +71,14 @@ struct FakeFrontEnd {
       return EFI_BUFFER_TOO_SMALL;
     }
     std::memcpy(text, message, sizeof(message));
+    return EFI_SUCCESS;
+  }
+  static EFI_STATUS EFIAPI GetLanguages(const EFI_HII_STRING_PROTOCOL*, EFI_HII_HANDLE, CHAR8* languages, UINTN* size) {
+    const UINTN room = std::exchange(*size, Languages.size() + 1);
+    if (room < *size) {
+      return EFI_BUFFER_TOO_SMALL;
+    }
+    std::memcpy(languages, Languages.c_str(), *size);
     return EFI_SUCCESS;
   }
 };
@@ -214,11 +224,30 @@ TEST_F(DriverHealthTest, QuietBootIsLeftOnceForAllMessages) {
   EXPECT_THAT(FakeFrontEnd::Shown, ElementsAre(u"(left quiet boot)", u"m1", u"m2", u"m1", u"m2"));
 }
 
-TEST_F(DriverHealthTest, AHealthyControllersMessagesAreFreedUnseen) {
-  driver.Answers = {EfiDriverHealthStatusHealthy};
+TEST_F(DriverHealthTest, AMessageComesInTheNearestLanguageThatItsPackageHas) {
+  const struct {
+    const char* Platform;
+    std::string Package;
+    bool Shown;
+  } cases[] = {{"en-US", "en", true},
+               {"de-CH-1996", "fr;de-CH", true},
+               {"zh-Hant-x-a", "zh-Hant", true},
+               {"fr", "en", true},
+               {"", "en-US", true},
+               {"de", "ja;ko", true},
+               {"en-US", "", false},
+               {"-", "en-US", true},
+               {"en-US", std::string(300, 'x'), false}};
+  driver.Answers = {EfiDriverHealthStatusFailed};
   driver.MakeMessages = MakeMessages;
-  Check();
-  EXPECT_THAT(FakeFrontEnd::Shown, IsEmpty());
+  for (const auto& row : cases) {
+    const auto* text = reinterpret_cast<const std::byte*>(row.Platform);
+    Set(u"PlatformLang", test::Data(text, text + std::strlen(row.Platform) + 1), 6);
+    FakeFrontEnd::Shown.clear();
+    FakeFrontEnd::Languages = row.Package;
+    Check();
+    EXPECT_EQ(FakeFrontEnd::Shown.size(), row.Shown ? 2U : 0U) << row.Platform << " " << row.Package;
+  }
 }
 
 }  // namespace

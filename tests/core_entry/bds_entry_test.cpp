@@ -17,14 +17,6 @@ class BdsEntryTest : public test::DriverTest {};
 void TouchFirst() { bds::gCore.PerformanceData = 1; }
 void TouchSecond() { bds::gCore.PerformanceData = bds::gCore.PerformanceData * 10 + 2; }
 
-TEST_F(BdsEntryTest, AnEmptyTableRunsNothing) {
-  const bds::StepFunction steps[] = {nullptr, TouchFirst};
-  const char* names[] = {"    ", nullptr};
-  bds::RunSteps(steps, names);
-  EXPECT_EQ(Log(), kLastLine);
-  EXPECT_EQ(bds::gCore.PerformanceData, 0U);
-}
-
 TEST_F(BdsEntryTest, StepsRunInOrderAndAreSilentUnderTheDefaultMask) {
   const bds::StepFunction steps[] = {TouchFirst, TouchSecond, nullptr};
   const char* names[] = {"First", "Second"};
@@ -39,11 +31,6 @@ TEST_F(BdsEntryTest, StepsAreNamedWithTheirAddressAtTheirLevel) {
   const char* names[] = {"First"};
   bds::RunSteps(steps, names);
   EXPECT_THAT(Log(), testing::MatchesRegex("BDS\\.First\\([0-9A-Fa-f]+\\)\nBdsEntry:Out of .*\n"));
-}
-
-TEST_F(BdsEntryTest, AnAbsentTimeoutIsCreated) {
-  bds::BdsEntry();
-  ExpectVariable(u"Timeout", 7, test::DataOf(UINT16{3}));
 }
 
 TEST_F(BdsEntryTest, APresentTimeoutIsLeftAlone) {
@@ -68,6 +55,16 @@ TEST_F(BdsEntryTest, AReadThatFailsOtherwiseWritesNothing) {
   machine.Faults().FailCall("GetVariable", 1, EFI_DEVICE_ERROR);
   bds::BdsEntry();
   EXPECT_EQ(Find(u"Timeout"), nullptr);
+}
+
+TEST_F(BdsEntryTest, ASerialPortThatNeverEmptiesIsWaitedForOnce) {
+  std::uint32_t polls = 0;
+  const auto busy = [&](std::uint16_t, unsigned) { return polls++ & 0U; };
+  machine.Ports().Claim(0x3FD, 0x3FD, busy, {});
+  bds::BdsEntry();
+  EXPECT_EQ(polls, 100'001U);
+  EXPECT_EQ(Log(), "");
+  ExpectVariable(u"Timeout", 7, test::DataOf(UINT16{3}));
 }
 
 TEST_F(BdsEntryTest, TakesAllHandlesBeforeTheFirstStep) {

@@ -17,9 +17,7 @@ class EntryTest : public test::DriverTest {
     std::copy(bytes.begin(), bytes.end(), setup.begin() + kSetupOptionRomPolicy);
     Set(kSetupName, setup, 3, kSetupGuid);
   }
-  std::vector<int> Policy() const {
-    return {std::begin(bds::gCore.OptionRom.Policy), std::end(bds::gCore.OptionRom.Policy)};
-  }
+  std::vector<int> Policy() const { return {std::begin(bds::gOptionRom.Policy), std::end(bds::gOptionRom.Policy)}; }
   std::u16string Vendor() { return machine.SystemTable()->FirmwareVendor; }
 };
 
@@ -54,14 +52,14 @@ TEST_F(EntryTest, WithoutSetupThePolicyKeepsItsBuiltInValues) {
   EXPECT_EQ(Policy(), (std::vector{0, 2, 1, 2, 2, 1}));
   EFI_LEGACY_BIOS_PROTOCOL legacyBios{};
   Install(&legacyBios);
-  EXPECT_FALSE(bds::gCore.OptionRom.Started);
+  EXPECT_FALSE(bds::gOptionRom.Started);
 }
 
 TEST_F(EntryTest, WithoutACsmTheSwitchIsOffAndTheDisplayIsUefi) {
   SetSetup({1, 2, 3, 4, 5, 6});
   ASSERT_EQ(Enter(), EFI_SUCCESS);
   EXPECT_EQ(Policy(), (std::vector{0, 2, 3, 4, 1, 6}));
-  EXPECT_FALSE(bds::gCore.OptionRom.Started);
+  EXPECT_FALSE(bds::gOptionRom.Started);
 }
 
 TEST_F(EntryTest, ACsmThatAppearsLaterBringsTheSetupBytesBack) {
@@ -70,7 +68,7 @@ TEST_F(EntryTest, ACsmThatAppearsLaterBringsTheSetupBytesBack) {
   EFI_LEGACY_BIOS_PROTOCOL legacyBios{};
   Install(&legacyBios);
   EXPECT_EQ(Policy(), (std::vector{1, 2, 3, 4, 5, 6}));
-  EXPECT_TRUE(bds::gCore.OptionRom.Started);
+  EXPECT_TRUE(bds::gOptionRom.Started);
 }
 
 TEST_F(EntryTest, ACsmThatIsThereStartsThePolicyAtOnceAndOnce) {
@@ -85,19 +83,19 @@ TEST_F(EntryTest, ACsmThatIsThereStartsThePolicyAtOnceAndOnce) {
 }
 
 TEST_F(EntryTest, NothingOfAnEarlierBootIsLeft) {
-  bds::gCore.Setup[5] = 9;
+  bds::gCore.Setup.Bytes[5] = 9;
   bds::gCore.SetupRead = TRUE;
   bds::gCore.MemoryTypesUpdated = TRUE;
-  bds::gCore.OptionRom.DisplayTakenOver = TRUE;
+  bds::gOptionRom.Started = TRUE;
   bds::gBmc.ZephanConfigMode = TRUE;
   bds::gPolicyEngine.BootMode = 2;
   bds::gBootOptions.OptionList.Count = 7;
   bds::gDebug.Mask = 0;
   ASSERT_EQ(Enter(), EFI_SUCCESS);
-  EXPECT_EQ(bds::gCore.Setup[5], 0);
+  EXPECT_EQ(bds::gCore.Setup.Bytes[5], 0);
   EXPECT_FALSE(bds::gCore.SetupRead);
   EXPECT_FALSE(bds::gCore.MemoryTypesUpdated);
-  EXPECT_FALSE(bds::gCore.OptionRom.DisplayTakenOver);
+  EXPECT_FALSE(bds::gOptionRom.Started);
   EXPECT_FALSE(bds::gBmc.ZephanConfigMode);
   EXPECT_EQ(bds::gPolicyEngine.BootMode, 0);
   EXPECT_EQ(bds::gBootOptions.OptionList.Count, 0U);

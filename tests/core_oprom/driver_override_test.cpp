@@ -75,7 +75,7 @@ TEST_F(DriverOverrideTest, StorageFollowsItsPolicyByte) {
                {4, {uefi1, uefi2}},
                {255, {uefi1, uefi2}}};
   for (const auto& row : cases) {
-    bds::gCore.OptionRom.Policy[bds::kPolicyMassStorage] = row.Policy;
+    bds::gOptionRom.Policy[bds::kPolicyMassStorage] = row.Policy;
     EXPECT_THAT(AskAll(controller), ElementsAreArray(row.Expected)) << int{row.Policy};
     EXPECT_THAT(AskAll(controller), ElementsAreArray(row.Expected)) << "again, " << int{row.Policy};
   }
@@ -94,7 +94,7 @@ TEST_F(DriverOverrideTest, EachClassHasItsByteAndOthersAreNeverOverridden) {
   Start({0, 0, 0, 0, 0, 0});
   for (const auto& row : cases) {
     const test::Data bytes = test::DataOf(row.Policy);
-    std::memcpy(bds::gCore.OptionRom.Policy, bytes.data(), bytes.size());
+    std::memcpy(bds::gOptionRom.Policy, bytes.data(), bytes.size());
     test::FakePci function(row.BaseClass, 0);
     EFI_HANDLE controller = Install(&function.PciIo);
     EXPECT_THAT(AskAll(controller), ElementsAreArray(row.Expected)) << int{row.BaseClass};
@@ -116,7 +116,7 @@ TEST_F(DriverOverrideTest, BusSpecificDriversComeBeforeTheUefiOnes) {
   const auto expected = ElementsAre(romDriver1, romDriver2, uefi, romDriver1, romDriver2);
   EXPECT_THAT(AskAll(controller), expected);
   EXPECT_THAT(AskAll(controller), expected);
-  bds::gCore.OptionRom.Policy[bds::kPolicyMassStorage] = 2;
+  bds::gOptionRom.Policy[bds::kPolicyMassStorage] = 2;
   EXPECT_THAT(AskAll(controller), IsEmpty()) << "the legacy path has no thunk driver and does not ask the bus";
 }
 

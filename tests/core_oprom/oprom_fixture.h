@@ -15,7 +15,7 @@ class OptionRomTest : public DriverTest {
   void Start(std::initializer_list<int> policy) {
     Install(&legacyBios);
     const Data bytes = DataOf(policy);
-    std::memcpy(bds::gCore.Setup + kSetupOptionRomPolicy, bytes.data(), bytes.size());
+    std::memcpy(bds::gCore.Setup.Bytes + kSetupOptionRomPolicy, bytes.data(), bytes.size());
     bds::ArrangeOptionRomPolicy();
   }
   // A driver image with its binding on the image's own handle.

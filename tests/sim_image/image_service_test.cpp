@@ -22,6 +22,9 @@ const std::vector<std::uint8_t> kReturnZero{0x31, 0xC0, 0xC3};
 const std::vector<std::uint8_t> kReturnAborted{0xB8, 21, 0, 0, 0, 0x48, 0x0F, 0xBA, 0xE8, 63, 0xC3};
 // lea rax, [rip - 7]; mov byte [rax], 0; ret
 const std::vector<std::uint8_t> kWriteCode{0x48, 0x8D, 0x05, 0xF9, 0xFF, 0xFF, 0xFF, 0xC6, 0x00, 0x00, 0xC3};
+// mov eax, 39; syscall; ret, and the same by the older gate: int 80h
+const std::vector<std::uint8_t> kSystemCall{0xB8, 39, 0, 0, 0, 0x0F, 0x05, 0xC3};
+const std::vector<std::uint8_t> kOldSystemCall{0xB8, 20, 0, 0, 0, 0xCD, 0x80, 0xC3};
 // lea rax, [rip + 0xFF9] (the data section); jmp rax
 const std::vector<std::uint8_t> kRunData{0x48, 0x8D, 0x05, 0xF9, 0x0F, 0x00, 0x00, 0xFF, 0xE0};
 
@@ -38,9 +41,14 @@ class Images : public testing::Test {
     return machine_.Handles().Get<EFI_LOADED_IMAGE_PROTOCOL>(handle);
   }
   EFI_BOOT_SERVICES* Boot() { return machine_.BootServices(); }
+  static ImageService& WithAction(ImageService& images, LoaderAction action) {
+    images.Policy().action = action;
+    return images;
+  }
 
   Machine machine_;
-  ImageService& images_ = machine_.Attach<ImageService>();
+  // Most of these images are to run.
+  ImageService& images_ = WithAction(machine_.Attach<ImageService>(), LoaderAction::Execute);
   EFI_HANDLE parent_ = images_.CreateLinkedDriverImage(u"");
 };
 
@@ -71,12 +79,26 @@ TEST_F(Images, ADriverThatFailsLeavesNothing) {
   EXPECT_EQ(machine_.Pages().PagesInUse(), pages);
 }
 
-TEST_F(Images, CodeIsNotWrittenAndDataNotRun) {
-  for (const auto& code : {kWriteCode, kRunData}) {
+TEST_F(Images, CodeIsNotWrittenDataNotRunAndTheHostNotCalled) {
+  for (const auto& code : {kWriteCode, kRunData, kSystemCall, kOldSystemCall}) {
     EFI_HANDLE image = nullptr;
     ASSERT_EQ(Load(ImageOf(code), &image), EFI_SUCCESS);
     const BootOutcome outcome = machine_.Run([&] { return Start(image); });
     EXPECT_EQ(outcome.end, BootEnd::Crashed);
+    const bool called = outcome.text.find("system call (number") != std::string::npos;
+    EXPECT_EQ(called, code == kSystemCall || code == kOldSystemCall) << outcome.text;
+  }
+}
+
+TEST_F(Images, WithoutLeaveNoForeignCodeRunsWhateverItsSubsystem) {
+  images_.Policy().action = LoaderAction::HandOver;
+  for (const std::uint16_t subsystem : {std::uint16_t{10}, std::uint16_t{11}, std::uint16_t{12}}) {
+    EFI_HANDLE image = nullptr;
+    ASSERT_EQ(Load(ImageOf(kSystemCall, subsystem), &image), EFI_SUCCESS);
+    const BootOutcome outcome = machine_.Run([&] { return Start(image); });
+    EXPECT_EQ(outcome.end, subsystem == 10 ? BootEnd::HandedOver : BootEnd::Returned) << outcome.text;
+    EXPECT_EQ(outcome.status, subsystem == 10 ? EFI_SUCCESS : EFI_ACCESS_DENIED);
+    EXPECT_FALSE(images_.Starts().back().ran);
   }
 }
 
@@ -88,7 +110,6 @@ TEST_F(Images, AnImageThatWantsWritableCodeIsLoadedButNotRun) {
 }
 
 TEST_F(Images, ALoaderAnswersWhatItsRuleSays) {
-  images_.Policy().action = LoaderAction::Execute;
   images_.Policy().rules = {{"SHIM", LoaderAction::Answer, EFI_SECURITY_VIOLATION}};
   EFI_HANDLE shim = nullptr;
   EFI_HANDLE other = nullptr;

@@ -13,6 +13,7 @@
 
 #include "bmc/state.h"
 #include "bootopt/boot_lists.h"
+#include "core/oprom_state.h"
 #include "core/state.h"
 #include "flexboot/state.h"
 #include "sim/firmware/image/image_service.h"
@@ -72,6 +73,7 @@ class DriverTest : public ::testing::Test {
         image(images.CreateLinkedDriverImage(u"")) {
     bds::StartFresh(bds::gDebug);
     bds::StartFresh(bds::gCore);
+    bds::StartFresh(bds::gOptionRom);
     bds::StartFresh(bds::gBootOptions);
     bds::StartFresh(bds::gPolicyEngine);
     bds::StartFresh(bds::gBmc);

@@ -23,7 +23,8 @@ struct ImageService::Image {
   Builtin builtin;
   bool pathInstalled = false;
   bool started = false;
-  bool linked = false;  // the driver in this program: runs without being started
+  bool linked = false;     // the driver in this program: runs without being started
+  bool underTest = false;  // the driver's image file: whoever names it wants it to run
   // While it runs.
   jmp_buf leave;
   EFI_TPL tpl = TPL_APPLICATION;
@@ -31,6 +32,8 @@ struct ImageService::Image {
   UINTN exitDataSize = 0;
   CHAR16* exitData = nullptr;
 
+  // Code that the machine found somewhere; everything else was given to the simulator to run.
+  bool IsForeign() const { return !builtin && !linked && !underTest; }
   bool IsApplication() const { return pe.subsystem == kSubsystemApplication; }
   // A page that would have to be writable and executable is never granted.
   bool CannotRun() const { return std::find(rights.begin(), rights.end(), PageRights::WriteExecute) != rights.end(); }

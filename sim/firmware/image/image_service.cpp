@@ -258,6 +258,7 @@ EFI_HANDLE ImageService::LoadDriverImage(std::span<const std::byte> file, const 
     return nullptr;
   }
   Image& image = *Find(handle);
+  image.underTest = true;
   if (!loadOptions.empty()) {
     image.ownOptions = loadOptions;
     image.protocol.LoadOptions = image.ownOptions.data();

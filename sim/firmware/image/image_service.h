@@ -1,5 +1,5 @@
 // The image services (UEFI 2.10, 7.4): images loaded from device paths and buffers, started, left and unloaded, and
-// ExitBootServices. What starting an operating system's loader does is a matter of policy; everything else runs.
+// ExitBootServices. Whether the code of an image runs that the machine found somewhere is a matter of policy.
 #pragma once
 
 #include <csetjmp>
@@ -33,6 +33,7 @@ class ImageService : public CurrentModel<ImageService> {
     bool ran = false;  // the code ran (to its end or to the boot's)
     EFI_STATUS status = EFI_SUCCESS;
     bool finished = false;  // false while it runs, and for good when the boot ended in it
+    std::string reason;     // why its code did not run, where that is not the policy's plain answer
   };
   // One LoadImage call that failed.
   struct LoadFailure {

@@ -46,18 +46,29 @@ EFI_STATUS ImageService::StartImage(EFI_HANDLE handle, UINTN* exitDataSize, CHAR
     return EFI_INVALID_PARAMETER;
   }
   const std::size_t record = starts_.size();
-  starts_.push_back({handle, PathText(handle), LoaderAction::Execute, false, EFI_SUCCESS, false});
+  Start& entry = starts_.emplace_back();
+  entry.image = handle;
+  entry.path = PathText(handle);
   if (onStart_) {
     onStart_();
   }
   EFI_STATUS answer = EFI_SUCCESS;
-  const bool isLoader = image->IsApplication() && !image->builtin;
-  if (isLoader) {
-    const LoaderRule rule = policy_.For(starts_[record].path);
+  if (image->IsForeign()) {
+    LoaderRule rule = policy_.For(starts_[record].path);
+    if (rule.action == LoaderAction::HandOver && !image->IsApplication()) {
+      // A driver is no end of a boot, and whether its code may run is not for its own header to say.
+      rule = {"", LoaderAction::Answer, EFI_ACCESS_DENIED};
+      starts_[record].reason = "a driver from a medium, whose code was not to run";
+    }
+    if (rule.action == LoaderAction::Execute && machine_.LetsImagesReachTheHost()) {
+      rule = {"", LoaderAction::Answer, EFI_UNSUPPORTED};
+      starts_[record].reason = "this kernel cannot refuse an image's system calls (system call user dispatch)";
+    }
     starts_[record].action = rule.action;
     answer = rule.status;
   }
   const LoaderAction action = starts_[record].action;
+  const bool isLoader = image->IsForeign() && image->IsApplication();
   if (isLoader && action != LoaderAction::Answer && policy_.signalBootStart) {
     SignalBootStart();
   }

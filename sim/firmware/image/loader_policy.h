@@ -1,5 +1,5 @@
-// What starting an operating system's loader means in this run. Loaders are applications (subsystem 10) that came from
-// a device; drivers and the simulator's own built-in applications always run.
+// What starting an image means in this run that the machine found on a medium, in a firmware volume or in a buffer. The
+// driver under test and the simulator's own built-in applications always run.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 namespace sim {
 
 enum class LoaderAction {
-  HandOver,  // the boot ends here, with this image on record
+  HandOver,  // an application: the boot ends here, with it on record; a driver answers EFI_ACCESS_DENIED
   Answer,    // StartImage answers a status and runs nothing
   Execute,   // the image's own code runs
 };
