@@ -107,6 +107,7 @@ class ImageService : public CurrentModel<ImageService> {
   EFI_STATUS Publish(std::unique_ptr<Image> image, EFI_HANDLE* handle);
   EFI_STATUS Place(Image& image, std::span<const std::byte> file);
   void Describe(Image& image, EFI_HANDLE parent, const Source& source);
+  EFI_STATUS Decide(const Image& image, Start& start) const;
   EFI_STATUS Run(Image& image);
   EFI_STATUS RunCode(Image& image);
   [[noreturn]] void HandOver(Image& image);

@@ -40,6 +40,22 @@ void ImageService::HandOver(Image& image) {
   machine_.EndBoot(std::move(outcome));
 }
 
+// What starting this image means, written into its record; the status for LoaderAction::Answer.
+EFI_STATUS ImageService::Decide(const Image& image, Start& start) const {
+  LoaderRule rule = policy_.For(start.path);
+  if (rule.action == LoaderAction::HandOver && !image.IsApplication()) {
+    // A driver is no end of a boot, and whether its code may run is not for its own header to say.
+    rule = {"", LoaderAction::Answer, EFI_ACCESS_DENIED};
+    start.reason = "a driver from a medium, whose code was not to run";
+  }
+  if (rule.action == LoaderAction::Execute && machine_.LetsImagesReachTheHost()) {
+    rule = {"", LoaderAction::Answer, EFI_UNSUPPORTED};
+    start.reason = "this kernel cannot refuse an image's system calls (system call user dispatch)";
+  }
+  start.action = rule.action;
+  return rule.status;
+}
+
 EFI_STATUS ImageService::StartImage(EFI_HANDLE handle, UINTN* exitDataSize, CHAR16** exitData) {
   Image* image = Find(handle);
   if (image == nullptr || image->started) {
@@ -52,21 +68,7 @@ EFI_STATUS ImageService::StartImage(EFI_HANDLE handle, UINTN* exitDataSize, CHAR
   if (onStart_) {
     onStart_();
   }
-  EFI_STATUS answer = EFI_SUCCESS;
-  if (image->IsForeign()) {
-    LoaderRule rule = policy_.For(starts_[record].path);
-    if (rule.action == LoaderAction::HandOver && !image->IsApplication()) {
-      // A driver is no end of a boot, and whether its code may run is not for its own header to say.
-      rule = {"", LoaderAction::Answer, EFI_ACCESS_DENIED};
-      starts_[record].reason = "a driver from a medium, whose code was not to run";
-    }
-    if (rule.action == LoaderAction::Execute && machine_.LetsImagesReachTheHost()) {
-      rule = {"", LoaderAction::Answer, EFI_UNSUPPORTED};
-      starts_[record].reason = "this kernel cannot refuse an image's system calls (system call user dispatch)";
-    }
-    starts_[record].action = rule.action;
-    answer = rule.status;
-  }
+  const EFI_STATUS answer = image->IsForeign() ? Decide(*image, starts_[record]) : EFI_SUCCESS;
   const LoaderAction action = starts_[record].action;
   const bool isLoader = image->IsForeign() && image->IsApplication();
   if (isLoader && action != LoaderAction::Answer && policy_.signalBootStart) {
