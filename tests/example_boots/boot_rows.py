@@ -87,11 +87,12 @@ def efi_request(name, words, *starts, **more):
                more=UEFI_DEVICES, before=(f"bootdev {words} --efi",), **more)
 
 
-def driver_options(name, *words, stops=0, **more):
+def driver_options(name, *words, stops=0, arguments=("--execute",), **more):
     """`stops`: drivers let their controllers go."""
     function = '[[root_bridge.function]]\nkind = "other"\ndevice = 7\nvendor_id = 0x1BD5\n'
     return Row(f"driver_{name}", "standalone_uefi", (Boot(SHELL, counts={"driver.stop": stops}),),
-               edits=NO_FILES, more=UEFI_DEVICES + function, before=words, driver=True, **more)
+               edits=NO_FILES, more=UEFI_DEVICES + function, before=words, driver=True, arguments=arguments,
+               **more)
 
 
 def broken_bmc(name, *words, **counts):
@@ -178,6 +179,8 @@ ROWS = (
                    hidden=("inactive.efi", "leaves a function")),
     driver_options("without_reconnect", "driver 0000 1 test.efi words", "driver-order 0000",
                    shown=('test-driver: started with "words"',), hidden=("serves a function",)),
+    driver_options("stays_foreign", "driver 0000 3 test.efi words", "driver-order 0000", arguments=(),
+                   shown=("test.efi EFI_ACCESS_DENIED",), hidden=("test-driver",)),
     driver_options("fails_to_load_and_asks_for_reconnect", "driver 0000 3 missing.efi -", "driver-order 0000",
                    hidden=("test-driver",)),
     driver_options("order_of_one_byte", "driver 0000 3 test.efi words", "driver-order 00", hidden=("test-driver",)),
