@@ -3,7 +3,7 @@
 
 #include "bmc/boot_options_parameters.h"
 #include "bmc/ipmi_boot_device.h"
-#include "bmc/saved_boot_order.h"
+#include "bmc/ipmi_variables.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
 #include "platform/setup_variable.h"
@@ -80,7 +80,7 @@ bool RequestIsPending(IpmiTransport& transport) {
 bool TakeRequest(IpmiTransport& transport, const BootFlags& flags) {
   DecodeBootFlags(flags);
   if (gBmc.IpmiPersistent) {
-    KeepIpmiVariable(kIpmiBootFlagsName, AsBytes(flags));
+    gBmc.IpmiPersistent = KeepIpmiVariable(kIpmiBootFlagsName, AsBytes(flags));  // what is not kept holds once
   } else {
     ForgetStoredRequest();
   }
@@ -148,19 +148,21 @@ constexpr SelectorRow kSelectors[16] = {
     {Action::Device, BBS_TYPE_FLOPPY, ACPI_DEVICE_PATH, ACPI_DP, 0},  // floppy, primary removable media
 };
 
-void ActOnRequest() {
+// True when this boot carries the request out.
+bool ActOnRequest() {
   const SelectorRow& row = kSelectors[gBmc.IpmiBootDevice & 0x0F];
   if (row.Do == Action::Setup) {
     RequestSetup();
-    return;
+    return true;
   }
   if (row.Do == Action::Nothing) {
-    return;
+    return false;
   }
-  const EFI_STATUS status = ApplyIpmiBootDevice(row.BbsType, row.NodeType, row.NodeSubType);
+  EFI_STATUS status = ApplyIpmiBootDevice(row.BbsType, row.NodeType, row.NodeSubType);
   if (status == EFI_NOT_FOUND && row.OtherBbsType != 0 && !gBmc.IpmiEfiBoot) {
-    static_cast<void>(ApplyIpmiBootDevice(row.OtherBbsType, 0, 0));
+    status = ApplyIpmiBootDevice(row.OtherBbsType, 0, 0);
   }
+  return !EFI_ERROR(status);
 }
 
 }  // namespace
@@ -177,7 +179,8 @@ void SetIpmiBootOptionPriorities() {
     return;
   }
   if (RequestIsPending(*transport) && ReadRequest(*transport)) {
-    ActOnRequest();
+    const bool carriedOut = ActOnRequest();
+    gBmc.OneTimeRequestInForce = carriedOut && !gBmc.IpmiPersistent;
   }
 }
 

@@ -1,35 +1,19 @@
-// One exchange of the BMC file transfer: a request frame to the BMC, its response frame back, both checksummed.
-//
-// Request: L, opcode, arguments, checksum; response: L', the opcode again, data, checksum. L counts itself and
-// everything behind it but the checksum; all bytes of a frame sum to 0 modulo 256.
+// One exchange of the BMC file transfer: a request to the BMC, its response back, within what a boot allows for waits.
 #pragma once
 
-#include "platform/uefi_base.h"
+#include "bmc/bt_frame.h"
 
 namespace bds {
-
-enum BT_OPCODE : UINT8 {
-  BT_CREATE_FILE = 6,
-  BT_READ_PIECE = 7,
-  BT_WRITE_PIECE = 8,
-  BT_CLOSE_FILE = 9,
-  BT_OPEN_FILE = 12,
-  BT_RENAME_FILE = 16,
-  BT_CLOSE_VARIABLE_FILE = 18,
-};
 
 // How the last operation on a context ended; tells a file that is not there from a BMC that was not heard.
 enum class BT_END : UINT8 {
   None,     // nothing was tried yet
   Valid,    // a well-formed answer of the length expected
-  Refused,  // an answer of another length with at most a status byte: the BMC said no
+  Refused,  // a sound answer of another length with at most a status byte: the BMC said no
   Garbled,  // not an answer to this request: another opcode, or a length that neither a yes nor a no has
   Silent,   // no good answer within the time or the number of tries allowed
   Locked,   // another agent holds the interface; nothing was sent
 };
-
-inline constexpr UINTN kBtResponseCapacity = 62;
-inline constexpr UINTN kBtArgumentCapacity = 61;
 
 // One open file, or one attempt at it; the caller owns it. All fields are zero at start.
 struct BT_FILE_CONTEXT {
@@ -53,10 +37,12 @@ inline bool BtUnheard(const BT_FILE_CONTEXT& context) {
   return context.LastEnd != BT_END::Valid && context.LastEnd != BT_END::Refused;
 }
 
-// After failed exchanges have waited this many microseconds in one boot, further ones fail at once as timeouts, so
-// that a dead BMC delays a boot by a bounded time whatever the number of files asked for.
-inline constexpr UINT64 kBtPatience = 10'000'000;
-// The same after all exchanges, those that ended well among them, for a BMC that always answers but hardly in time.
+// Once waits without any answer in between come to this many microseconds, this boot asks the BMC for nothing more:
+// further exchanges fail at once as timeouts, so that a dead BMC costs a boot a small time, however many files are
+// asked for. Two lost answers, 10 s, are no dead BMC.
+inline constexpr UINT64 kBtPatience = 11'000'000;
+// The same after all exchanges, those that ended well among them, for a BMC that always answers but hardly in time, or
+// only to some requests.
 inline constexpr UINT64 kBtEndurance = 300'000'000;
 
 // True when this boot asks the BMC for nothing more.
@@ -64,8 +50,9 @@ inline constexpr UINT64 kBtEndurance = 300'000'000;
 
 // Sends Opcode with length - 2 bytes of RequestArgs and receives the response, whose L' must be expectedLength
 // unless that is 0. 0 on success, 1 on failure. Waits at most 1 s for a busy BMC and 5 s for each answer; an answer
-// with a bad checksum is asked for again after 1 s, up to 100 times. Fails without a request when length is not 2 to
-// 63; refuses a response that would not fit into ResponseData.
+// with a bad checksum is asked for again after 1 s, up to 100 times. While an answer to an earlier request is owed,
+// first catches up with the BMC. Fails without a request when length is not 2 to 63; refuses a response that would not
+// fit into ResponseData.
 [[nodiscard]] UINT8 BtExchange(BT_FILE_CONTEXT& context, UINT8 length, UINT8 expectedLength);
 
 }  // namespace bds

@@ -9,70 +9,65 @@
 namespace bds {
 namespace {
 
-// Appends pieces until a short one. False when a piece fails or the file does not fit; the walk then ends at once,
-// since asking a BMC again that did not answer would have no end.
-bool ReadPieces(BT_FILE_CONTEXT& context, std::span<std::byte> file, UINTN& size) {
+// What is appended to file, and how much of it.
+struct WorkBuffer {
+  PoolPtr<std::byte> Bytes;
+  UINTN Size = 0;
+};
+
+// Appends pieces until a short one. The walk ends at the first that fails: asking a BMC again that did not answer would
+// have no end. A piece without its leading bytes is a refusal, not the end of the file.
+BmcFile ReadPieces(BT_FILE_CONTEXT& context, WorkBuffer& work) {
   do {
     context.DataOffset = MAX_BT_READ_SIZE;
     context.ResponseLength = MAX_BT_READ_SIZE;
     BtReadFilePiece(context);
-    if (context.DataOffset != BT_FILE_DATA_OFFSET) {
-      return false;
+    if (context.DataOffset != BT_FILE_DATA_OFFSET || context.ResponseLength < BT_FILE_DATA_OFFSET) {
+      return BmcFile::Unknown;
     }
-    if (context.ResponseLength > context.DataOffset) {
-      const UINTN count = context.ResponseLength - UINTN{BT_FILE_DATA_OFFSET};
-      if (count > file.size() - size) {
-        return false;
-      }
-      CopyMemory(file.data() + size, context.ResponseData + BT_FILE_DATA_OFFSET, count);
-      size += count;
+    const UINTN count = context.ResponseLength - UINTN{BT_FILE_DATA_OFFSET};
+    if (count > kMaxBtFileSize - work.Size) {
+      return BmcFile::Missing;
     }
+    CopyMemory(work.Bytes.get() + work.Size, context.ResponseData + BT_FILE_DATA_OFFSET, count);
+    work.Size += count;
   } while (context.ResponseLength == MAX_BT_READ_SIZE);
-  return context.ResponseLength < MAX_BT_READ_SIZE;
+  return context.ResponseLength < MAX_BT_READ_SIZE ? BmcFile::Present : BmcFile::Unknown;
 }
 
-PoolPtr<std::byte> ReadFile(const char* name, BT_FILE_CONTEXT& context, UINTN& size, bool& heard) {
-  PoolPtr<std::byte> work(static_cast<std::byte*>(AllocateZeroPool(kMaxBtFileSize)));
-  if (!work) {
-    DebugPrint("UEFIBoot: fails to allocate %04X bytes buffer \n", kMaxBtFileSize);
-    heard = false;
-    return nullptr;
-  }
-  if (BtOpenFile(context, name, BT_OPEN_FILE) != BT_DONE) {
-    heard = !BtUnheard(context);
-    DebugPrint("UEFIBoot: fails to open %a file for reading \n", name);
-    return nullptr;
-  }
-  const bool whole = ReadPieces(context, {work.get(), kMaxBtFileSize}, size);
-  heard = !BtUnheard(context);
-  static_cast<void>(BtCloseVariableFile(context));
-  PmTimerStall(kBtSettleTime);
-  if (!whole) {
-    return nullptr;
-  }
-  PoolPtr<std::byte> file(static_cast<std::byte*>(AllocatePool(size)));
-  if (!file) {
-    DebugPrint("UEFIBoot: fails to allocate %04X bytes buffer \n", size);
-    heard = false;
-    return nullptr;
-  }
-  CopyMemory(file.get(), work.get(), size);
-  return file;
+BmcFile NoMemory(UINTN size) {
+  DebugPrint("UEFIBoot: fails to allocate %04X bytes buffer \n", size);
+  return BmcFile::Unknown;
 }
 
 }  // namespace
 
-PoolPtr<std::byte> BtReadBootVariableFile(const char* name, UINTN& size, bool* heard) {
+BmcFile BtReadBootVariableFile(const char* name, PoolBuffer& file) {
+  file.Clear();
+  WorkBuffer work{PoolPtr<std::byte>(static_cast<std::byte*>(AllocateZeroPool(kMaxBtFileSize)))};
+  if (!work.Bytes) {
+    return NoMemory(kMaxBtFileSize);
+  }
   BT_FILE_CONTEXT context;
   const UINTN length = TextLength(name);
   CopyMemory(context.Name, name, length < sizeof(context.Name) ? length : sizeof(context.Name) - 1);
-  size = 0;
-  bool answered = false;
-  PoolPtr<std::byte> file = ReadFile(name, context, size, answered);
-  if (heard != nullptr) {
-    *heard = answered;
+  if (BtOpenFile(context, name, BT_OPEN_FILE) != BT_DONE) {
+    DebugPrint("UEFIBoot: fails to open %a file for reading \n", name);
+    return BtUnheard(context) ? BmcFile::Unknown : BmcFile::Missing;
   }
-  return file;
+  const BmcFile read = ReadPieces(context, work);
+  static_cast<void>(BtCloseVariableFile(context));
+  PmTimerStall(kBtSettleTime);
+  if (read != BmcFile::Present) {
+    return read;
+  }
+  file.Data.reset(static_cast<std::byte*>(AllocatePool(work.Size)));
+  if (!file.Data) {
+    return NoMemory(work.Size);
+  }
+  file.Size = work.Size;
+  CopyMemory(file.Data.get(), work.Bytes.get(), work.Size);
+  return BmcFile::Present;
 }
 
 }  // namespace bds

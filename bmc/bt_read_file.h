@@ -7,9 +7,14 @@ namespace bds {
 
 inline constexpr UINTN kMaxBtFileSize = 65'536;
 
-// The file's bytes and their number (0 for an empty file). Null, and a size of no meaning, when the file cannot be
-// opened, a piece cannot be read, it is longer than kMaxBtFileSize or the pool is exhausted. heard, when asked for,
-// is false when that came of a BMC that did not answer (or of a held lock) and so says nothing about the file.
-[[nodiscard]] PoolPtr<std::byte> BtReadBootVariableFile(const char* name, UINTN& size, bool* heard = nullptr);
+enum class BmcFile : UINT8 {
+  Present,
+  Missing,  // the BMC has no such file, or one that is longer than kMaxBtFileSize
+  Unknown,  // a BMC that was not heard, one that denied a piece, a held lock, an exhausted pool: nothing can be said
+};
+
+// Reads the whole file. When it is present, file holds its bytes in a new buffer (with a size of 0 for an empty file);
+// otherwise nothing.
+[[nodiscard]] BmcFile BtReadBootVariableFile(const char* name, PoolBuffer& file);
 
 }  // namespace bds

@@ -1,6 +1,7 @@
 // Candidates for a boot request, the choice among them, and what it does to the order.
 #include "bmc/ipmi_boot_device.h"
 
+#include "bmc/matched_option.h"
 #include "bmc/saved_boot_order.h"
 #include "bmc/state.h"
 #include "bootopt/boot_lists.h"
@@ -140,7 +141,7 @@ EFI_STATUS ApplyIpmiBootDevice(UINT16 BbsType, UINT16 NodeType, UINT16 NodeSubTy
   if (!gBmc.IpmiEfiBoot) {
     SaveMatchedBootOption(*selected);
   }
-  SaveCurrentBootorder();
+  SaveCurrentBootorder();  // which also sorts the list on a standalone server: OrderLegacyType walks it in that order
   selected->Priority = 0;
   selected->Tag = kRequestTag;
   if (selected->BbsEntry != nullptr) {

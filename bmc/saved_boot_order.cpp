@@ -1,36 +1,64 @@
 // Saving the boot order ahead of a boot request and putting it back at the next boot.
 #include "bmc/saved_boot_order.h"
 
+#include "bmc/ipmi_variables.h"
 #include "bmc/management_mode.h"
+#include "bmc/matched_option.h"
 #include "bmc/steps.h"
 #include "bootopt/boot_lists.h"
-#include "bootopt/load_option.h"
 #include "support/debug_print.h"
-#include "support/number_set.h"
 #include "support/variables.h"
 
 namespace bds {
 namespace {
 
 constexpr CHAR16 kBootOrderName[] = u"BootOrder";
-constexpr UINTN kMaxSavedNumbers = 0xFFFF;
 
-// Puts the matched option's Boot#### back. What is no option is dropped: the variable may be whole, and would be
-// deleted as malformed when it is read.
-void RestoreMatchedBootOption() {
-  PoolBuffer saved;
-  if (EFI_ERROR(ReadVariable(kSavedBootOptionName, kIpmiVariablesGuid, saved))) {
-    return;
+bool OptionExists(UINT16 number) {
+  return VariableExists(BootVariableName(number), gEfiGlobalVariableGuid) ||
+         VariableExists(BootVariableNameLowerCase(number), gEfiGlobalVariableGuid);
+}
+
+enum class Until : UINT8 { FirstKnown, End };
+
+// Copies the numbers that are not known yet, each once, if there is an option behind them.
+void CopyNewNumbers(ByteReader& order, Until until, NumberSet& known, ByteWriter& merged) {
+  for (UINT16 number = 0; order.Read(number);) {
+    if (known.Insert(number)) {
+      if (OptionExists(number)) {
+        merged.Write(number);
+      }
+    } else if (until == Until::FirstKnown) {
+      return;
+    }
   }
-  ByteReader reader(saved.Bytes());
-  UINT16 number = 0;
-  LoadOptionView view;
-  const bool usable = reader.Read(number) && ViewLoadOption(reader.Rest(), view);
-  if (usable && EFI_ERROR(WriteVariable(BootVariableName(number), gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
-                                        reader.Rest()))) {
-    return;
+}
+
+// Writes the saved order, and with it what came into BootOrder during the boot that the request changed: an operating
+// system is installed by such a boot. What was put in front of everything else stays in front, the rest goes behind.
+EFI_STATUS WriteMergedOrder(Bytes saved) {
+  PoolBuffer current;
+  const EFI_STATUS status = ReadVariable(kBootOrderName, gEfiGlobalVariableGuid, current);
+  if (EFI_ERROR(status) && status != EFI_NOT_FOUND) {
+    return status;
   }
-  static_cast<void>(DeleteVariable(kSavedBootOptionName, kIpmiVariablesGuid));
+  const UINTN size = saved.size() + current.Size;
+  const PoolPtr<std::byte> merged(static_cast<std::byte*>(AllocatePool(size)));
+  NumberSet known;
+  if (!merged || !known) {
+    return EFI_OUT_OF_RESOURCES;
+  }
+  ByteReader savedNumbers(saved);
+  for (UINT16 number = 0; savedNumbers.Read(number);) {
+    static_cast<void>(known.Insert(number));
+  }
+  ByteReader order(current.Bytes());
+  ByteWriter writer({merged.get(), size});
+  CopyNewNumbers(order, Until::FirstKnown, known, writer);
+  writer.WriteBytes(saved);
+  CopyNewNumbers(order, Until::End, known, writer);
+  return WriteVariable(kBootOrderName, gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
+                       {merged.get(), writer.Position()});
 }
 
 void RestoreOrder() {
@@ -39,33 +67,13 @@ void RestoreOrder() {
     return;
   }
   const bool usable = saved.Size != 0 && saved.Size % sizeof(UINT16) == 0;
-  if (usable &&
-      EFI_ERROR(WriteVariable(kBootOrderName, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, saved.Bytes()))) {
+  if (usable && EFI_ERROR(WriteMergedOrder(saved.Bytes()))) {
     return;  // kept for the next boot
   }
   static_cast<void>(DeleteVariable(kSavedBootOrderName, kIpmiVariablesGuid));
 }
 
-// The numbers of the list in its order, each once; returns how many.
-UINTN CollectNumbers(std::span<UINT16> numbers, NumberSet& seen) {
-  UINTN count = 0;
-  for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr && count < numbers.size();
-       option = option->Next) {
-    const UINT16 number = option->BootOptionNumber;
-    if (number != kNoBootOptionNumber && seen.Insert(number)) {
-      numbers[count++] = number;
-    }
-  }
-  return count;
-}
-
 }  // namespace
-
-void KeepIpmiVariable(const CHAR16* name, Bytes data) {
-  if (const EFI_STATUS status = WriteVariable(name, kIpmiVariablesGuid, kNonVolatileBoot, data); EFI_ERROR(status)) {
-    DebugPrint("%a:Failed writing %s:%r\n", "KeepIpmiVariable", name, status);
-  }
-}
 
 void SaveCurrentBootorder() {
   if (IsRackZephan() != 0) {
@@ -73,36 +81,19 @@ void SaveCurrentBootorder() {
     return;
   }
   SortList(BootOptionList, CompareByPriority);
-  const UINTN room = BootOptionList.Count < kMaxSavedNumbers ? BootOptionList.Count : kMaxSavedNumbers;
-  const auto numbers = AllocateArray<UINT16>(room);
-  NumberSet seen;
-  if (!numbers || !seen) {
-    DebugPrint("%a:%r\n", "SaveCurrentBootorder", EFI_OUT_OF_RESOURCES);
+  OrderBuilder order;
+  if (const EFI_STATUS status = order.Begin(); EFI_ERROR(status)) {
+    DebugPrint("%a:%r\n", "SaveCurrentBootorder", status);
     return;
   }
-  const UINTN count = CollectNumbers({numbers.get(), room}, seen);
-  if (count == 0) {
-    return;
+  for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+    if (option->BootOptionNumber != kNoBootOptionNumber) {
+      order.Add(option->BootOptionNumber, option->Priority);
+    }
   }
-  KeepIpmiVariable(kSavedBootOrderName, std::as_bytes(std::span(numbers.get(), count)));
-}
-
-void SaveMatchedBootOption(const BOOT_OPTION& option) {
-  PoolBuffer image;
-  if (option.BootOptionNumber == kNoBootOptionNumber ||
-      EFI_ERROR(ReadVariable(BootVariableName(option.BootOptionNumber), gEfiGlobalVariableGuid, image))) {
-    return;
+  if (const Bytes numbers = order.Finish(); !numbers.empty()) {
+    KeepIpmiVariable(kSavedBootOrderName, numbers);
   }
-  const UINTN size = sizeof(UINT16) + image.Size;
-  const PoolPtr<std::byte> record(static_cast<std::byte*>(AllocatePool(size)));
-  if (!record) {
-    DebugPrint("%a:%r\n", "SaveMatchedBootOption", EFI_OUT_OF_RESOURCES);
-    return;
-  }
-  ByteWriter writer({record.get(), size});
-  writer.Write(option.BootOptionNumber);
-  writer.WriteBytes(image.Bytes());
-  KeepIpmiVariable(kSavedBootOptionName, {record.get(), size});
 }
 
 void RestoreBootorder() {

@@ -5,6 +5,13 @@
 
 namespace bds {
 
+// What the restore of this boot came to, and so what its save may do with the copies on the BMC.
+enum class BOOT_COPIES : UINT8 {
+  MayBeReplaced,  // there was nothing to restore, or it was restored
+  Denied,         // the BMC said that it has none: one that it then shows was never restored
+  NotRestored,    // not heard, out of time, or NVRAM did not take the order
+};
+
 // Reset by the entry point.
 struct BMC_STATE {
   BOOLEAN ZephanConfigMode = FALSE;  // managed and in config mode; set by DetectZephanConfigMode, read by later steps
@@ -15,22 +22,19 @@ struct BMC_STATE {
   UINT32 IpmiBootDevice = 0;       // the device selector, 0 to 15; 0 asks for nothing
   UINT8 IpmiDeviceInstance = 0;    // bit 4: an instance is asked for, bits 3:0: which
 
-  // A restore did not hear of the BMC's copy of BootOrder, or had no time left for every option; set by
-  // RestoreEfiBootVariablesFromBMC, keeps SaveEfiBootVaiablesToBMC from replacing what was not restored.
-  BOOLEAN CopiesUnread = FALSE;
+  // The request is carried out in this boot, and nothing is kept of it: a reset would lose it.
+  BOOLEAN OneTimeRequestInForce = FALSE;
 
-  // A restore was told that the BMC has no copy; a copy that SaveEfiBootVaiablesToBMC then finds was never restored.
-  BOOLEAN NoCopyToRestore = FALSE;
+  BOOT_COPIES Copies = BOOT_COPIES::MayBeReplaced;  // set by RestoreEfiBootVariablesFromBMC
 
-  // A request was given up unanswered in this boot, so that its answer may still come and be taken for another's;
-  // written by BtExchange.
-  BOOLEAN AnswerOwed = FALSE;
+  // The opcodes, a bit each, of requests that were given up, so that their answers may still come;
+  // bmc/bt_owed_answers.h.
+  UINT32 OwedAnswers = 0;
 
-  // Microseconds that file exchanges without a valid answer have waited this boot; written by BtExchange, which
-  // leaves the BMC alone once they reach kBtPatience.
-  UINT64 FruitlessWait = 0;
+  // Microseconds that file exchanges have waited since the BMC last answered one; kBtPatience ends them.
+  UINT64 SilentWait = 0;
 
-  // The same of all file exchanges, and kBtEndurance.
+  // Microseconds that all file exchanges of this boot have waited; kBtEndurance ends them.
   UINT64 ExchangeWait = 0;
 };
 extern constinit BMC_STATE gBmc;

@@ -25,6 +25,7 @@ constexpr Row kFaults[] = {
     {"bad-checksum", Kind::BadChecksum, false, "bad-checksum[:COUNT]"},
     {"lock-held", Kind::LockHeld, false, "lock-held[:COUNT]"},
     {"refuse-open", Kind::RefuseOpen, false, "refuse-open[:COUNT]"},
+    {"refuse-read", Kind::RefuseRead, false, "refuse-read[:COUNT]"},
     {"refuse-write", Kind::RefuseWrite, false, "refuse-write[:COUNT]"},
     {"refuse-rename", Kind::RefuseRename, false, "refuse-rename[:COUNT]"},
     {"lying-length", Kind::LyingLength, true, "lying-length:BYTE[xCOUNT]"},

@@ -18,6 +18,7 @@ struct BmcFault {
     BadChecksum,
     LockHeld,  // another agent holds the lock bit
     RefuseOpen,
+    RefuseRead,
     RefuseWrite,
     RefuseRename,
     LyingLength,  // the answer's length byte is `value`; the bytes are those of the true answer

@@ -248,6 +248,7 @@ BtInterface::Pending BtInterface::MakeAnswer(bool& changed) {
   const std::uint8_t opcode = request_[1];
   Refusals refuse;
   refuse.open = IsOpen(opcode) && Befalls(Kind::RefuseOpen, exchangeCount_);
+  refuse.read = opcode == kReadPiece && Befalls(Kind::RefuseRead, exchangeCount_);
   refuse.write = opcode == kWritePiece && Befalls(Kind::RefuseWrite, exchangeCount_);
   refuse.rename = opcode == kRename && Befalls(Kind::RefuseRename, exchangeCount_);
   answer.response = server_.Answer(request_, refuse, changed);

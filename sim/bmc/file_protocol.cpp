@@ -56,6 +56,9 @@ Frame FileServer::Answer(std::span<const std::uint8_t> request, const Refusals& 
   }
   switch (opcode) {
     case kRead:
+      if (refuse.read) {
+        return Refusal(opcode);
+      }
       return arguments.size() == 2 && !file->writing ? Read(*file) : MakeResponse(opcode, {});
     case kWrite:
       return refuse.write ? Refusal(opcode) : Write(*file, arguments.subspan(2), changed);

@@ -21,6 +21,7 @@ Frame MakeResponse(std::uint8_t opcode, std::span<const std::uint8_t> data);
 // Requests that the BMC is told to refuse.
 struct Refusals {
   bool open = false;  // opens and creates
+  bool read = false;
   bool write = false;
   bool rename = false;
 };

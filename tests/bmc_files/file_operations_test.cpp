@@ -143,6 +143,7 @@ TEST_F(FileOperations, ARefusedRenameTellsWhetherTheContextEverTimedOut) {
   EXPECT_EQ(bds::BtRenameFile(context, "missing", "x"), bds::BT_RENAME_REFUSED);
   AddFault("wrong-echo");
   EXPECT_EQ(bds::BtRenameFile(context, "missing", "x"), bds::BT_RENAME_REFUSED);
+  EXPECT_EQ(bds::BtRenameFile(context, "missing", "x"), bds::BT_RENAME_REFUSED);
   AddFault("no-answer");
   EXPECT_EQ(bds::BtRenameFile(context, "missing", "x"), bds::BT_FAILED);
   EXPECT_EQ(bds::BtRenameFile(context, "missing", "x"), bds::BT_FAILED);

@@ -8,6 +8,8 @@
 namespace test {
 namespace {
 
+using bds::BmcFile;
+
 class ReadFile : public BmcFixture {
  protected:
   static Bytes Pattern(std::size_t size) {
@@ -18,15 +20,16 @@ class ReadFile : public BmcFixture {
     return bytes;
   }
   std::optional<Bytes> Read(const char* name) {
-    UINTN size = 0;
-    const auto file = bds::BtReadBootVariableFile(name, size, &heard);
-    if (!file) {
+    bds::PoolBuffer file;
+    found = bds::BtReadBootVariableFile(name, file);
+    EXPECT_EQ(found == BmcFile::Present, static_cast<bool>(file.Data));
+    if (!file.Data) {
       return std::nullopt;
     }
-    const auto* begin = reinterpret_cast<const std::uint8_t*>(file.get());
-    return Bytes(begin, begin + size);
+    const auto* begin = reinterpret_cast<const std::uint8_t*>(file.Data.get());
+    return Bytes(begin, begin + file.Size);
   }
-  bool heard = false;
+  BmcFile found = BmcFile::Unknown;
 };
 
 TEST_F(ReadFile, EverySizeComesWholeInTheFewestExchanges) {
@@ -36,7 +39,6 @@ TEST_F(ReadFile, EverySizeComesWholeInTheFewestExchanges) {
     const std::uint64_t before = bmc().Interface().Exchanges();
     const sim::Ticks start = clock().Now();
     EXPECT_EQ(Read("BootOrder"), Pattern(size));
-    EXPECT_TRUE(heard);
     EXPECT_EQ(bmc().Interface().Exchanges() - before, 1 + (size / 59 + 1) + 1);  // open, pieces, close
     EXPECT_EQ(bmc().Interface().Trace().back().request[1], 18);
     EXPECT_GE(clock().Now() - start, 200 * sim::kMillisecond);
@@ -50,7 +52,7 @@ TEST_F(ReadFile, AFileBeyondTheLimitIsRefusedAsSoonAsItShows) {
     files().Write("BootOrder", Pattern(size));
     const std::uint64_t before = bmc().Interface().Exchanges();
     EXPECT_EQ(Read("BootOrder"), std::nullopt);
-    EXPECT_TRUE(heard);
+    EXPECT_EQ(found, BmcFile::Missing);
     EXPECT_EQ(bmc().Interface().Exchanges() - before, 1U + 1111U + 1U);
   }
   EXPECT_EQ(PoolBlocks(), 0U);
@@ -59,13 +61,21 @@ TEST_F(ReadFile, AFileBeyondTheLimitIsRefusedAsSoonAsItShows) {
 TEST_F(ReadFile, AFailureOnTheWayEndsItAndTellsWhatItMeans) {
   const struct {
     const char* fault;
-    bool heard;
+    BmcFile found;
     std::uint64_t exchanges;  // at most
   } cases[] = {
-      {"refuse-open", true, 1},         {"no-answer", false, 1},          {"lock-held:always", false, 0},
-      {"wrong-echo", false, 1},         {"no-answer@2", false, 3},        {"wrong-echo@3", false, 4},
-      {"lying-length:1@2", false, 3},   {"lying-length:255@2", false, 3}, {"bad-checksum:always@2", false, 102},
-      {"h2b-stuck:always@2", false, 1}, {"lock-held:always@2", false, 2},
+      {"refuse-open", BmcFile::Missing, 1},
+      {"no-answer", BmcFile::Unknown, 1},
+      {"lock-held:always", BmcFile::Unknown, 0},
+      {"wrong-echo", BmcFile::Unknown, 1},
+      {"no-answer@2", BmcFile::Unknown, 4},
+      {"wrong-echo@3", BmcFile::Unknown, 5},
+      {"lying-length:1@2", BmcFile::Unknown, 4},
+      {"lying-length:255@2", BmcFile::Unknown, 4},
+      {"bad-checksum:always@2", BmcFile::Unknown, 102},
+      {"h2b-stuck:always@2", BmcFile::Unknown, 1},
+      {"lock-held:always@2", BmcFile::Unknown, 2},
+      {"refuse-read@3", BmcFile::Unknown, 4},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.fault);
@@ -74,7 +84,7 @@ TEST_F(ReadFile, AFailureOnTheWayEndsItAndTellsWhatItMeans) {
     AddFault(c.fault);
     const std::uint64_t before = bmc().Interface().Exchanges();
     EXPECT_EQ(Read("Boot0001"), std::nullopt);
-    EXPECT_EQ(heard, c.heard);
+    EXPECT_EQ(found, c.found);
     EXPECT_LE(bmc().Interface().Exchanges() - before, c.exchanges);
     EXPECT_FALSE(bmc().Interface().LockTaken());
   }
@@ -90,7 +100,7 @@ TEST_F(ReadFile, ADamagedPieceIsAskedForAgainAndNoneIsLost) {
 
 TEST_F(ReadFile, AMissingFileIsSaidToBe) {
   EXPECT_EQ(Read("Boot0009"), std::nullopt);
-  EXPECT_TRUE(heard);
+  EXPECT_EQ(found, BmcFile::Missing);
   EXPECT_TRUE(Logged("UEFIBoot: fails to open Boot0009 file for reading \n"));
 }
 

@@ -100,7 +100,7 @@ TEST_F(RestoreCopies, AnOptionThatWasNotHeardOfIsAskedForAgain) {
 }
 
 TEST_F(RestoreCopies, ABmcThatFallsSilentIsAskedAtTheNextBootAndKeepsItsCopies) {
-  AddFault("no-answer:2@5");
+  AddFault("no-answer:3@5");
   SetGlobal(u"BootOrder", {});
   Restore();
   EXPECT_FALSE(Marker());
@@ -158,15 +158,6 @@ TEST_F(RestoreCopies, SaysWhatItDoes) {
             "\n UEFIBoot: Read Boot0002 file, size = 0h \n"
             "\n UEFIBoot: fails to ready Boot0002 file, Boot0002 vairable not restored \n"
             "\n UEFIBoot: Read Boot00BC file, size = 84h \n");
-}
-
-TEST_F(RestoreCopies, ASilentBmcLeavesTheOrderAndItsOwnCopyAlone) {
-  AddFault("no-answer:2");
-  SetGlobal(u"BootOrder", Order({5}));
-  Restore();
-  EXPECT_TRUE(Returns(bds::SaveEfiBootVaiablesToBMC));
-  EXPECT_EQ(files().Read("BootOrder"), Order({2, 0x00BC}));
-  EXPECT_EQ(Global(u"BootOrder"), Order({5}));
 }
 
 TEST_F(RestoreCopies, UefiModeOffRestoresNothing) {

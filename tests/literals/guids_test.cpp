@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string>
 
+#include "bmc/ipmi_variables.h"
 #include "bmc/restored_marker.h"
-#include "bmc/saved_boot_order.h"
 #include "bootopt/boot_option.h"
 #include "bootopt/legacy_dev_order.h"
 #include "bootopt/names/string_package.h"

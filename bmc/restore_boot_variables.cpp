@@ -1,0 +1,101 @@
+// The step that puts the copies of BootOrder and the Boot#### variables on the BMC back into NVRAM, once.
+//
+// A BMC that says nothing about a file is not taken for one without it: what was not restored is not replaced either.
+#include "bmc/boot_variable_files.h"
+#include "bmc/bt_file.h"
+#include "bmc/restored_marker.h"
+#include "bmc/state.h"
+#include "bmc/steps.h"
+#include "bootopt/load_option.h"
+#include "support/debug_print.h"
+#include "support/variables.h"
+
+namespace bds {
+namespace {
+
+// A save that lost its power leaves the first whole pieces of a file; the variable it was made from is there then.
+bool IsTornCopyOf(Bytes file, Bytes variable) {
+  return file.size() % MAX_BT_PIECE_SIZE == 0 && file.size() < variable.size() &&
+         EqualMemory(file.data(), variable.data(), file.size());
+}
+
+// Writes one variable from the whole units of its file, unless NVRAM holds the whole of what the file holds a part of.
+// One refused write is tried again: with the marker behind it there is no later boot to do it.
+EFI_STATUS RestoreVariable(const CHAR16* name, Bytes file, UINTN unit) {
+  PoolBuffer present;
+  if (!EFI_ERROR(ReadVariable(name, gEfiGlobalVariableGuid, present)) && IsTornCopyOf(file, present.Bytes())) {
+    return EFI_SUCCESS;
+  }
+  const Bytes whole = file.first(file.size() - file.size() % unit);
+  const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, whole);
+  return EFI_ERROR(status) ? WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, whole) : status;
+}
+
+void RestoreOption(UINT16 number) {
+  const OptionFileName name = BootOptionFileName(number);
+  PoolBuffer file;
+  const BmcFile copy = ReadCopy(name.Text, file);
+  // A file that cannot be had is skipped for good, but one that was not asked for is left to the next boot.
+  if (copy == BmcFile::Unknown && BtAllowanceIsSpent()) {
+    gBmc.Copies = BOOT_COPIES::NotRestored;
+  }
+  DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", name.Text, file.Size);
+  LoadOptionView view;
+  if (copy != BmcFile::Present || !ViewLoadOption(file.Bytes(), view)) {
+    DebugPrint("\n UEFIBoot: fails to ready %a file, %a vairable not restored \n", name.Text, name.Text);
+    return;
+  }
+  const EFI_STATUS status = RestoreVariable(BootVariableName(number), file.Bytes(), 1);
+  if (EFI_ERROR(status)) {
+    DebugPrint("\n UEFIBoot: set [ BootStr ] variable failed! Status: 0x%lx\n", status);
+  }
+}
+
+void MarkRestored() {
+  constexpr UINT16 kRestored = 1;
+  const EFI_STATUS status =
+      WriteVariable(kBootOptionRestoredName, kBootOptionRestoredGuid, kNonVolatileBoot, AsBytes(kRestored));
+  if (EFI_ERROR(status)) {
+    DebugPrint("\n UEFIBoot: set [ BootOptionRestored ] variable failed! Status: 0x%lx\n", status);
+  }
+}
+
+// What comes of it without a single option: MayBeReplaced when the order is in NVRAM now.
+BOOT_COPIES RestoreOrder(PoolBuffer& order) {
+  const BmcFile copy = ReadOrderCopy(order);
+  if (copy != BmcFile::Present) {
+    DebugPrint("\n UEFIBoot: BtReadBootVariableFile return failed! \n");
+    return copy == BmcFile::Missing ? BOOT_COPIES::Denied : BOOT_COPIES::NotRestored;
+  }
+  DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", kOrderFile, order.Size);
+  const EFI_STATUS status = RestoreVariable(kOrderVariable, order.Bytes(), sizeof(UINT16));
+  if (EFI_ERROR(status)) {
+    DebugPrint("\n UEFIBoot: set [ BootOrder ] variable failed!  Status: 0x%lx (%r)\n", status, status);
+    return BOOT_COPIES::NotRestored;
+  }
+  return BOOT_COPIES::MayBeReplaced;
+}
+
+}  // namespace
+
+void RestoreEfiBootVariablesFromBMC() {
+  if (!BeginCopyStep("\n UEFIBoot: Calling RestoreEfiBootVariablesFromBMC()")) {
+    return;
+  }
+  DebugPrint("\n UEFIBoot: Geting BootOrder variable ....");
+  if (VariableExists(kBootOptionRestoredName, kBootOptionRestoredGuid)) {
+    DebugPrint("\n UEFIBoot: EFI BootOptionRestored variable is detected, no need to restore it \n");
+    return;
+  }
+  PoolBuffer order;
+  gBmc.Copies = RestoreOrder(order);
+  if (gBmc.Copies != BOOT_COPIES::MayBeReplaced) {
+    return;
+  }
+  ForEachNumber(order.Bytes(), RestoreOption);
+  if (gBmc.Copies == BOOT_COPIES::MayBeReplaced) {
+    MarkRestored();
+  }
+}
+
+}  // namespace bds
