@@ -14,8 +14,8 @@ EFI_STATUS SendIpmiCommand(IpmiTransport& transport, UINT8 netFn, UINT8 command,
   CopyMemory(sent, request.data(), request.size());
   ZeroMemory(answer.data(), answer.size());
   UINT8 answerSize = static_cast<UINT8>(answer.size());
-  return transport.SendCommand(&transport, netFn, 0, command, sent, static_cast<UINT8>(request.size()), answer.data(),
-                               &answerSize);
+  return transport.SendCommand(&transport, netFn, 0, command, sent, static_cast<UINT8>(request.size()),
+                               answer.data(), &answerSize);
 }
 
 }  // namespace bds
