@@ -41,6 +41,7 @@ class BootRun {
     request_.legacyBootStatus = arguments.legacyStatus.value_or(EFI_SUCCESS);
     request_.debugMask = arguments.debugMask;
     request_.faults = arguments.faults;
+    request_.trace = arguments.trace;
     OpenLog();
     CheckJson();
     ConnectConsole();

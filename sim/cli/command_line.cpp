@@ -63,6 +63,7 @@ void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
   command.add_option("--variables", boot.variables, "Write all variables at the end, volatile ones too, there")
       ->type_name("DIR");
   command.add_option("--json", boot.json, "Write the result as JSON there; - for standard output")->type_name("FILE");
+  command.add_flag("--trace", boot.trace, "Log the driver's calls that have an effect, in lines that begin with FW");
   CLI::Option* execute =
       command.add_flag("--execute", boot.execute,
                        "Run loaders and drivers found on the server's media for real; no sandbox for hostile code");

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "sim/firmware/guid_text.h"
 #include "sim/firmware/machine.h"
 
 namespace sim {
@@ -18,6 +19,22 @@ template <typename Serve>
 EFI_STATUS Call(const char* service, Serve serve) {
   const auto scripted = M().OnCall(service);
   return scripted ? *scripted : serve();
+}
+
+// Tells the machine's trace of a call of the driver.
+template <typename... Args>
+void Trace(fmt::format_string<Args...> format, Args&&... args) {
+  if (M().Tracing()) {
+    M().Trace(fmt::format(format, std::forward<Args>(args)...));
+  }
+}
+std::string Named(const EFI_GUID* guid) { return guid == nullptr ? "no GUID" : GuidText(*guid); }
+std::string Bytes(const EFI_DEVICE_PATH_PROTOCOL* path) {
+  if (path == nullptr) {
+    return "";
+  }
+  const std::size_t length = path->Length[0] + 256U * path->Length[1];
+  return fmt::format(", first below it {:02x}", fmt::join(std::span(reinterpret_cast<const UINT8*>(path), length), ""));
 }
 
 // For services without a status, which the script cannot answer.
@@ -84,23 +101,29 @@ EFI_STATUS EFIAPI FreePool(VOID* buffer) {
 }
 
 EFI_STATUS EFIAPI CreateEvent(UINT32 type, EFI_TPL tpl, EFI_EVENT_NOTIFY notify, VOID* context, EFI_EVENT* event) {
+  Trace("create event of type {:x} at {}", type, tpl);
   return Call("CreateEvent", [&] { return M().Events().Create(type, tpl, notify, context, nullptr, event); });
 }
 EFI_STATUS EFIAPI CreateEventEx(UINT32 type, EFI_TPL tpl, EFI_EVENT_NOTIFY notify, const VOID* context,
                                 const EFI_GUID* group, EFI_EVENT* event) {
+  Trace("create event of type {:x} at {} in group {}", type, tpl, Named(group));
   return Call("CreateEventEx",
               [&] { return M().Events().Create(type, tpl, notify, const_cast<VOID*>(context), group, event); });
 }
 EFI_STATUS EFIAPI SetTimer(EFI_EVENT event, EFI_TIMER_DELAY type, UINT64 time) {
+  Trace("set timer {:d} to {}", static_cast<int>(type), time);
   return Call("SetTimer", [&] { return M().Events().SetTimer(event, type, time); });
 }
 EFI_STATUS EFIAPI WaitForEvent(UINTN count, EFI_EVENT* events, UINTN* index) {
+  Trace("wait for {} events", count);
   return Call("WaitForEvent", [&] { return M().Events().Wait(count, events, index); });
 }
 EFI_STATUS EFIAPI SignalEvent(EFI_EVENT event) {
+  Trace("signal event {}", fmt::ptr(event));
   return Call("SignalEvent", [&] { return M().Events().Signal(event); });
 }
 EFI_STATUS EFIAPI CloseEvent(EFI_EVENT event) {
+  Trace("close event {}", fmt::ptr(event));
   return Call("CloseEvent", [&] { return M().Events().Close(event); });
 }
 EFI_STATUS EFIAPI CheckEvent(EFI_EVENT event) {
@@ -109,6 +132,8 @@ EFI_STATUS EFIAPI CheckEvent(EFI_EVENT event) {
 
 EFI_STATUS EFIAPI InstallProtocolInterface(EFI_HANDLE* handle, const EFI_GUID* guid, EFI_INTERFACE_TYPE type,
                                            VOID* interface) {
+  Trace("install {} on {}{}", Named(guid), fmt::ptr(handle == nullptr ? nullptr : *handle),
+        interface == nullptr ? ", nothing behind it" : "");
   return Call("InstallProtocolInterface", [&] {
     return type == EFI_NATIVE_INTERFACE ? M().Handles().Install(handle, guid, interface) : EFI_INVALID_PARAMETER;
   });
@@ -117,6 +142,7 @@ EFI_STATUS EFIAPI ReinstallProtocolInterface(EFI_HANDLE handle, const EFI_GUID* 
   return Call("ReinstallProtocolInterface", [&] { return M().Handles().Reinstall(handle, guid, oldOne, newOne); });
 }
 EFI_STATUS EFIAPI UninstallProtocolInterface(EFI_HANDLE handle, const EFI_GUID* guid, VOID* interface) {
+  Trace("uninstall {} from {}", Named(guid), fmt::ptr(handle));
   return Call("UninstallProtocolInterface", [&] { return M().Handles().Uninstall(handle, guid, interface); });
 }
 EFI_STATUS EFIAPI HandleProtocol(EFI_HANDLE handle, const EFI_GUID* guid, VOID** interface) {
@@ -125,6 +151,7 @@ EFI_STATUS EFIAPI HandleProtocol(EFI_HANDLE handle, const EFI_GUID* guid, VOID**
   });
 }
 EFI_STATUS EFIAPI RegisterProtocolNotify(const EFI_GUID* guid, EFI_EVENT event, VOID** registration) {
+  Trace("notify of {} by {}", Named(guid), fmt::ptr(event));
   return Call("RegisterProtocolNotify", [&] { return M().Handles().RegisterNotify(guid, event, registration); });
 }
 
@@ -248,10 +275,13 @@ EFI_STATUS EFIAPI SetWatchdogTimer(UINTN, UINT64, UINTN, CHAR16*) {
 
 EFI_STATUS EFIAPI ConnectController(EFI_HANDLE controller, EFI_HANDLE* drivers, EFI_DEVICE_PATH_PROTOCOL* remaining,
                                     BOOLEAN recursive) {
+  Trace("connect {}{}{}{}", fmt::ptr(controller), drivers == nullptr ? "" : ", drivers named", Bytes(remaining),
+        recursive != FALSE ? ", recursively" : "");
   return Call("ConnectController",
               [&] { return M().ConnectController(controller, drivers, remaining, recursive != FALSE); });
 }
 EFI_STATUS EFIAPI DisconnectController(EFI_HANDLE controller, EFI_HANDLE driver, EFI_HANDLE child) {
+  Trace("disconnect {}, driver {}, child {}", fmt::ptr(controller), fmt::ptr(driver), fmt::ptr(child));
   return Call("DisconnectController", [&] { return M().DisconnectController(controller, driver, child); });
 }
 

@@ -115,6 +115,11 @@ class Machine {
   void PushOwner(EFI_HANDLE owner) { owners_.push_back(owner); }
   void PopOwner() { owners_.pop_back(); }
 
+  // Calls of the driver that have an effect beyond it, in a line each: handles by their address, paths in hexadecimal.
+  void SetTrace(std::function<void(const std::string& call)> trace) { trace_ = std::move(trace); }
+  bool Tracing() const { return trace_ != nullptr && running_ && CurrentOwner() == driver_; }
+  void Trace(const std::string& call) const { trace_(call); }
+
   // The image whose blocks the outcome's leaks are looked for, and the data sections that hold its variables.
   void SetDriver(EFI_HANDLE owner, std::vector<MemoryExtent> data);
   // Further bytes that hold pointers (a loaded image's options, an interface's private data).
@@ -195,6 +200,7 @@ class Machine {
   std::vector<MemoryExtent> driverData_;
   std::vector<MemoryExtent> roots_;
 
+  std::function<void(const std::string& call)> trace_;
   Ticks timeLimit_ = kTimeLimit;
   std::uint64_t stepLimit_ = kStepLimit;
   std::function<bool()> idle_;

@@ -52,6 +52,9 @@ BootRecorder::BootRecorder(Machine& machine, const BootRequest& request)
 void BootRecorder::Connect(MachineParts& parts) {
   parts_ = &parts;
   WatchAttempts();
+  if (request_.trace && request_.onTraffic) {
+    machine_.SetTrace([this](const std::string& call) { request_.onTraffic("FW " + call); });
+  }
   if (request_.onConsole) {
     parts.Console().SetEcho(request_.onConsole);
   }

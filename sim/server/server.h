@@ -37,6 +37,7 @@ struct BootRequest {
   LoaderPolicy loader;                        // what starting an operating system's loader means
   EFI_STATUS legacyBootStatus = EFI_SUCCESS;  // an error: LegacyBoot answers it; else it ends the boot
   std::uint64_t debugMask = 0x80000046;
+  bool trace = false;                                      // the driver's calls with an effect are told onTraffic too
   std::vector<std::string> faults;                         // in FaultScript's words, or a BMC fault's
   std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
   std::function<void(const std::string& line)> onTraffic;  // one per IPMI request and BMC exchange, with its time

@@ -153,7 +153,7 @@ class Server:
         self.toml.write_text(self.description)
         log, report, at_end = self.work / "log", self.work / "json", self.work / "variables"
         done = run(self.sim, "boot", self.toml, "--quiet", "--state", self.state, "--log", log, "--json", report,
-                   "--variables", at_end, "--debug-mask", DEBUG_MASK, *self.arguments, *arguments)
+                   "--variables", at_end, "--trace", "--debug-mask", DEBUG_MASK, *self.arguments, *arguments)
         if done.returncode not in (0, 3):
             raise Wrong(f"{title}: bds-sim ended with {done.returncode}: {done.stdout}{done.stderr}")
         starts = re.split(r"(?m)^---- start \d+ ----\n", log.read_text(errors="backslashreplace"))

@@ -1,9 +1,12 @@
 // The platform's small services.
 #include "sim/firmware/services/platform_records.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 
 #include "platform/boot_script_save.h"
+#include "sim/firmware/machine.h"
 
 namespace sim {
 namespace {
@@ -23,6 +26,9 @@ EFI_STATUS StatusCodeRecorder::Install(EFI_BOOT_SERVICES* services) {
 
 EFI_STATUS EFIAPI StatusCodeRecorder::Report(EFI_STATUS_CODE_TYPE type, EFI_STATUS_CODE_VALUE value, UINT32 instance,
                                              const EFI_GUID*, const EFI_STATUS_CODE_DATA*) {
+  if (Machine::Exists() && Machine::Current().Tracing()) {
+    Machine::Current().Trace(fmt::format("status code {:x} {:08x} instance {}", type, value, instance));
+  }
   StatusCodeRecorder& self = *Current();
   ++self.count_;
   if (self.records_.size() < kMaxRecords) {
@@ -40,6 +46,9 @@ AcpiS3SaveModel::AcpiS3SaveModel() {
     return EFI_SUCCESS;
   };
   interface_.protocol.S3Save = [](EFI_ACPI_S3_SAVE_PROTOCOL* protocol, VOID*) EFIAPI -> EFI_STATUS {
+    if (Machine::Exists() && Machine::Current().Tracing()) {
+      Machine::Current().Trace("save for S3");
+    }
     ++reinterpret_cast<Interface*>(protocol)->saves;
     return EFI_SUCCESS;
   };

@@ -1,7 +1,11 @@
 // The table's functions: count the call, let the fault script have its say, then do the work.
 #include "sim/firmware/variables/runtime_services.h"
 
+#include <fmt/format.h>
+
 #include <ctime>
+
+#include "sim/firmware/variables/variable_name_text.h"
 
 namespace sim {
 namespace {
@@ -40,6 +44,10 @@ struct RuntimeServices::Calls {
   // The power may go right after the write; nothing on the stack owns memory then.
   static EFI_STATUS EFIAPI SetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
                                        const VOID* data) {
+    if (Machine::Current().Tracing() && name != nullptr && guid != nullptr) {
+      Machine::Current().Trace(
+          fmt::format("set {} attributes {:x}, {} bytes", VariableFileName(name, *guid), attributes, size));
+    }
     return Serve("SetVariable", [&](RuntimeServices& self) {
       const std::uint64_t before = self.store_.NonVolatileWrites();
       const EFI_STATUS status = self.store_.SetVariable(name, guid, attributes, size, data);
