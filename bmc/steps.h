@@ -15,6 +15,8 @@ void CheckZephan_EFIBootSupport();
 void RemoveNonSupportedBootOptions();
 // Deletes options that no device of this boot claimed.
 void RemoveOrphanOptions();
+// Deletes options that stand for the same thing as another one.
+void DeleteIdenticalBootOptions();
 // Reads and acknowledges the BMC's boot flags and moves the option asked for to the front.
 void SetIpmiBootOptionPriorities();
 // Copies the boot variables to the BMC; the first copy is followed by a warm reset.

@@ -17,6 +17,9 @@ EFI_STATUS BootEfiOption(const DevicePath* path, UINT16 number, Bytes optionalDa
 // changed, when the table holds none.
 EFI_STATUS BootLegacyOption(const DevicePath* path, UINT16 number);
 
+// Shows the BBS table as it is handed over to the CSM, and the driver's legacy options, in the log.
+void ReportBbsDevices();
+
 // Writes BootCurrent, unless the number is kNoOptionNumber, and signals the ready-to-boot event group.
 void SignalReadyToBoot(UINT16 number);
 

@@ -1,6 +1,7 @@
 // The handoff to the setup front end, which shows the boot menu or setup and normally boots.
 #include "bootopt/bbs_table.h"
 #include "bootopt/dumps/dumps.h"
+#include "core/boot.h"
 #include "core/dump_nvram.h"
 #include "core/steps.h"
 #include "platform/legacy_bios.h"
@@ -16,6 +17,13 @@ namespace {
 constexpr UINT32 kBootOptionSupport = 0x00000313;
 constexpr UINT64 kOsIndicationsSupported = 3;
 
+template <typename Value>
+void PublishVolatile(const CHAR16* name, Value value) {
+  static_cast<void>(WriteVariable(name, gEfiGlobalVariableGuid, kVolatileBootRuntime, AsBytes(value)));
+}
+
+}  // namespace
+
 void ReportBbsDevices() {
   EFI_LEGACY_BIOS_PROTOCOL* legacyBios = nullptr;
   if (const EFI_STATUS status = LocateProtocol(legacyBios); EFI_ERROR(status)) {
@@ -29,13 +37,6 @@ void ReportBbsDevices() {
   DebugPrint("ReportBbsDevices:HDDCount:%d,BbsCount:%d\n", info.HddCount, info.BbsCount);
   DumpBbsTable(info.Table);
 }
-
-template <typename Value>
-void PublishVolatile(const CHAR16* name, Value value) {
-  static_cast<void>(WriteVariable(name, gEfiGlobalVariableGuid, kVolatileBootRuntime, AsBytes(value)));
-}
-
-}  // namespace
 
 EFI_STATUS HandoffToKui() {
   ReportBbsDevices();

@@ -1,6 +1,8 @@
 // The steps whose subject is still to be built. Each leaves the lists and NVRAM as they are; docs/status.md lists them.
 #include "core/steps.h"
 
+#include "bmc/steps.h"
+
 namespace bds {
 
 void MACAddressInfoInitialize() {}            // MAC address inventory

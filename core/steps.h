@@ -48,7 +48,6 @@ void CreateEfiOsBootOption();
 void CheckForNoAssociateOption();
 void SetGroupBootOrder();
 void EfiOsName_NormalizeBootOptions();
-void DeleteIdenticalBootOptions();
 void InactivateLoadingPlaceholderOption();
 void SetDefaultKuiBootOrder();
 void BuildBootOrderTable();

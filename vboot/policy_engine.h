@@ -4,6 +4,7 @@
 #include <span>
 
 #include "bootopt/boot_option.h"
+#include "platform/device_path_text.h"
 #include "support/format.h"
 #include "support/pool.h"
 
@@ -11,14 +12,31 @@ struct FLEXBOOT_ORDER_HEADER;
 
 namespace bds {
 
+// Boot modes of a policy.
+inline constexpr UINT8 kBootModeLegacy = 0;
+inline constexpr UINT8 kBootModeUefi = 1;
+inline constexpr UINT8 kBootModeOther = 2;
+
 // Everything of the policy engine that outlives a routine.
 struct POLICY_ENGINE_STATE {
   FLEXBOOT_ORDER_HEADER* FlexBootOrder = nullptr;  // the policy record's interface, located once and kept
-  UINT8 BotUpdatedOldWay = 0;   // 1 when the BMC updated the boot order table the old way: no policy applies then
-  UINT8 BootMode = 0;           // the policy's boot mode: 0 legacy, 1 UEFI, 2 other
-  KeptPtr<char> PolicyDebugText;  // human-readable policy text; goes to the BMC as a comment of the report
+  UINT8 BotUpdatedOldWay = 0;        // 1 when the BMC updated the boot order table the old way: no policy applies then
+  UINT8 BootMode = kBootModeLegacy;  // the policy's; set with its targets, and for the STBU mode
+  UINT8 ManagementMode = 0;          // IsRackZephan, asked once when the tagging begins
+  KeptPtr<char> PolicyDebugText;     // human-readable policy text; goes to the BMC as a comment of the report
   UINTN PolicyDebugTextSize = 0;
   UINTN PolicyDebugTextUsed = 0;
+
+  EFI_DEVICE_PATH_FROM_TEXT_PROTOCOL* PathFromText = nullptr;  // located on first use
+
+  // The base of the target that a category was first used by; a policy may use each of these once. 0: not yet.
+  UINT32 LanAnyBase = 0;
+  UINT32 SanAnyBase = 0;
+  UINT32 NvmeAnyBase = 0;
+  UINT32 LocalStorageAnyBase = 0;
+  // Which tags of a pair of SAN loaders were seen: 1 primary, 2 secondary.
+  UINT8 PathPairSeen = 0;
+  UINT8 NamePairSeen = 0;
 };
 extern constinit POLICY_ENGINE_STATE gPolicyEngine;
 

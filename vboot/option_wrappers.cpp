@@ -1,0 +1,80 @@
+// The options that a policy may tag, with what their paths say of their disks.
+#include "bmc/steps.h"
+#include "bootopt/dumps/dumps.h"
+#include "bootopt/names/device_path_text.h"
+#include "support/debug_print.h"
+#include "vboot/option_path.h"
+#include "vboot/option_wrapper.h"
+
+namespace bds {
+namespace {
+
+// A header without a device and without members of its own in its data stands for nothing.
+bool IsIdleGroupHeader(const BOOT_OPTION& option) {
+  return option.GroupHeader != FALSE && option.BbsIndex == kNoBbsIndex && option.DeviceHandle == nullptr &&
+         option.OptionalDataSize == 0;
+}
+
+void RemoveIdleGroupHeaders() {
+  for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
+    BOOT_OPTION* next = option->Next;
+    if (IsIdleGroupHeader(*option)) {
+      DebugPrint("Removing group header %a\n", option->Description.get());
+      DeleteBootOption(BootOptionList, option);
+    }
+    option = next;
+  }
+}
+
+bool IsLegacyUsb(const BOOT_OPTION& option) {
+  constexpr UINT8 kSerialBus = 0x0C;
+  constexpr UINT8 kUsb = 0x03;
+  return option.BbsIndex < kNoBbsIndex && option.BbsEntry != nullptr && option.BbsEntry->Class == kSerialBus &&
+         option.BbsEntry->SubClass == kUsb;
+}
+
+INTN CompareByLegacyUsb(const BOOT_OPTION& a, const BOOT_OPTION& b) {
+  return static_cast<INTN>(IsLegacyUsb(a)) - static_cast<INTN>(IsLegacyUsb(b));
+}
+
+// An option for a partition that is there belongs to an operating system, whoever made it.
+void FindDisk(VBOOT_OPTION_WRAPPER& wrapper, const Partitions& partitions) {
+  BOOT_OPTION& option = *wrapper.Option;
+  const DevicePath* first = OptionPathInstances(option).Node();
+  if (!IsHardDriveNode(first)) {
+    return;
+  }
+  wrapper.DiskDevicePath = partitions.FindDiskOf(first);
+  if (wrapper.DiskDevicePath) {
+    option.FwBootOption = FALSE;
+    static_cast<void>(DevicePathToText(wrapper.DiskDevicePath.get(), wrapper.DiskPathText));
+  }
+  if (wrapper.DiskPathText) {
+    DebugPrint("EFI option: %S \n\tFull path: ", option.Description.get());
+    DebugPrintText(wrapper.DiskPathText.get());
+  }
+}
+
+}  // namespace
+
+void CreateOptionWrappers(OPTION_WRAPPER_LIST& wrappers) {
+  DebugPrint("Flexboot: creating option wrappers.\n");
+  RemoveIdleGroupHeaders();
+  DeleteIdenticalBootOptions();
+  SortList(BootOptionList, CompareByLegacyUsb);
+  const Partitions partitions;
+  for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
+    if (!IsMatched(*option)) {
+      DebugPrint("Skipping on orphaned option %a\n", option->Description.get());
+      continue;
+    }
+    DumpBootOption(*option, wrappers.Count);
+    VBOOT_OPTION_WRAPPER* wrapper = AppendNew(wrappers);
+    if (wrapper != nullptr) {
+      wrapper->Option = option;
+      FindDisk(*wrapper, partitions);
+    }
+  }
+}
+
+}  // namespace bds

@@ -1,0 +1,102 @@
+// The tag on a unit of the SD card: an option at exactly that unit, or a partition on it.
+#include "support/debug_print.h"
+#include "support/protocols.h"
+#include "support/text.h"
+#include "vboot/option_path.h"
+#include "vboot/port_path.h"
+#include "vboot/tag_processors.h"
+#include "vboot/tag_walk.h"
+
+namespace bds {
+namespace {
+
+// The platform's name for its SD device; a platform without one calls it "UNDEFINED".
+constexpr CHAR16 kSdDeviceName[] = u"SD card";
+
+constexpr UINT32 kFirstUnit = 2;  // values 0 and 1 are the port itself
+constexpr UINT32 kLastUnit = 5;
+
+constexpr const CHAR16* kUnitPaths[] = {
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)",
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)/Unit(0x1)",
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)/Unit(0x2)",
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)/Unit(0x3)",
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)/Unit(0x4)",
+    u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x4,0x0)/Unit(0xFF)",
+};
+
+const CHAR16* UnitPath(UINT32 unit) {
+  if (unit < kFirstUnit) {
+    return kUnitPaths[0];
+  }
+  return kUnitPaths[unit <= kLastUnit ? unit - 1 : std::size(kUnitPaths) - 1];
+}
+
+// The first instance that begins at the root or with a partition decides.
+TagVerdict JudgeByOwnPath(const VBOOT_OPTION_WRAPPER& wrapper, const PortPath& unit) {
+  for (OptionPathInstances at(*wrapper.Option); const DevicePath* node = at.Node(); at.Next()) {
+    if (IsAcpiNode(node)) {
+      return SelectOrRefuse(unit.Is(node));
+    }
+    if (IsHardDriveNode(node)) {
+      const bool same = unit.Is(wrapper.DiskDevicePath.get());
+      if (same) {
+        DebugPrint("TargetDevPath and base device path matches \n");
+      }
+      return SelectOrRefuse(same);
+    }
+  }
+  return TagVerdict::Keep;
+}
+
+TagVerdict JudgeByHandle(const BOOT_OPTION& option, const PortPath& unit) {
+  const DevicePath* path = DevicePathOf(option.DeviceHandle);
+  if (!IsAcpiNode(path)) {
+    return TagVerdict::Keep;
+  }
+  if (unit.Is(path)) {
+    DebugPrint("Handle:TargetDevPath and CurrentPath matches \n");
+    return TagVerdict::Select;
+  }
+  if (IsLegacyOption(option)) {
+    DebugPrint("%S is NOT a match\n", option.Description.get());
+    return TagVerdict::Refuse;
+  }
+  DebugPrint("mismatched device is UEFI\n");
+  if (!unit.Begins(path)) {
+    return TagVerdict::Refuse;
+  }
+  DebugPrint("Device is a partial match\n");
+  return SelectOrKeep(unit.NodeBehind(path)->Type == MEDIA_DEVICE_PATH);
+}
+
+bool IsOtherLegacyDevice(const BOOT_OPTION& option) {
+  return IsLegacyOption(option) && option.BbsEntry != nullptr &&
+         (option.BbsEntry->Class != 0x0C || option.BbsEntry->SubClass != 0x03);
+}
+
+}  // namespace
+
+EFI_STATUS SDLUNTag(TAG_CALL& call) {
+  UINT32 lun = 0;
+  if (const EFI_STATUS status = ReadTagValue(call, lun, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+    return status;
+  }
+  if (TextEqual(kSdDeviceName, kUndefinedPort)) {
+    SetTagMessage(call, "SD card not supported by vBoot.");
+    return EFI_NOT_FOUND;
+  }
+  DebugPrint("Trying to match SD LUN ID Num 0x%x...\n", lun);
+  const PortPath unit(UnitPath(lun));
+  WalkOptions(call, {"SDLUNTag", true, nullptr, "Already has a priority\n"}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
+    const BOOT_OPTION& option = *wrapper.Option;
+    if (IsOtherLegacyDevice(option)) {
+      return TagVerdict::Keep;
+    }
+    return option.DeviceHandle == nullptr ? JudgeByOwnPath(wrapper, unit) : JudgeByHandle(option, unit);
+  });
+  SayWhenNothingMatched(call, "LunId");
+  return EFI_SUCCESS;
+}
+
+}  // namespace bds
