@@ -115,7 +115,7 @@ TEST_F(Exchange, EveryFaultHasItsResultAndItsCost) {
     EXPECT_EQ(context.IsOpen, c.result == bds::BT_FAILED ? 0 : 1);
     const std::uint64_t waited = (clock().Now() - start) / sim::kMillisecond;
     EXPECT_GE(waited, c.milliseconds);
-    EXPECT_LE(waited, c.milliseconds * 102 / 100 + 3);
+    EXPECT_LE(waited, c.milliseconds * 103 / 100 + 3);
     EXPECT_FALSE(bmc().Interface().LockTaken());
   }
   EXPECT_EQ(counters().ComplaintCount(), 0U);

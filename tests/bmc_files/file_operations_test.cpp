@@ -174,14 +174,5 @@ TEST_F(FileOperations, OnlyCreatingANameWithALowerCaseDWaitsASecond) {
   }
 }
 
-TEST_F(FileOperations, ResultsBecomeTheirStatus) {
-  const EFI_STATUS expected[] = {EFI_SUCCESS,           EFI_DEVICE_ERROR, EFI_NO_RESPONSE,
-                                 EFI_INVALID_PARAMETER, EFI_UNSUPPORTED,  0x8000000000000021};
-  for (UINT8 result = 0; result < std::size(expected); ++result) {
-    EXPECT_EQ(bds::BtStatusToEfiStatus(result), expected[result]);
-  }
-  EXPECT_EQ(bds::BtStatusToEfiStatus(255), 0x8000000000000021);
-}
-
 }  // namespace
 }  // namespace test

@@ -115,10 +115,5 @@ TEST_F(BootDevice, AMatchedLegacyDeviceIsNoUefiCandidate) {
   EXPECT_EQ(bds::ApplyIpmiBootDevice(2, 4, 1), EFI_NOT_FOUND);
 }
 
-TEST_F(BootDevice, AnEmptyListHasNone) {
-  EXPECT_EQ(bds::ApplyIpmiBootDevice(2, 4, 1), EFI_NOT_FOUND);
-  EXPECT_FALSE(Variable(u"BootOrderBeforeIpmiBoot", kIpmiGuid));
-}
-
 }  // namespace
 }  // namespace test

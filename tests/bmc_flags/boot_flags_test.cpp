@@ -32,52 +32,6 @@ class BootFlags : public OptionServer {
   sim::BmcState& State() { return bmc().State(); }
 };
 
-TEST_F(BootFlags, EveryCombinationOfSelectorValidPersistentAndEfi) {
-  const struct {
-    const char* legacy;
-    const char* uefi;
-  } bySelector[16] = {{"", ""},
-                      {"nic=0", "uefi pxe=0"},
-                      {"disk=0", "uefi disk=0"},
-                      {"disk=0", "uefi disk=0"},
-                      {"disk=0", "uefi disk=0"},
-                      {"dvd=0", "uefi dvd=0"},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"", ""},
-                      {"fdd=0", "uefi fdd=0"}};
-  for (unsigned selector = 0; selector < 16; ++selector) {
-    for (unsigned bits = 0; bits < 8; ++bits) {
-      const auto data1 = static_cast<std::uint8_t>(bits << 5);
-      SCOPED_TRACE(testing::Message() << "selector " << selector << " data 1 " << int{data1});
-      Fresh();
-      State().bootFlags = {data1, static_cast<std::uint8_t>(selector << 2), 0, 0, 0};
-      State().acknowledge = 1;
-      bds::SetIpmiBootOptionPriorities();
-      const bool valid = (data1 & 0x80) != 0;
-      const bool efi = (data1 & 0x20) != 0;
-      const std::string front = efi ? bySelector[selector].uefi : bySelector[selector].legacy;
-      EXPECT_EQ(Front(), valid ? front : "");
-      EXPECT_EQ(State().acknowledge, valid ? 0 : 1);
-      EXPECT_EQ(State().bootFlags[0], valid ? 0 : data1);
-      const bool kept = valid && (data1 & 0x40) != 0;
-      EXPECT_EQ(Stored().has_value(), kept);
-      if (kept) {
-        EXPECT_EQ(*Stored(), (Bytes{1, 5, data1, static_cast<std::uint8_t>(selector << 2), 0, 0, 0}));
-      }
-      const bool setup = valid && selector == 6;
-      EXPECT_EQ(Variable(kBootFlowName, kBootFlowGuid), setup ? std::optional(Bytes{4, 0, 0, 0}) : std::nullopt);
-      EXPECT_EQ(Variable(u"BootOrderBeforeIpmiBoot", kIpmiGuid).has_value(), valid && !front.empty());
-    }
-  }
-}
-
 // Reserved bits around the selector and the instance say nothing; the instance comes from data 5.
 TEST_F(BootFlags, EachValueIsTakenFromItsOwnBits) {
   const struct {
@@ -99,32 +53,6 @@ TEST_F(BootFlags, EachValueIsTakenFromItsOwnBits) {
     State().acknowledge = c.acknowledge;
     bds::SetIpmiBootOptionPriorities();
     EXPECT_EQ(Front(), c.front);
-  }
-}
-
-TEST_F(BootFlags, AOneTimeRequestHoldsForOneBootAndAPersistentOneForAll) {
-  for (const bool persistent : {false, true}) {
-    Fresh();
-    std::string error;
-    std::vector<std::string> words{"cdrom"};
-    if (persistent) {
-      words.emplace_back("persistent");
-    }
-    ASSERT_TRUE(sim::SetBootFlags(State(), words, error));
-    for (int boot = 0; boot < 3; ++boot) {
-      NextBoot();
-      AddAll();
-      bds::RestoreBootorder();
-      bds::SetIpmiBootOptionPriorities();
-      EXPECT_EQ(Front(), boot == 0 || persistent ? "dvd=0" : "") << boot;
-    }
-    // A one-time request in between ends the persistent one.
-    ASSERT_TRUE(sim::SetBootFlags(State(), std::vector<std::string>{"pxe"}, error));
-    NextBoot();
-    AddAll();
-    bds::SetIpmiBootOptionPriorities();
-    EXPECT_EQ(Front(), "nic=0");
-    EXPECT_FALSE(Stored());
   }
 }
 
@@ -185,15 +113,6 @@ TEST_F(BootFlags, EachFailureStopsTheStepWhereItHappens) {
     EXPECT_EQ(Stored().has_value(), c.stored);
     EXPECT_EQ(Front(), "");
   }
-}
-
-TEST_F(BootFlags, WithoutATransportTheStepIsSkipped) {
-  RemoveProtocols();
-  bds::SetIpmiBootOptionPriorities();
-  EXPECT_EQ(Log(),
-            "LocateProtocol gEfiDxeIpmiTransportProtocolGuid. Status: EFI_NOT_FOUND\n"
-            "SetIpmiBootOptionPriorities: Error in locating                         the Ipmi Transport Protocol. "
-            "Status: EFI_NOT_FOUND\n");
 }
 
 TEST_F(BootFlags, SetInProgressForeverEndsTheStepAfterElevenQueries) {

@@ -41,14 +41,6 @@ TEST_F(ParameterRequests, TheWaitEndsWithTheAnswerThatIsClear) {
   }
 }
 
-TEST_F(ParameterRequests, OnlyTheBootFlagsWayLogsAFailedWait) {
-  FailFirst(2);
-  EXPECT_EQ(bds::WaitSetInProgressClear(transport(), bds::WaitLog::Nothing), EFI_TIMEOUT);
-  EXPECT_EQ(Log(), "");
-  EXPECT_EQ(bds::WaitSetInProgressClear(transport(), bds::WaitLog::Errors), EFI_TIMEOUT);
-  EXPECT_EQ(Log(), " GetBootOptions failed=8000000000000012 for Parameter=0 \n");
-}
-
 TEST_F(ParameterRequests, FiveTriesTwoSecondsApart) {
   for (const std::uint64_t failures : {0, 1, 4, 5}) {
     SCOPED_TRACE(failures);
@@ -67,27 +59,6 @@ TEST_F(ParameterRequests, FiveTriesTwoSecondsApart) {
     log.append("Trial ").append(1, trial).append(" GetBootOptions failed=8000000000000012 for Parameter=78\n");
   }
   EXPECT_EQ(Log(), log);
-}
-
-TEST_F(ParameterRequests, EachRequestFailsInItsOwnWords) {
-  FailFirst(1);
-  EXPECT_EQ(bds::SetBootOptionsPersistently(transport(), std::array<UINT8, 2>{0, 1}), EFI_SUCCESS);
-  EXPECT_TRUE(
-      Logged("SetBootOptions Parameter=0\n"
-             "Trial 0 SetBootOptions Status=8000000000000012 for Parameter=0\n"));
-  FailFirst(1);
-  std::array<UINT8, 35> block{0x7D, 0, 1, 0xAB};
-  EXPECT_EQ(bds::SetBootOptionsPersistently(transport(), block), EFI_SUCCESS);
-  EXPECT_TRUE(Logged("SetBootOptions Parameter=7D\n"
-                     "Trial 0 SetBootOptions status=8000000000000012 for Parameter=7D\n") ||
-              Logged("SetBootOptions Parameter=7d\n"
-                     "Trial 0 SetBootOptions status=8000000000000012 for Parameter=7d\n"))
-      << Log();
-  EXPECT_EQ(bmc().State().bootOrderTable.at(0), 0xAB);
-  FailFirst(1);
-  EXPECT_EQ(bds::SendOneTimeStaleRequest(transport()), EFI_SUCCESS);
-  EXPECT_TRUE(Logged("Trial 0 SetBootOptions failed=8000000000000012 \n"));
-  EXPECT_EQ(bmc().State().oneTimeStaleRequests, 1U);
 }
 
 TEST_F(ParameterRequests, AShortAnswerLeavesZerosBehindIt) {

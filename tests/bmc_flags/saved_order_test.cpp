@@ -56,22 +56,6 @@ TEST_F(SavedOrder, ALegacyRequestSavesItsOptionAndBothComeBack) {
   EXPECT_EQ(NonVolatileWrites(), writes);
 }
 
-TEST_F(SavedOrder, AManagedServerNeitherSavesNorRestores) {
-  PublishMode(1, 0);
-  AddLegacy(u"disk", 2);
-  SetGlobal(u"Boot0001", Image(u"disk"));
-  bds::SaveMatchedBootOption(*bds::BootOptionList.First);
-  bds::SaveCurrentBootorder();
-  EXPECT_FALSE(Variable(kOrder, kIpmiGuid));
-  EXPECT_TRUE(Variable(kOption, kIpmiGuid)) << "a legacy request's option is kept all the same";
-  SetVariable(kOrder, kIpmiGuid, kAttributes3, Order({1}));
-  bds::RestoreBootorder();
-  EXPECT_TRUE(Variable(kOrder, kIpmiGuid));
-  EXPECT_TRUE(Variable(kOption, kIpmiGuid));
-  EXPECT_TRUE(Logged("SaveCurrentBootorder: System in Zephan mode\n"));
-  EXPECT_TRUE(Logged("RestoreBootOrder: System in Zephan mode\n"));
-}
-
 TEST_F(SavedOrder, DamagedRecordsAreDroppedAndChangeNothing) {
   SetGlobal(u"Boot0002", Image(u"kept"));
   SetGlobal(u"BootOrder", Order({2}));
@@ -141,19 +125,6 @@ TEST_F(SavedOrder, ARecordThatCannotBePutBackIsKept) {
   bds::RestoreBootorder();
   EXPECT_TRUE(Variable(kOrder, kIpmiGuid));
   EXPECT_TRUE(Variable(kOption, kIpmiGuid));
-}
-
-TEST_F(SavedOrder, AnOptionWithoutAVariableIsNotSaved) {
-  Add(u"unsaved", Disk());
-  bds::SaveMatchedBootOption(*bds::BootOptionList.First);
-  Add(u"unnumbered", Disk()).BootOptionNumber = 0xFFFF;
-  bds::SaveMatchedBootOption(*bds::BootOptionList.Last);
-  EXPECT_FALSE(Variable(kOption, kIpmiGuid));
-}
-
-TEST_F(SavedOrder, AnEmptyListSavesNothing) {
-  bds::SaveCurrentBootorder();
-  EXPECT_FALSE(Variable(kOrder, kIpmiGuid));
 }
 
 }  // namespace

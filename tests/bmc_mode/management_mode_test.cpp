@@ -10,20 +10,6 @@ namespace {
 
 class ManagementMode : public BmcFixture {};
 
-TEST_F(ManagementMode, ConfigModeIsManagedWithTheFlag) {
-  for (UINT8 mode = 0; mode <= 2; ++mode) {
-    for (UINT8 flag = 0; flag <= 2; ++flag) {
-      NextBoot();
-      PublishMode(mode, flag);
-      bds::gBmc.ZephanConfigMode = 7;
-      bds::DetectZephanConfigMode();
-      EXPECT_EQ(bds::gBmc.ZephanConfigMode, mode == 1 && flag == 1 ? 1 : 0) << int{mode} << int{flag};
-      EXPECT_EQ(bds::IsRackZephan(), mode);
-    }
-  }
-  EXPECT_TRUE(Logged("UEFIBoot: Zephan mode M:2 F:2. \nDetect ZephanConfigMode:0\n"));
-}
-
 TEST_F(ManagementMode, WithoutTheInterfaceTheServerIsStandalone) {
   bds::gBmc.ZephanConfigMode = 1;
   bds::DetectZephanConfigMode();
@@ -39,7 +25,7 @@ TEST_F(ManagementMode, APolicyFileSwitchesEfiOptionsOnOnce) {
     bool file;
     std::uint8_t after;
     bool written;
-  } cases[] = {{0, false, 0, false}, {0, true, 2, true},   {1, false, 1, true}, {1, true, 1, false},
+  } cases[] = {{0, false, 0, false}, {0, true, 2, true},  {1, false, 1, true}, {1, true, 1, false},
                {2, false, 2, false}, {2, true, 2, false}, {3, true, 3, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << int{c.enable} << c.file);

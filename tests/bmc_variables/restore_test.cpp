@@ -21,46 +21,6 @@ class RestoreCopies : public BmcFixture {
   const Bytes second = Image(u"Second", Bytes(100, 0x42));
 };
 
-TEST_F(RestoreCopies, EverythingComesBackOnce) {
-  Restore();
-  std::uint32_t attributes = 0;
-  EXPECT_EQ(Variable(u"BootOrder", gEfiGlobalVariableGuid, &attributes), Order({2, 0x00BC}));
-  EXPECT_EQ(attributes, kAttributes7);
-  EXPECT_EQ(Global(u"Boot0002"), first);
-  EXPECT_EQ(Variable(u"Boot00BC", gEfiGlobalVariableGuid, &attributes), second);
-  EXPECT_EQ(attributes, kAttributes7);
-  EXPECT_EQ(Marker(), (Bytes{1, 0}));
-  EXPECT_TRUE(Logged("\n UEFIBoot: Read BootOrder file, size = 4h \n"));
-  NextBoot();
-  const std::uint64_t before = bmc().Interface().Exchanges();
-  Restore();
-  EXPECT_EQ(bmc().Interface().Exchanges(), before);
-  EXPECT_TRUE(Logged("EFI BootOptionRestored variable is detected, no need to restore it \n"));
-  EXPECT_EQ(PoolBlocks(), 0U);
-}
-
-TEST_F(RestoreCopies, AMissingOrderStopsItAndAMissingOptionDoesNot) {
-  files().Remove("Boot0002");
-  SetGlobal(u"Boot0002", Bytes{1});
-  Restore();
-  EXPECT_EQ(Global(u"Boot0002"), Bytes{1});
-  EXPECT_EQ(Global(u"BootOrder"), Order({2, 0x00BC}));
-  EXPECT_EQ(Global(u"Boot00BC"), second);
-  EXPECT_TRUE(Marker());
-  EXPECT_TRUE(Logged("\n UEFIBoot: fails to ready Boot0002 file, Boot0002 vairable not restored \n"));
-
-  for (const Bytes& order : {Bytes{}, Bytes{1}}) {
-    NextBoot();
-    SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes3, {});
-    SetGlobal(u"BootOrder", Order({5}));
-    files().Write("BootOrder", order);
-    Restore();
-    EXPECT_EQ(Global(u"BootOrder"), Order({5}));
-    EXPECT_FALSE(Marker());
-    EXPECT_TRUE(Logged("\n UEFIBoot: BtReadBootVariableFile return failed! \n"));
-  }
-}
-
 // What a save leaves that lost its power ends with a whole piece; a shorter copy of another size is what it is.
 TEST_F(RestoreCopies, PiecesOfACopyDoNotReplaceTheWhole) {
   const struct {
@@ -89,14 +49,6 @@ TEST_F(RestoreCopies, ADamagedImageIsNotRestored) {
   Restore();
   EXPECT_EQ(Global(u"Boot0002"), second);
   EXPECT_TRUE(Logged("Boot0002 vairable not restored"));
-}
-
-TEST_F(RestoreCopies, AnOptionThatWasNotHeardOfIsAskedForAgain) {
-  AddFault("no-answer@5");  // a piece of Boot0002
-  Restore();
-  EXPECT_EQ(Global(u"Boot0002"), first);
-  EXPECT_EQ(Global(u"Boot00BC"), second);
-  EXPECT_TRUE(Marker());
 }
 
 TEST_F(RestoreCopies, ABmcThatFallsSilentIsAskedAtTheNextBootAndKeepsItsCopies) {
@@ -143,28 +95,6 @@ TEST_F(RestoreCopies, ARefusedOrderStopsItAndARefusedOptionDoesNot) {
   EXPECT_TRUE(
       Logged("\n UEFIBoot: set [ BootOrder ] variable failed!  Status: 0x8000000000000002 "
              "(EFI_INVALID_PARAMETER)\n"));
-}
-
-TEST_F(RestoreCopies, SaysWhatItDoes) {
-  files().Remove("Boot0002");
-  files().Write("BootOrder", Order({2, 0x00BC, 2}));  // a number named twice is read once
-  Restore();
-  EXPECT_EQ(Log(),
-            "\n UEFIBoot: Calling RestoreEfiBootVariablesFromBMC()"
-            "\n ============================================================== "
-            "\n UEFIBoot: Geting BootOrder variable ...."
-            "\n UEFIBoot: Read BootOrder file, size = 6h \n"
-            "UEFIBoot: fails to open Boot0002 file for reading \n"
-            "\n UEFIBoot: Read Boot0002 file, size = 0h \n"
-            "\n UEFIBoot: fails to ready Boot0002 file, Boot0002 vairable not restored \n"
-            "\n UEFIBoot: Read Boot00BC file, size = 84h \n");
-}
-
-TEST_F(RestoreCopies, UefiModeOffRestoresNothing) {
-  SetSetup({});
-  Restore();
-  EXPECT_EQ(Log(), "");
-  EXPECT_FALSE(Global(u"BootOrder"));
 }
 
 }  // namespace

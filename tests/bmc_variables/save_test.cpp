@@ -19,19 +19,6 @@ class SaveCopies : public BmcFixture {
   const Bytes second = Image(u"Second", Bytes(100, 0x42));
 };
 
-TEST_F(SaveCopies, TheFirstSaveIsFollowedByOneWarmReset) {
-  EXPECT_FALSE(Save());
-  EXPECT_EQ(files().Read("BootOrder"), Order({1, 0x000A, 7}));
-  EXPECT_EQ(files().Read("Boot0001"), first);
-  EXPECT_EQ(files().Read("Boot000A"), second);
-  EXPECT_EQ(files().Names().size(), 3U);
-  EXPECT_TRUE(Logged("\n UEFIBoot: fail to get EFI Boot0007 variable to save \n"));
-  EXPECT_TRUE(Logged("Server is booting first time in UEFI Boot Mode - issue a safe reboot ....\n"));
-  NextBoot();
-  EXPECT_TRUE(Save());
-  EXPECT_EQ(PoolBlocks(), 0U);
-}
-
 TEST_F(SaveCopies, ALaterSaveFollowsTheVariablesAndLeavesStaleFiles) {
   files().Write("BootOrder", {9, 0});
   files().Write("Boot0009", {1});
@@ -59,63 +46,6 @@ TEST_F(SaveCopies, OptionsWithoutAnOrderOnTheBmcAreLeftAlone) {
     EXPECT_EQ(files().Read("BootOrder"), Bytes{});
     EXPECT_TRUE(Logged("INVALID CONDITION DETECTED. BootOrder var is absent on BMC - but Bootxxxx is present\n"));
   }
-}
-
-TEST_F(SaveCopies, SaysWhatItDoes) {
-  const std::string head =
-      "\n UEFIBoot: Calling SaveEfiBootVaiablesToBMC()\n"
-      "\n ============================================================== ";
-  const std::string write =
-      "\n UEFIBoot: EFI BootOrder Variable size = 6h \n"
-      "\n UEFIBoot: Write to file Boot0001\n"
-      "\n UEFIBoot: Write to file Boot000A\n"
-      "\n UEFIBoot: fail to get EFI Boot0007 variable to save \n";
-  const auto probe = [](const std::string& name, bool present) {
-    return "\n UEFIBoot: Checking  " + name + " file on BMC\n" +
-           (present ? " Is Present\n" : "UEFIBoot: fails to open " + name + " file for reading \n Is Not Present\n");
-  };
-  const std::string noOrder =
-      "UEFIBoot: fails to open BootOrder file for reading \n"
-      "\n UEFIBoot: failed to open BootOrder file \n";
-  EXPECT_FALSE(Save());
-  EXPECT_EQ(Log(), head + noOrder + probe("Boot0001", false) + probe("Boot0002", false) + probe("Boot0003", false) +
-                       write +
-                       "\n UEFIBoot: Server is booting first time in UEFI Boot Mode - issue a safe reboot ....\n");
-  NextBoot();
-  EXPECT_TRUE(Save());
-  EXPECT_EQ(Log(), head + write);
-  NextBoot();
-  files().Remove("BootOrder");
-  EXPECT_TRUE(Save());
-  EXPECT_EQ(Log(), head + noOrder + probe("Boot0001", true) + probe("Boot0002", false) + probe("Boot0003", false) +
-                       "\n UEFIBoot: INVALID CONDITION DETECTED. BootOrder var is absent on BMC - but Bootxxxx is "
-                       "present\n");
-}
-
-TEST_F(SaveCopies, AnOptionThatTheBmcDoesNotTakeIsSkipped) {
-  files().Write("BootOrder", Order({1}));
-  AddFault("refuse-open@7");  // behind three exchanges that read the order and three that write it: Boot0001
-  EXPECT_TRUE(Save());
-  EXPECT_TRUE(Logged("\n UEFIBoot: fail to open Boot0001 file to write\n"));
-  EXPECT_FALSE(Logged("Write to file Boot0001"));
-  EXPECT_EQ(files().Read("Boot000A"), second);
-}
-
-TEST_F(SaveCopies, UefiModeOffOrNoSetupDoesNothing) {
-  SetSetup({});
-  EXPECT_TRUE(Save());
-  SetVariable(kSetupName, kSetupGuid, kAttributes7, {});
-  EXPECT_TRUE(Save());
-  EXPECT_EQ(Log(), "");
-  EXPECT_EQ(bmc().Interface().Exchanges(), 0U);
-}
-
-TEST_F(SaveCopies, WithoutABootOrderTheBmcKeepsItsCopy) {
-  SetGlobal(u"BootOrder", {});
-  files().Write("BootOrder", {9, 0});
-  EXPECT_TRUE(Save());
-  EXPECT_EQ(files().Read("BootOrder"), (Bytes{9, 0}));
-  EXPECT_TRUE(Logged("\n UEFIBoot: fail to get EFI BootOrder variable \n"));
 }
 
 // A BMC that loses what it was given, start after start.
@@ -151,12 +81,6 @@ TEST_F(SaveCopies, AnOrderThatCouldNotBeFinishedIsRepairedByTheNextBoot) {
     EXPECT_EQ(files().Read("BootOrder"), Order({1, 0x000A, 7}));
     EXPECT_EQ(NonVolatileWrites() - writes, 2U) << "a note, and its removal";
   }
-}
-
-TEST_F(SaveCopies, ABmcThatRefusesItsFirstFileGetsNoOtherAndNoReset) {
-  AddFault("refuse-open:always");
-  EXPECT_TRUE(Save());
-  EXPECT_TRUE(files().Names().empty());
 }
 
 TEST_F(SaveCopies, SilenceDuringTheExaminationIsNotAnAbsence) {

@@ -120,13 +120,5 @@ TEST_F(BbsTable, OnlyALegacyOptionsEntryIsDeleted) {
             "DeleteBbsEntry: Unable to delete the BbsIndex: 421 entry from the BbsTable Status = EFI_NOT_FOUND\n");
 }
 
-TEST_F(BbsTable, WithoutTheExtensionNothingIsDeleted) {
-  BOOT_OPTION& legacy = AddOption(nullptr, fake::Path().Node(5, 1, {2, 0, 0, 0, 0}).Bytes());
-  DeleteBbsEntry(legacy);
-  EXPECT_EQ(TakeLog(),
-            "DeleteBbsEntry: Deleting the BbsIndex: 65535 entry from the BbsTable\n"
-            "DeleteBbsEntry: Unable to locate Legacy BIOS Protocol Status = EFI_NOT_FOUND\n");
-}
-
 }  // namespace
 }  // namespace bds

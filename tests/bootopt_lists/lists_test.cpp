@@ -29,28 +29,8 @@ TEST_F(BootLists, UnlinksFirstMiddleAndLast) {
   EXPECT_EQ(OptionsOf(BootOptionList), (std::vector{options[1], options[3]}));
 }
 
-TEST_F(BootLists, DeletingFreesWhatTheRecordOwnsAndSaysSo) {
-  BOOT_OPTION& option = AddOption(u"Old disk", kHardDrivePath);
-  option.OptionalData = AllocateArray<std::byte>(3);
-  option.OptionalDataSize = 3;
-  option.BootOptionNumber = 7;
-  option.BbsIndex = 12;
-  DeleteBootOption(BootOptionList, &option);
-  EXPECT_EQ(TakeLog(), "DeleteBootOption:Deleting BootOption(7) Description=Old disk mapped to BBSIndex=12\n");
-  EXPECT_EQ(Fw.PoolBlocks(), 0U);
-}
-
-TEST_F(BootLists, OptionalDataOfSizeZeroIsNotFreed) {
-  BOOT_OPTION& option = AddOption();
-  std::byte* block = static_cast<std::byte*>(AllocatePool(4));
-  option.OptionalData.reset(block);
-  DeleteBootOption(BootOptionList, &option);
-  EXPECT_EQ(Fw.PoolBlocks(), 1U);
-  FreePool(block);
-}
-
 TEST_F(BootLists, OnlyModeOneDeletesTheVariable) {
-  Fw.Variables[u"Boot00AB"] = {1};
+  Fw.Put(u"Boot00AB", {1});
   BOOT_OPTION& option = AddOption(u"x");
   option.BootOptionNumber = 0xAB;
   option.Tag = 0x10001;
@@ -62,15 +42,10 @@ TEST_F(BootLists, OnlyModeOneDeletesTheVariable) {
   }
   DeleteBootOptionAndVariable(BootOptionList, &option, 1);
   EXPECT_EQ(BootOptionList.Count, 0U);
-  EXPECT_TRUE(Fw.Variables.empty());
+  EXPECT_EQ(Fw.Find(u"Boot00AB"), nullptr);
   EXPECT_EQ(TakeLog(),
             "Deleting Boot Option Tag:10001 Prio:200 BootOption#:ab\n"
             "DeleteBootOption:Deleting BootOption(171) Description=x mapped to BBSIndex=65535\n");
-}
-
-TEST_F(BootLists, AnUnnumberedOptionHasNoVariableToDelete) {
-  DeleteBootOptionAndVariable(BootOptionList, &AddOption(), 1);
-  EXPECT_TRUE(Fw.Deleted.empty());
 }
 
 struct DeviceCase {

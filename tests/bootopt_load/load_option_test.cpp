@@ -274,7 +274,7 @@ TEST_F(LoadOption, DamagedImagesAreRefusedOrConsistent) {
     while (BootOptionList.First != nullptr) {
       DeleteBootOption(BootOptionList, BootOptionList.First);
     }
-    Fw.Log.clear();
+    TakeLog();
     priority_ = 256;
   }
   EXPECT_GT(accepted, 1000U);

@@ -15,14 +15,14 @@ class ReadOptions : public fake::BootListsTest {
   void SetOption(const std::u16string& name, const std::u16string& description) {
     OptionImage image;
     image.Description = description;
-    Fw.Variables[name] = image.Bytes();
+    Fw.Put(name, image.Bytes());
   }
   void SetOrder(std::initializer_list<UINT16> numbers) {
     Data order;
     for (const UINT16 number : numbers) {
       fake::Append16(order, number);
     }
-    Fw.Variables[u"BootOrder"] = order;
+    Fw.Put(u"BootOrder", order);
   }
   std::vector<std::u16string> Loaded() const {
     std::vector<std::u16string> names;
@@ -34,16 +34,9 @@ class ReadOptions : public fake::BootListsTest {
 };
 using Names = std::vector<std::u16string>;
 
-TEST_F(ReadOptions, WithoutBootOrderNothingIsLoadedOrSaid) {
-  SetOption(u"Boot0000", u"A");
-  EXPECT_EQ(ReadBootOptions(), EFI_NOT_FOUND);
-  EXPECT_TRUE(Loaded().empty());
-  EXPECT_EQ(TakeLog(), "");
-}
-
 TEST_F(ReadOptions, AShortBootOrderHoldsNoNumber) {
   SetOption(u"Boot0000", u"A");
-  Fw.Variables[u"BootOrder"] = {0};
+  Fw.Put(u"BootOrder", {0});
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_TRUE(Loaded().empty());
   EXPECT_EQ(TakeLog(), "MaxBootOption:0\n");
@@ -55,13 +48,13 @@ TEST_F(ReadOptions, FollowsTheOrderAndIgnoresItsOddByte) {
   SetOption(u"Boot00cd", u"Lower");
   SetOption(u"Boot0009", u"Not in the order");
   SetOrder({0xCD, 0x77, 0xAB, 1});
-  Fw.Variables[u"BootOrder"].push_back(9);
-  const auto before = Fw.Variables;
+  Fw.Put(u"BootOrder", {0xCD, 0, 0x77, 0, 0xAB, 0, 1, 0, 9});
+  const auto writes = Fw.store.NonVolatileWrites();
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), (Names{u"Lower", u"Upper", u"One"}));
   EXPECT_EQ(OptionsOf(BootOptionList).at(2)->Priority, 768U) << "a missing variable takes no place";
   EXPECT_EQ(TakeLog(), "MaxBootOption:205\n");
-  EXPECT_EQ(Fw.Variables, before);
+  EXPECT_EQ(Fw.store.NonVolatileWrites(), writes);
 }
 
 TEST_F(ReadOptions, ANumberListedTwiceYieldsTwoOptions) {
@@ -76,12 +69,12 @@ TEST_F(ReadOptions, ANumberListedTwiceYieldsTwoOptions) {
 
 TEST_F(ReadOptions, MalformedVariablesAreDeletedUnderTheNameTheyHave) {
   SetOption(u"Boot0001", u"Good");
-  Fw.Variables[u"Boot0002"] = {1, 0, 0, 0, 4, 0, 'A', 0, 0x7F, 0xFF, 4, 0};
-  Fw.Variables[u"Boot00ee"] = {1};
+  Fw.Put(u"Boot0002", {1, 0, 0, 0, 4, 0, 'A', 0, 0x7F, 0xFF, 4, 0});
+  Fw.Put(u"Boot00ee", {1});
   SetOrder({2, 0xEE, 1});
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), Names{u"Good"});
-  EXPECT_EQ(Fw.Deleted, (Names{u"Boot0002", u"Boot00ee"}));
+  EXPECT_EQ(Fw.Deleted(), (Names{u"Boot0002", u"Boot00ee"}));
   EXPECT_EQ(TakeLog(), "MaxBootOption:1\n") << "silently, and the largest number is a loaded one";
 }
 
@@ -93,7 +86,7 @@ TEST_F(ReadOptions, AVariableThatCannotBeReadIsLeftAlone) {
   Fw.FailAllocationAfter(5);
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(Loaded(), Names{u"First"});
-  EXPECT_TRUE(Fw.Deleted.empty());
+  EXPECT_TRUE(Fw.Deleted().empty());
 }
 
 TEST_F(ReadOptions, LongAndShortVariablesDoNotLeakIntoOneAnother) {
@@ -103,34 +96,6 @@ TEST_F(ReadOptions, LongAndShortVariablesDoNotLeakIntoOneAnother) {
   EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
   EXPECT_EQ(OptionsOf(BootOptionList).at(1)->OptionalDataSize, 0U);
   EXPECT_EQ(Loaded().at(1), u"S");
-}
-
-TEST_F(ReadOptions, AForeignLegacyOptionKeepsItsData) {
-  OptionImage image;
-  image.Paths = fake::Path().Node(5, 1, {2, 0, 0, 0, 0}).Bytes();
-  image.Optional = Data(71, 0x55);
-  Fw.Variables[u"Boot0001"] = image.Bytes();
-  SetOrder({1});
-  EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
-  const BOOT_OPTION* option = OptionsOf(BootOptionList).at(0);
-  EXPECT_EQ(option->OptionalDataSize, 71U);
-  EXPECT_EQ(option->FwBootOption, FALSE);
-  EXPECT_TRUE(IsLegacyOption(*option));
-}
-
-TEST_F(ReadOptions, AGroupLoadsAsHeaderAndMembers) {
-  OptionImage member;
-  member.Description = u"Disk 1";
-  member.Optional = fake::kFirmware;
-  OptionImage header;
-  header.Description = u"Hard disks";
-  header.Optional = fake::Join({fake::kGroup, fake::Member(member.Bytes()), fake::Member(member.Bytes())});
-  Fw.Variables[u"Boot0004"] = header.Bytes();
-  SetOption(u"Boot0005", u"Next");
-  SetOrder({4, 5});
-  EXPECT_EQ(ReadBootOptions(), EFI_SUCCESS);
-  EXPECT_EQ(Loaded(), (Names{u"Hard disks", u"Disk 1", u"Disk 1", u"Next"}));
-  EXPECT_EQ(OptionsOf(BootOptionList).at(2)->BootOptionNumber, 4);
 }
 
 }  // namespace

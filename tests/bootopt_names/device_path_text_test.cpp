@@ -82,25 +82,6 @@ TEST_F(PathText, TheDriversOwnNodesAtTheFront) {
       << "the shell's node has no data";
 }
 
-TEST_F(PathText, TheFirmwaresConverterIsPreferred) {
-  static bool exhausted;
-  exhausted = false;
-  EFI_DEVICE_PATH_TO_TEXT_PROTOCOL converter{};
-  converter.ConvertDevicePathToText = [](const EFI_DEVICE_PATH_PROTOCOL* path, BOOLEAN displayOnly, BOOLEAN shortcuts)
-                                          EFIAPI -> CHAR16* {
-    EXPECT_EQ(displayOnly, FALSE);
-    EXPECT_EQ(shortcuts, TRUE);
-    EXPECT_EQ(path->Type, 3) << "the driver's own node is not handed over";
-    return exhausted ? nullptr : CopyText(u"Usb(0x1)", 8).release();
-  };
-  Fw.Install(Fw.NewHandle(), &converter);
-  const Data path = Path().Node(1, 4, kStandin).Node(3, 5, {1, 0}).Bytes();
-  EXPECT_EQ(TextOf(path), "Veyra standin node ()\\Usb(0x1)");
-  exhausted = true;
-  EXPECT_EQ(TextOf(path), "(none)");
-  EXPECT_EQ(status_, EFI_OUT_OF_RESOURCES);
-}
-
 TEST_F(PathText, BrokenPathsHaveNoText) {
   for (const Data& path : {Data{1, 1, 0, 0, 0x7F, 0xFF, 4, 0}, Data{9, 1, 4, 0, 0x7F, 0xFF, 4, 0}}) {
     EXPECT_EQ(TextOf(path), "(none)");

@@ -301,13 +301,5 @@ TEST_F(ScsiName, TheOlderProtocolIsForScsiNodesOnly) {
   EXPECT_EQ(NameOf(Path(controller_).Node(3, 18, {0, 0, 0xFF, 0xFF, 0, 0})), "(none)");
 }
 
-TEST_F(ScsiName, ADeviceIsNamedWhenItIsCreated) {
-  Fw.Install(Fw.NewHandle(controller_), static_cast<EFI_EXT_SCSI_PASS_THRU_PROTOCOL*>(&extended_));
-  extended_.Inquiry = Answer("A", "B", "C");
-  const BOOT_DEVICE* device = CreateBootDevice(BootDeviceList, Fw.NewHandle(disk_), 0xFFFF, nullptr);
-  EXPECT_STREQ(device->DeviceName.get(), "A B C");
-  EXPECT_EQ(TakeLog(), "CreateBootDevice:Creating bootdevice with BBSIndex(65535)\nDevice name is A B C\n");
-}
-
 }  // namespace
 }  // namespace bds

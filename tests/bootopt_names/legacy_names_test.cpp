@@ -106,22 +106,6 @@ TEST_F(PortName, MemoryIsUnlockedForTheWriteOnly) {
   EXPECT_EQ(Rewritten(), std::string(32, '.')) << "what stays locked is not written";
 }
 
-TEST_F(PortName, OtherDisksKeepTheirDescription) {
-  const std::string untouched(32, '.');
-  for (const UINT8 subClass : {UINT8{0}, UINT8{4}, UINT8{7}}) {
-    entry_.SubClass = subClass;
-    EXPECT_EQ(Rewritten(), untouched);
-  }
-  entry_.SubClass = 6;
-  disk_.IdentifyData.resize(100);
-  EXPECT_EQ(Rewritten(), untouched);
-  disk_.IdentifyData.resize(512);
-  entry_.IBV1 = static_cast<UINT32>(reinterpret_cast<UINTN>(Fw.NewHandle()));
-  EXPECT_EQ(Rewritten(), untouched) << "no disk info";
-  entry_.IBV1 = 0;
-  EXPECT_EQ(Rewritten(), untouched) << "no handle";
-}
-
 TEST_F(PortName, DescriptionsWithoutRoomInLegacyMemoryAreNotWritten) {
   entry_.SubClass = 6;
   for (const auto& [segment, offset] : {std::pair<UINT16, UINT16>{0, 0}, {0, 0x500}, {0xFFFF, 0xFFE1}}) {

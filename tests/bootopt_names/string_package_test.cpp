@@ -48,33 +48,19 @@ class DriverStrings : public fake::BootListsTest {
   fake::Hii hii_;
 };
 
-TEST_F(DriverStrings, NeedThePackageListOnTheImageAndTheDatabase) {
-  RegisterStrings();
-  EXPECT_EQ(gBootOptions.HiiHandle, nullptr);
-  auto bytes = StringPackageList();
-  Fw.Install(gServices.ImageHandle, gEfiHiiPackageListProtocolGuid, const_cast<std::byte*>(bytes.data()));
-  RegisterStrings();
-  EXPECT_EQ(gBootOptions.HiiHandle, nullptr) << "no database yet";
-  Fw.Install(Fw.NewHandle(), static_cast<EFI_HII_DATABASE_PROTOCOL*>(&hii_));
-  RegisterStrings();
-  EXPECT_EQ(gBootOptions.HiiHandle, &hii_);
-  EXPECT_EQ(hii_.PackageList, bytes.data());
-  EXPECT_EQ(Get(4), u"(none)") << "no string protocol";
-}
-
 TEST_F(DriverStrings, ComeInThePlatformLanguageElseInEnglish) {
   Fw.Install(Fw.NewHandle(), static_cast<EFI_HII_STRING_PROTOCOL*>(&hii_));
   hii_.Strings = {{{"en-US", 4}, u"Hard Drive"}, {{"en-US", 7}, u"USB"}, {{"de-DE", 4}, u"Festplatte"}};
   EXPECT_EQ(Get(4), u"(none)") << "not registered";
   gBootOptions.HiiHandle = &hii_;
   EXPECT_EQ(Get(4), u"Hard Drive");
-  Fw.Variables[u"PlatformLang"] = {'d', 'e', '-', 'D', 'E', 0};
+  Fw.Put(u"PlatformLang", {'d', 'e', '-', 'D', 'E', 0});
   EXPECT_EQ(Get(4), u"Festplatte");
   EXPECT_EQ(Get(7), u"USB");
   EXPECT_EQ(Get(99), u"(none)");
-  Fw.Variables[u"PlatformLang"] = fake::Data(200, 'x');
+  Fw.Put(u"PlatformLang", fake::Data(200, 'x'));
   EXPECT_EQ(Get(4), u"Hard Drive") << "a language too long to be one";
-  Fw.Variables[u"PlatformLang"] = {'d', 'e', '-', 'D', 'E'};
+  Fw.Put(u"PlatformLang", {'d', 'e', '-', 'D', 'E'});
   EXPECT_EQ(Get(4), u"Festplatte") << "without its NUL";
 }
 

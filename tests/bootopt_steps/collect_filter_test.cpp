@@ -4,31 +4,13 @@
 #include "bootopt/steps.h"
 #include "platform/load_file.h"
 #include "platform/setup_variable.h"
-#include "platform/usb_support.h"
-#include "tests/support/fake_boot_server.h"
+#include "tests/support/boot_server.h"
 
 namespace {
 
 using namespace bdstest;
 
 constexpr EFI_GUID kEspGuid{0xC12A7328, 0xF81F, 0x11D2, {0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B}};
-
-int gUsbCalls = 0;
-EFI_STATUS EFIAPI CountUsbCall() {
-  ++gUsbCalls;
-  return EFI_DEVICE_ERROR;
-}
-
-TEST(Collecting, UsbSupportIsAskedAndItsStatusReturned) {
-  FakeServer firmware;
-  EXPECT_EQ(bds::CollectUsbBbsDevices(), EFI_NOT_FOUND);
-  USB_SUPPORT_PROTOCOL usb{};
-  usb.UpdateBbsDevices = CountUsbCall;
-  firmware.Install(firmware.AddHandle(), usb);
-  gUsbCalls = 0;
-  EXPECT_EQ(bds::CollectUsbBbsDevices(), EFI_DEVICE_ERROR);
-  EXPECT_EQ(gUsbCalls, 1);
-}
 
 TEST(Collecting, LoadFileHandlesComeBeforeVolumesAndAHandleWithBothTwice) {
   FakeServer firmware;
@@ -71,7 +53,7 @@ TEST(Collecting, BbsEntriesByPriorityAndOwner) {
   }
   EXPECT_EQ(indexes, (std::vector<unsigned>{4, 25, 26}));
   EXPECT_EQ(bds::BootDeviceList.First->DeviceHandle, disk);
-  EXPECT_TRUE(firmware.Logged("CollectBbsDevices:HDDCount:0,BbsCount:27\n\nBBS_TABLE dump start\n#03: 1 "));
+  EXPECT_TRUE(firmware.Logged("CollectBbsDevices:HDDCount:8,BbsCount:27\n\nBBS_TABLE dump start\n#03: 1 "));
   EXPECT_EQ(firmware.CountLogged("\nBBS_TABLE dump start\n"), 1);
   EXPECT_EQ(firmware.CountLogged("\nBBS_TABLE dump end\n"), 1);
 }

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "bootopt/vendor_nodes.h"
-#include "tests/support/fake_boot_server.h"
+#include "tests/support/boot_server.h"
 
 namespace {
 

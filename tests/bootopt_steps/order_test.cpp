@@ -7,7 +7,7 @@
 #include "platform/flexboot_protocol.h"
 #include "platform/setup_variable.h"
 #include "support/format.h"
-#include "tests/support/fake_boot_server.h"
+#include "tests/support/boot_server.h"
 
 namespace {
 
@@ -76,18 +76,6 @@ TEST(NewOptions, PathsOfALegacyDevice) {
   }
 }
 
-TEST(NewOptions, AUefiDeviceHasItsHandlesPathAndADeviceWithoutAnyNone) {
-  FakeServer firmware;
-  const Blob disk = PciRoot() + Pci(31, 2) + End();
-  bds::CreateBootDevice(bds::BootDeviceList, firmware.AddHandle(disk), bds::kNoBbsIndex, nullptr);
-  bds::CreateBootDevice(bds::BootDeviceList, firmware.AddHandle(), bds::kNoBbsIndex, nullptr);
-  bds::CreateBootOptionsForNewBootDevices();
-  ASSERT_EQ(bds::BootOptionList.Count, 2u);
-  EXPECT_EQ(PathOf(*bds::BootOptionList.First), disk);
-  EXPECT_FALSE(bds::BootOptionList.Last->FilePathList);
-  EXPECT_TRUE(firmware.Logged("BuildEfiFilePath:Skipping EFI File path for Option=65535 II\n"));
-}
-
 TEST(NewOptions, APieceThatWouldOutgrowTheLengthFieldIsLeftOut) {
   FakeServer firmware;
   BBS_TABLE entry{};
@@ -126,17 +114,6 @@ TEST(Tags, FollowGroupAndPosition) {
     bds::SetDefaultBootOptionTags();
     EXPECT_EQ(option.Tag, row.Tag) << std::hex << option.Tag;
   }
-}
-
-TEST(Tags, EveryPlainUefiOptionIsAGroupByItself) {
-  FakeServer firmware;
-  AddOption(PciRoot() + End());
-  AddOption(Bbs(2) + End());
-  AddOption(PciRoot() + End());
-  AddOption(BuiltInApplication() + End());
-  const auto& third = AddOption(PciRoot() + End());
-  bds::SetDefaultBootOptionTags();
-  EXPECT_EQ(third.Tag, 0x00050109u);
 }
 
 TEST(Tags, TheBootsGroupOrderDecidesThePosition) {
@@ -221,21 +198,6 @@ TEST(Numbers, TheFirmwaresOwnLeftOverVariablesAreTakenAgain) {
     bds::SetBootOptionPriorities();
     EXPECT_EQ(Numbers(), (std::vector<unsigned>{4, expected}));
   }
-}
-
-TEST(Numbers, WhenAllAreInUseTheOptionStaysWithoutOne) {
-  FakeServer firmware;
-  for (UINT32 number = 1; number < 0xFFFE; ++number) {
-    char16_t name[9];
-    bds::FormatUtf16(name, "Boot%04X", number);
-    StoreBootVariable(firmware, name);
-  }
-  AddOption(PciRoot() + End(), false, 0xFFFE, 256);
-  AddOption(PciRoot() + End());
-  AddOption(PciRoot() + End());
-  bds::SetDefaultBootOptionTags();
-  bds::SetBootOptionPriorities();
-  EXPECT_EQ(Numbers(), (std::vector<unsigned>{0xFFFE, kNone, kNone}));
 }
 
 TEST(Priorities, NewOptionsFollowTheNumberedOneBeforeThem) {
@@ -329,18 +291,6 @@ TEST(Processing, HeadersWithoutMembersGo) {
     EXPECT_EQ(bds::BootOptionList.Count, (row.Stays ? 1u : 0u) + (row.HasNext ? 1u : 0u));
     EXPECT_EQ(firmware.Variable(u"Boot0005").has_value(), row.Stays);
   }
-}
-
-TEST(Processing, UefiHardDiskOptionsAreHiddenWhileTheirDiskIsAway) {
-  FakeServer firmware;
-  auto& option = AddOption(HardDrive(1, 7) + FilePath(u"\\a.efi") + End());
-  const auto& other = AddOption(PciRoot() + End());
-  bds::ApplyOemBootOptionPolicy();
-  EXPECT_EQ(option.Attributes, LOAD_OPTION_ACTIVE | LOAD_OPTION_HIDDEN);
-  EXPECT_EQ(other.Attributes, LOAD_OPTION_ACTIVE);
-  option.DeviceHandle = firmware.AddHandle(HardDrive(1, 7) + End());
-  bds::ApplyOemBootOptionPolicy();
-  EXPECT_EQ(option.Attributes, LOAD_OPTION_ACTIVE);
 }
 
 }  // namespace

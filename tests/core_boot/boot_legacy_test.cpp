@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "core/boot.h"
-#include "platform/legacy_bios.h"
+#include "sim/csm/csm.h"
 #include "tests/support/driver_fixture.h"
 
 namespace {
@@ -13,58 +13,33 @@ using testing::ElementsAreArray;
 constexpr UINT16 kNone = 0xFFFF;
 constexpr UINT16 kAside = 0xFFFC;
 
-// A CSM with a table of few entries, which refuses every boot.
-struct FakeCsm {
-  EFI_LEGACY_BIOS_PROTOCOL Protocol{};  // first, so that the services find the record behind it
-  BBS_TABLE Table[256];
-  UINT16 Count = 0;
-  int Boots = 0;
-  UINT16 BootedType = 0;
-
-  FakeCsm() {
-    std::memset(Table, 0xFF, sizeof(Table));
-    Protocol.GetBbsInfo = GetBbsInfo;
-    Protocol.LegacyBoot = LegacyBoot;
+// A CSM that refuses every boot.
+class BootLegacyTest : public test::DriverTest {
+ protected:
+  void SetTable(const std::vector<std::pair<UINT16, UINT16>>& entries) {  // priority and type
+    if (csm == nullptr) {
+      csm = &machine.Attach<sim::Csm>(sim::CsmDescription{});
+      csm->bootStatus = EFI_DEVICE_ERROR;
+    }
+    for (UINT16 i = 0; i < sim::Csm::kEntries; ++i) {
+      csm->Entry(i).BootPriority = i < entries.size() ? entries[i].first : kNone;
+      csm->Entry(i).DeviceType = i < entries.size() ? entries[i].second : UINT16{0};
+    }
+    size = entries.size();
   }
-  void Add(UINT16 priority, UINT16 type) {
-    Table[Count].BootPriority = priority;
-    Table[Count].DeviceType = type;
-    ++Count;
-  }
-  std::vector<UINT16> Priorities() const {
+  std::vector<UINT16> Priorities() {
     std::vector<UINT16> priorities;
-    for (UINT16 i = 0; i < Count; ++i) {
-      priorities.push_back(UINT16{Table[i].BootPriority});  // a copy: entries are packed
+    for (std::size_t i = 0; i < size; ++i) {
+      priorities.push_back(UINT16{csm->Entry(i).BootPriority});  // a copy: entries are packed
     }
     return priorities;
   }
-  static EFI_STATUS EFIAPI GetBbsInfo(EFI_LEGACY_BIOS_PROTOCOL* self, UINT16* hddCount, HDD_INFO** hddInfo,
-                                      UINT16* count, BBS_TABLE** table) {
-    auto& csm = *reinterpret_cast<FakeCsm*>(self);
-    *hddCount = 0;
-    *hddInfo = nullptr;
-    *count = csm.Count;
-    *table = csm.Table;
-    return EFI_SUCCESS;
-  }
-  static EFI_STATUS EFIAPI LegacyBoot(EFI_LEGACY_BIOS_PROTOCOL* self, BBS_BBS_DEVICE_PATH* path, UINT32 size,
-                                      VOID* options) {
-    auto& csm = *reinterpret_cast<FakeCsm*>(self);
-    EXPECT_EQ(size, 0U);
-    EXPECT_EQ(options, nullptr);
-    csm.BootedType = path->DeviceType;
-    ++csm.Boots;
-    return EFI_DEVICE_ERROR;
-  }
-};
-
-class BootLegacyTest : public test::DriverTest {
- protected:
   EFI_STATUS Boot(UINT16 type, UINT16 number = 5) {
     sim::DevicePath path = sim::DevicePath().Bbs(type, 0, "disk");
     return bds::BootLegacyOption(path.Get(), number);
   }
-  FakeCsm csm;
+  sim::Csm* csm = nullptr;
+  std::size_t size = 0;
 };
 
 TEST_F(BootLegacyTest, TheChosenEntryTradesPlacesWithTheFirst) {
@@ -87,42 +62,36 @@ TEST_F(BootLegacyTest, TheChosenEntryTradesPlacesWithTheFirst) {
       {"no entry of the type", {{0, 3}, {1, 1}}, EFI_NOT_FOUND, {0, 1}},
       {"an empty table", {}, EFI_NOT_FOUND, {}},
   };
-  Install(&csm.Protocol);
   for (const auto& row : cases) {
     SCOPED_TRACE(row.What);
-    csm.Count = 0;
-    csm.Boots = 0;
-    for (const auto& [priority, type] : row.Entries) {
-      csm.Add(priority, type);
-    }
+    SetTable(row.Entries);
+    const std::size_t before = csm->Attempts().size();
     EXPECT_EQ(Boot(2), row.Status);
-    EXPECT_THAT(csm.Priorities(), ElementsAreArray(row.Expected));
-    EXPECT_EQ(csm.Boots, row.Status == EFI_NOT_FOUND ? 0 : 1);
+    EXPECT_THAT(Priorities(), ElementsAreArray(row.Expected));
+    EXPECT_EQ(csm->Attempts().size() - before, row.Status == EFI_NOT_FOUND ? 0U : 1U);
   }
 }
 
 TEST_F(BootLegacyTest, BootCurrentNamesTheOptionUnlessItHasNoNumber) {
-  Install(&csm.Protocol);
-  csm.Add(1, 2);
+  SetTable({{1, 2}});
   EXPECT_EQ(Boot(2, 0xFFFF), EFI_DEVICE_ERROR);
   EXPECT_EQ(Find(u"BootCurrent"), nullptr);
   EXPECT_EQ(Boot(2, 0x12), EFI_DEVICE_ERROR);
   ExpectVariable(u"BootCurrent", 6, test::Numbers({0x12}));
-  EXPECT_EQ(csm.BootedType, 2);
+  EXPECT_EQ(csm->Attempts().back().index, 0);
 }
 
 TEST_F(BootLegacyTest, WithoutACsmNothingHappens) { EXPECT_EQ(Boot(2), EFI_NOT_FOUND); }
 
 TEST_F(BootLegacyTest, ANodeTooShortForATypeIsRefused) {
-  Install(&csm.Protocol);
-  csm.Add(1, 2);
+  SetTable({{1, 2}});
   for (const std::size_t body : {std::size_t{0}, std::size_t{1}, std::size_t{3}}) {
     sim::DevicePath path;
     path.AppendRaw(BBS_DEVICE_PATH, BBS_BBS_DP, test::Data(body));
     const EFI_STATUS expected = body < 2 ? EFI_INVALID_PARAMETER : EFI_NOT_FOUND;
     EXPECT_EQ(bds::BootLegacyOption(path.Get(), 1), expected) << body;
   }
-  EXPECT_THAT(csm.Priorities(), ElementsAre(1));
+  EXPECT_THAT(Priorities(), ElementsAre(1));
 }
 
 }  // namespace

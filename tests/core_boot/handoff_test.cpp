@@ -1,8 +1,7 @@
-// The handoff: what is logged, what is published, and the call into the front end.
+// The handoff: variables that the order does not name, and a firmware without an end of them.
 #include <gmock/gmock.h>
 
 #include "core/steps.h"
-#include "platform/setup_front_end.h"
 #include "sim/firmware/services/text_services.h"
 #include "tests/support/driver_fixture.h"
 
@@ -12,18 +11,6 @@ using testing::HasSubstr;
 
 constexpr EFI_GUID kOtherVendor{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 
-// The front end's members have no This argument, so that its calls are counted for the whole program.
-struct FrontEnd {
-  SETUP_FRONT_END_PROTOCOL Protocol{};
-  static inline int Runs;
-
-  FrontEnd() { Runs = 0; }
-  static EFI_STATUS EFIAPI Run() {
-    ++Runs;
-    return EFI_ABORTED;
-  }
-};
-
 class HandoffTest : public test::DriverTest {
  protected:
   void SetUp() override { ASSERT_EQ(text.Install(), EFI_SUCCESS); }
@@ -32,21 +19,6 @@ class HandoffTest : public test::DriverTest {
   }
   sim::TextServices text{machine.BootServices()};
 };
-
-TEST_F(HandoffTest, WithoutAnythingItReportsAndPublishes) {
-  EXPECT_EQ(bds::HandoffToKui(), EFI_NOT_FOUND);
-  EXPECT_EQ(Log(), "ReportBbsDevices:Failed locating LegacyBios:EFI_NOT_FOUND\nerror, no boot order!\n");
-  ExpectVariable(u"BootOptionSupport", 6, test::DataOf(UINT32{0x313}));
-  ExpectVariable(u"OsIndicationsSupported", 6, test::DataOf(UINT64{3}));
-}
-
-TEST_F(HandoffTest, TheFrontEndIsCalledOnceAndItsStatusReturned) {
-  FrontEnd frontEnd;
-  frontEnd.Protocol.Run = FrontEnd::Run;
-  Install(&frontEnd.Protocol);
-  EXPECT_EQ(bds::HandoffToKui(), EFI_ABORTED);
-  EXPECT_EQ(FrontEnd::Runs, 1);
-}
 
 TEST_F(HandoffTest, OptionsOutsideTheOrderAreReported) {
   Set(u"BootOrder", test::Numbers({1}));

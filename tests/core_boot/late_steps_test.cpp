@@ -26,12 +26,6 @@ class LateStepsTest : public test::DriverTest {
   std::vector<EFI_GCD_MEMORY_SPACE_DESCRIPTOR> map;
 };
 
-TEST_F(LateStepsTest, WithoutDxeServicesNothingHappens) {
-  EXPECT_EQ(bds::CallTheDispatcher(), EFI_NOT_FOUND);
-  bds::RecoverTheMemoryAbove4Gb();
-  EXPECT_EQ(dxe.DispatchCalls(), 0U);
-}
-
 TEST_F(LateStepsTest, OnlyUntestedReservedMemoryBecomesSystemMemory) {
   ASSERT_EQ(dxe.Install(), EFI_SUCCESS);
   const struct {

@@ -14,7 +14,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 class ConnectPathTest : public test::ConnectTest {
@@ -23,16 +22,6 @@ class ConnectPathTest : public test::ConnectTest {
   sim::DevicePath port = sim::DevicePath(root).Pci(3, 0);
   sim::DevicePath disk = sim::DevicePath(port).Sata(1);
 };
-
-TEST_F(ConnectPathTest, AWholePathIsConnectedRecursively) {
-  InstallPath(root);
-  EFI_HANDLE handle = InstallPath(disk);
-  bds::ConnectDevicePath(disk.Get());
-  ASSERT_EQ(recorder.Calls.size(), 1U);
-  EXPECT_EQ(recorder.Calls[0].Controller, handle);
-  EXPECT_TRUE(recorder.Calls[0].Recursive);
-  EXPECT_TRUE(recorder.Calls[0].Rest.Empty());
-}
 
 TEST_F(ConnectPathTest, EachRoundConnectsTheNearestControllerTowardsTheRest) {
   EFI_HANDLE rootHandle = InstallPath(root);
@@ -88,25 +77,9 @@ TEST_F(ConnectPathTest, AVariableIsConnectedOnlyWhenItIsADevicePath) {
   EXPECT_THAT(recorder.Connected(), ElementsAre(handle));
 }
 
-TEST_F(ConnectPathTest, RootBridgesAreCountedAndConnectedFlat) {
-  bds::ConnectRootBridgeHandles();
-  EXPECT_EQ(Log(), "ConnectRootBridgeHandles:Failed getting RootBridge handles:800000000000000e\n");
-  EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL bridges[2]{};
-  EFI_HANDLE first = Install(&bridges[0]);
-  EFI_HANDLE second = Install(&bridges[1]);
-  bds::ConnectRootBridgeHandlesBeforeEndOfDxe();
-  EXPECT_TRUE(Log().ends_with("ConnectRootBridgeHandles:RootBridge count:2\n"));
-  EXPECT_THAT(recorder.Connected(), ElementsAre(first, second));
-  EXPECT_FALSE(recorder.Calls[0].Recursive);
-}
-
 // Everything is connected through the handles that were there before the first step.
 class ConnectEverythingTest : public test::ConnectTest {
  protected:
-  void TakeHandles() {
-    handles = machine.Handles().All();
-    bds::gCore.AllHandles = {handles.data(), handles.size()};
-  }
   void RememberBridge() {
     bds::gCore.IsaBridgePath = bds::CopyDevicePath(bridge.Get());
     bridgeHandle = InstallPath(bridge);
@@ -117,15 +90,6 @@ class ConnectEverythingTest : public test::ConnectTest {
   sim::DevicePath floppy = sim::DevicePath(bridge).Acpi(bds::kFloppyController);
   sim::DevicePath oldFloppy = sim::DevicePath(bridge).Acpi(bds::kOldFloppyController);
 };
-
-TEST_F(ConnectEverythingTest, ConnectsTheHandlesTakenAndReturnsTheShadowStatus) {
-  RememberBridge();
-  TakeHandles();
-  InstallPath(oldFloppy);
-  EXPECT_EQ(bds::ConnectEverything(), EFI_NOT_FOUND);
-  EXPECT_THAT(recorder.Connected(), ElementsAreArray(handles));
-  EXPECT_TRUE(recorder.Calls.front().Recursive);
-}
 
 TEST_F(ConnectEverythingTest, AFloppyControllerWithoutADriveIsDetached) {
   RememberBridge();
@@ -141,16 +105,6 @@ TEST_F(ConnectEverythingTest, AFloppyControllerWithoutADriveIsDetached) {
   ASSERT_EQ(machine.Install(current, &blockIo), EFI_SUCCESS);
   static_cast<void>(bds::ConnectEverything());
   EXPECT_THAT(recorder.Calls, IsEmpty()) << "the first identifier that is there decides";
-}
-
-EFI_STATUS EFIAPI Shadow(EFI_LEGACY_BIOS_PROTOCOL*) { return EFI_ABORTED; }
-
-TEST_F(ConnectEverythingTest, LegacyOptionRomsAreShadowed) {
-  EFI_LEGACY_BIOS_PROTOCOL csm{};
-  csm.ShadowAllLegacyOproms = Shadow;
-  Install(&csm);
-  EXPECT_EQ(bds::ConnectEverything(), EFI_ABORTED);
-  EXPECT_EQ(bds::ShadowAllLegacyOptionRoms(), EFI_ABORTED);
 }
 
 }  // namespace

@@ -40,16 +40,6 @@ TEST_F(ConsoleTest, AddInDisplaysComeBeforeEmbeddedOnes) {
   EXPECT_THAT(recorder.Connected(), ElementsAre(second, first));
 }
 
-TEST_F(ConsoleTest, UsbControllersAreConnectedRecursively) {
-  test::FakePci smbus(0x0C, 5);
-  test::FakePci usb(0x0C, 3);
-  AddFunction(smbus, paths[0]);
-  EFI_HANDLE handle = AddFunction(usb, paths[1]);
-  bds::ConnectUsbConIn();
-  ASSERT_THAT(recorder.Connected(), ElementsAre(handle));
-  EXPECT_TRUE(recorder.Calls[0].Recursive);
-}
-
 TEST_F(ConsoleTest, TheDevicesBehindTheIsaBridgeComeInTheirOrderAndTheBridgeIsRemembered) {
   test::FakePci isa(6, 1);
   test::FakePci pciBridge(6, 4);

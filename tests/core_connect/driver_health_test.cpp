@@ -11,8 +11,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-
 const EFI_HII_HANDLE kForm = reinterpret_cast<EFI_HII_HANDLE>(0x100);
 const EFI_HII_HANDLE kStrings = reinterpret_cast<EFI_HII_HANDLE>(0x200);
 
@@ -213,15 +211,6 @@ TEST_F(DriverHealthTest, MessagesAreShownInAQuietBootOnlyWhenAllowed) {
     Check();
     EXPECT_EQ(FakeFrontEnd::Shown, row.Expected) << row.Quiet << row.Allowed;
   }
-}
-
-TEST_F(DriverHealthTest, QuietBootIsLeftOnceForAllMessages) {
-  SetQuietBoot(1);
-  SetSetup(1, 1);
-  driver.Answers = {EfiDriverHealthStatusRepairRequired, EfiDriverHealthStatusFailed};
-  driver.MakeMessages = MakeMessages;
-  Check();
-  EXPECT_THAT(FakeFrontEnd::Shown, ElementsAre(u"(left quiet boot)", u"m1", u"m2", u"m1", u"m2"));
 }
 
 TEST_F(DriverHealthTest, AMessageComesInTheNearestLanguageThatItsPackageHas) {

@@ -35,14 +35,6 @@ class FwLoadFileTest : public test::DriverTest {
   sim::FirmwareVolume second{machine.BootServices()};
 };
 
-TEST_F(FwLoadFileTest, TheHandleCarriesTheBuiltInApplicationPath) {
-  const auto handles = machine.Handles().With(ProtocolGuid<EFI_LOAD_FILE_PROTOCOL>);
-  ASSERT_EQ(handles.size(), 1U);
-  const auto* path = machine.Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(handles[0]);
-  ASSERT_NE(path, nullptr);
-  EXPECT_EQ(sim::DevicePath::Copy(path), sim::DevicePath().Vendor(MEDIA_DEVICE_PATH, bds::kBuiltInApplicationGuid));
-}
-
 TEST_F(FwLoadFileTest, PathsAndPolicyDecideTheFile) {
   RecordVolumes();
   const sim::DevicePath empty;
@@ -97,11 +89,6 @@ TEST_F(FwLoadFileTest, SizesAreAskedForWithoutTouchingABuffer) {
   EXPECT_EQ(Load(nullptr, true, &size, nullptr), EFI_INVALID_PARAMETER);
   EXPECT_EQ(Load(nullptr, true, nullptr, small.data()), EFI_INVALID_PARAMETER);
   EXPECT_EQ(machine.Pool().Count(), blocks);
-}
-
-TEST_F(FwLoadFileTest, WithoutVolumesNothingIsFound) {
-  UINTN size = 0;
-  EXPECT_EQ(Load(nullptr, true, &size, nullptr), EFI_NOT_FOUND);
 }
 
 }  // namespace

@@ -74,11 +74,4 @@ TEST_F(BrokenHobList, AListThatBeginsOtherwiseHasNoBootMode) {
   EXPECT_FALSE(ReadsMode());
 }
 
-TEST(HobWalker, NoListIsNoError) {
-  EFI_BOOT_MODE mode = 0;
-  bds::Bytes data;
-  EXPECT_FALSE(bds::ReadBootMode(nullptr, mode));
-  EXPECT_FALSE(bds::FindGuidHob(nullptr, kA, data));
-}
-
 }  // namespace

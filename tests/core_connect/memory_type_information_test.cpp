@@ -45,20 +45,11 @@ class MemoryTypeTest : public test::DriverTest {
     return outcome;
   }
   const sim::Variable* Previous() { return Find(kPreviousMemoryTypeInformationName, gEfiMemoryTypeInformationGuid); }
-  const sim::Variable* Current() { return Find(kMemoryTypeInformationName, gEfiMemoryTypeInformationGuid); }
 
   std::optional<sim::HobList> hobs;
   List table;
   bool expectsWork = true;
 };
-
-TEST_F(MemoryTypeTest, ABootThatNeedsNoMoreWritesOnlyThePreviousList) {
-  const List list = {{EfiRuntimeServicesData, 100}, {EfiBootServicesData, 1000}};
-  Boot(list, {{EfiRuntimeServicesData, 80}, {EfiBootServicesData, 800}});
-  EXPECT_EQ(Start().end, sim::BootEnd::Returned);
-  ExpectVariable(kPreviousMemoryTypeInformationName, 3, BytesOf(list), gEfiMemoryTypeInformationGuid);
-  EXPECT_EQ(Current(), nullptr);
-}
 
 TEST_F(MemoryTypeTest, GrowthIsAQuarterMoreAndResetsOnTheFirstBootOnly) {
   const List list = {{EfiRuntimeServicesData, 100}, {EfiBootServicesData, 1000}};

@@ -7,7 +7,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr EFI_GUID kVolume{1, 1, 1, {1}};
@@ -44,23 +43,6 @@ class RunDriversTest : public test::ConnectTest {
   std::vector<int> started;
   test::Data given;
 };
-
-TEST_F(RunDriversTest, WithoutAnOrderItSaysSo) {
-  bds::RunDrivers();
-  EXPECT_EQ(Log(), "RunDrivers:No DriverOrder present\n");
-}
-
-TEST_F(RunDriversTest, ActiveDriversRunInOrderAndTheRestIsSkipped) {
-  AddDriver(0xA, LOAD_OPTION_ACTIVE);
-  AddDriver(2, 0);
-  AddDriver(3, LOAD_OPTION_ACTIVE, EFI_ABORTED);
-  Set(u"Driver0004", test::DataOf({1, 0, 0}));
-  Set(u"DriverOrder", test::Numbers({3, 2, 4, 9, 0xA}));
-  bds::RunDrivers();
-  EXPECT_THAT(started, ElementsAre(3, 0xA));
-  EXPECT_EQ(machine.Counts().Of("LoadImage"), 2U) << "an inactive driver is not even loaded";
-  EXPECT_THAT(recorder.Calls, IsEmpty());
-}
 
 TEST_F(RunDriversTest, LoadOptionsReachTheDriverAndLastAsLongAsItDoes) {
   const test::Data data = test::DataOf({1, 2, 3});

@@ -9,29 +9,7 @@ namespace {
 
 using test::Data;
 
-constexpr char kLastLine[] = "BdsEntry:Out of BdsEntry, this should never happen\n";
-
 class BdsEntryTest : public test::DriverTest {};
-
-// Steps have no arguments, so what these did is read from the machine.
-void TouchFirst() { bds::gCore.PerformanceData = 1; }
-void TouchSecond() { bds::gCore.PerformanceData = bds::gCore.PerformanceData * 10 + 2; }
-
-TEST_F(BdsEntryTest, StepsRunInOrderAndAreSilentUnderTheDefaultMask) {
-  const bds::StepFunction steps[] = {TouchFirst, TouchSecond, nullptr};
-  const char* names[] = {"First", "Second"};
-  bds::RunSteps(steps, names);
-  EXPECT_EQ(bds::gCore.PerformanceData, 12U);
-  EXPECT_EQ(Log(), kLastLine);
-}
-
-TEST_F(BdsEntryTest, StepsAreNamedWithTheirAddressAtTheirLevel) {
-  bds::gDebug.Mask = 0x20;
-  const bds::StepFunction steps[] = {TouchFirst, nullptr};
-  const char* names[] = {"First"};
-  bds::RunSteps(steps, names);
-  EXPECT_THAT(Log(), testing::MatchesRegex("BDS\\.First\\([0-9A-Fa-f]+\\)\nBdsEntry:Out of .*\n"));
-}
 
 TEST_F(BdsEntryTest, APresentTimeoutIsLeftAlone) {
   const struct {
@@ -65,13 +43,6 @@ TEST_F(BdsEntryTest, ASerialPortThatNeverEmptiesIsWaitedForOnce) {
   EXPECT_EQ(polls, 100'001U);
   EXPECT_EQ(Log(), "");
   ExpectVariable(u"Timeout", 7, test::DataOf(UINT16{3}));
-}
-
-TEST_F(BdsEntryTest, TakesAllHandlesBeforeTheFirstStep) {
-  const std::vector<EFI_HANDLE> before = machine.Handles().All();
-  bds::BdsEntry();
-  EXPECT_THAT(std::vector<EFI_HANDLE>(bds::gCore.AllHandles.begin(), bds::gCore.AllHandles.end()),
-              testing::ElementsAreArray(before));
 }
 
 }  // namespace

@@ -19,26 +19,6 @@ class BootStartTimeTest : public test::DriverTest {
   sim::FirmwarePerformanceModel performance;
 };
 
-// 2 GHz for two seconds, half a nanosecond each.
-constexpr UINT64 kTwoSeconds = 2'000'000'000;
-
-TEST_F(BootStartTimeTest, TheSignalWritesTheScaledCounter) {
-  bds::RegisterBootStartTimeStamp();
-  EXPECT_EQ(performance.LoaderStart(), 0U);
-  ASSERT_EQ(bds::InstallNullProtocol(kBootStartSignalGuid), EFI_SUCCESS);
-  EXPECT_NEAR(static_cast<double>(performance.LoaderStart()), static_cast<double>(kTwoSeconds), 1e6);
-}
-
-TEST_F(BootStartTimeTest, LaterRunsUseTheKeptPointerAndWriteAgain) {
-  bds::StampBootStartTime();
-  const UINT64 first = performance.LoaderStart();
-  ASSERT_NE(first, 0U);
-  ASSERT_EQ(store.Set(kFirmwarePerformanceName, kFirmwarePerformanceGuid, 0, {}), EFI_SUCCESS);
-  machine.Time().Advance(sim::kSecond);
-  bds::StampBootStartTime();
-  EXPECT_GT(performance.LoaderStart(), first);
-}
-
 TEST_F(BootStartTimeTest, ALargeCounterDoesNotOverflow) {
   machine.Time().Advance(20 * 3600 * sim::kSecond);  // counter * factor is beyond 64 bits
   bds::StampBootStartTime();

@@ -41,20 +41,6 @@ TEST_F(EntryTest, WithoutMemoryTheVendorStaysAndTheRestIsDone) {
   EXPECT_EQ(machine.SystemTable()->FirmwareRevision, 0x0005000BU);
 }
 
-TEST_F(EntryTest, ReturnsTheStatusOfTheInstall) {
-  machine.Faults().FailCall("InstallProtocolInterface", 1, EFI_OUT_OF_RESOURCES);
-  EXPECT_EQ(Enter(), EFI_OUT_OF_RESOURCES);
-}
-
-TEST_F(EntryTest, WithoutSetupThePolicyKeepsItsBuiltInValues) {
-  ASSERT_EQ(Enter(), EFI_SUCCESS);
-  EXPECT_FALSE(bds::gCore.SetupRead);
-  EXPECT_EQ(Policy(), (std::vector{0, 2, 1, 2, 2, 1}));
-  EFI_LEGACY_BIOS_PROTOCOL legacyBios{};
-  Install(&legacyBios);
-  EXPECT_FALSE(bds::gOptionRom.Started);
-}
-
 TEST_F(EntryTest, WithoutACsmTheSwitchIsOffAndTheDisplayIsUefi) {
   SetSetup({1, 2, 3, 4, 5, 6});
   ASSERT_EQ(Enter(), EFI_SUCCESS);

@@ -44,53 +44,5 @@ TEST(Description, SetupBytesStandWhereTheRecordHasThem) {
   EXPECT_FALSE(Parse("[setup]\npresent = false\n").nvram.setup);
 }
 
-TEST(Description, ACsmIsThereWhenItsTableIs) {
-  EXPECT_TRUE(Parse("[csm]\n").csm.present);
-  EXPECT_FALSE(Parse("[csm]\npresent = false\n").csm.present);
-  const auto csm =
-      Parse("[[csm.entry]]\nindex = 40\ntype = 3\ndescription = \"DVD\"\ndescription_pointer = 0xF0001234\n").csm;
-  ASSERT_EQ(csm.entries.size(), 1u);
-  EXPECT_EQ(csm.entries[0].index, 40);
-  EXPECT_EQ(csm.entries[0].deviceType, 3);
-  EXPECT_EQ(csm.entries[0].bootPriority, 0xFFFE);
-  EXPECT_EQ(csm.entries[0].descriptionPointer, 0xF0001234u);
-}
-
-TEST(Description, FunctionsHaveTheClassOfTheirKindUnlessToldOtherwise) {
-  const auto tree =
-      Parse(
-          "[[root_bridge]]\nexpress = true\n"
-          "[[root_bridge.function]]\nkind = \"nvme\"\ndevice = 3\n[[root_bridge.function.namespace]]\nid = 2\n"
-          "[[root_bridge.function]]\nkind = \"raid\"\ndevice = 4\nclass_code = 0x010700\n"
-          "[[root_bridge.function]]\nkind = \"bridge\"\ndevice = 5\n[[root_bridge.function.function]]\nkind = "
-          "\"network\"\n"
-          "device = 0\nmac = \"02:00:00:00:00:aB\"\n")
-          .devices;
-  ASSERT_EQ(tree.rootBridges.size(), 1u);
-  EXPECT_TRUE(tree.rootBridges[0].express);
-  const auto& functions = tree.rootBridges[0].functions;
-  ASSERT_EQ(functions.size(), 3u);
-  EXPECT_EQ(functions[0].classCode, 0x010802u);
-  EXPECT_EQ(std::get<NvmeController>(functions[0].controller).namespaces.at(0).id, 2u);
-  EXPECT_EQ(functions[1].classCode, 0x010700u);
-  const auto& behind = std::get<PciBridge>(functions[2].controller).functions;
-  ASSERT_EQ(behind.size(), 1u);
-  EXPECT_EQ(std::get<NetworkController>(behind[0].controller).ports.at(0).mac[5], 0xAB);
-}
-
-TEST(Description, UsbHubsNest) {
-  const auto tree =
-      Parse(
-          "[[root_bridge]]\n[[root_bridge.function]]\nkind = \"xhci\"\ndevice = 1\n[[root_bridge.function.usb]]\n"
-          "kind = \"hub\"\nport = 1\n[[root_bridge.function.usb.usb]]\nport = 2\nmodel = \"Stick\"\n")
-          .devices;
-  const auto& host = std::get<UsbHostController>(tree.rootBridges[0].functions[0].controller);
-  ASSERT_EQ(host.devices.at(0).kind, UsbKind::Hub);
-  ASSERT_EQ(host.devices[0].devices.size(), 1u);
-  EXPECT_EQ(host.devices[0].devices[0].product, "Stick");
-  ASSERT_EQ(host.devices[0].devices[0].units.size(), 1u);
-  EXPECT_TRUE(host.devices[0].devices[0].units[0].removable);
-}
-
 }  // namespace
 }  // namespace sim

@@ -66,29 +66,6 @@ class Registers : public testing::Test {
   const Frame opened{4, 12, 1, 0, 0xEF};
 };
 
-TEST_F(Registers, ARequestIsTakenAndAnsweredInItsTime) {
-  store.Write("f", {});
-  bt.Write(kMask, 0x10);
-  Put(open);
-  EXPECT_EQ(bt.Read(kCtrl), 0x04);
-  clock.Advance(BtInterface::kTakeTime);
-  EXPECT_EQ(bt.Read(kCtrl), 0x80);
-  clock.Advance(BtInterface::kAnswerTime);
-  EXPECT_EQ(bt.Read(kCtrl), 0x08);
-  EXPECT_EQ(Take(), opened);
-  EXPECT_EQ(bt.Read(kCtrl), 0x00);
-  EXPECT_EQ(bt.Exchanges(), 1U);
-  EXPECT_EQ(counters.Of("bmc.bytes"), open.size() + opened.size());
-  EXPECT_EQ(writes, std::vector<std::string>{"bmc-exchange"});
-  EXPECT_EQ(counters.ComplaintCount(), 0U);
-}
-
-TEST_F(Registers, AChangeOfAFileIsReportedBeforeTheExchange) {
-  bt.Write(kMask, 0x10);
-  EXPECT_EQ(Ask(create)[0], 4);
-  EXPECT_EQ(writes, (std::vector<std::string>{"bmc", "bmc-exchange"}));
-}
-
 TEST_F(Registers, AHostThatBreaksTheHandshakeIsComplainedAbout) {
   bt.Write(kMask, 0x10);
   const struct {
@@ -215,24 +192,6 @@ TEST_F(Registers, AFaultBeginsAtItsExchange) {
   EXPECT_EQ(Ask(open)[0], 4);
   EXPECT_EQ(Ask(open)[0], 3);
   EXPECT_EQ(Ask(open)[0], 4);
-}
-
-TEST_F(Registers, TheLockIsSeenHeldAsOftenAsScripted) {
-  Add("lock-held:2");
-  EXPECT_EQ(bt.Read(kMask), 0x10);
-  EXPECT_EQ(bt.Read(kMask), 0x10);
-  EXPECT_EQ(bt.Read(kMask), 0x00);
-}
-
-TEST_F(Registers, AStuckInterfaceStaysBusyForAnAttempt) {
-  Add("h2b-stuck");
-  for (int poll = 0; poll < 1001; ++poll, clock.Advance(kMillisecond)) {
-    ASSERT_EQ(bt.Read(kCtrl), 0x04) << poll;
-  }
-  clock.Advance(kSecond);
-  EXPECT_EQ(bt.Read(kCtrl), 0x00);
-  EXPECT_EQ(counters.Of("bmc.timeouts"), 1U);
-  EXPECT_EQ(traffic, std::vector<std::string>{"exchange 1 timeout: the interface stays busy [h2b-stuck]"});
 }
 
 }  // namespace

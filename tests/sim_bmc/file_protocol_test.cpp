@@ -24,19 +24,6 @@ class FileProtocol : public testing::Test {
   bool changed = false;
 };
 
-TEST_F(FileProtocol, AFileIsCreatedWrittenClosedAndReadBack) {
-  EXPECT_EQ(Ask(Named(6, "BootOrder")), (Frame{4, 6, 1, 0, 0xF5}));
-  EXPECT_TRUE(changed);
-  EXPECT_EQ(Ask(Request(8, {1, 0, 'a', 'b'})), (Frame{2, 8, 0xF6}));
-  EXPECT_EQ(Ask(Request(18, {1, 0})), (Frame{2, 18, 0xEC}));
-  EXPECT_FALSE(changed);
-  EXPECT_EQ(Ask(Named(12, "BootOrder")), (Frame{4, 12, 2, 0, 0xEE}));
-  EXPECT_EQ(Ask(Request(7, {2, 0})), MakeResponse(7, std::vector<std::uint8_t>{2, 0, 'a', 'b'}));
-  EXPECT_EQ(Ask(Request(7, {2, 0})), MakeResponse(7, std::vector<std::uint8_t>{0, 0}));
-  EXPECT_EQ(Ask(Request(9, {2, 0})), (Frame{2, 9, 0xF5}));
-  EXPECT_EQ(server.OpenFiles(), 0U);
-}
-
 TEST_F(FileProtocol, WhatCannotBeDoneIsRefusedWithAnotherLength) {
   ASSERT_EQ(Ask(Named(6, "new")).size(), 5U);
   const struct {

@@ -72,14 +72,6 @@ TEST_F(Parameters, AcknowledgeChangesOnlyTheMaskedBits) {
   EXPECT_EQ(changes, 1);
 }
 
-TEST_F(Parameters, SetInProgressIsTakenOnceAndCommitEndsIt) {
-  EXPECT_EQ(Ask(kSet, {0, 1}).completion, 0);
-  EXPECT_EQ(Ask(kSet, {0, 1}).completion, 0x81);
-  EXPECT_EQ(Ask(kGet, {0, 0, 0}).data[2], 1);
-  EXPECT_EQ(Ask(kSet, {0, 2}).completion, 0);
-  EXPECT_EQ(Ask(kGet, {0, 0, 0}).data[2], 0);
-}
-
 TEST_F(Parameters, TheValidBitGoesAfterAMinuteUnlessItIsKept) {
   const struct {
     std::uint8_t clearing;
@@ -109,12 +101,6 @@ TEST_F(Parameters, BlocksBuildTheTableAndTheFirstBeginsANewOne) {
   EXPECT_EQ(state.bootOrderTable, (Bytes{1, 2, 3, 4, 9, 9, 9, 9}));
   EXPECT_EQ(Ask(kSet, {0x7D, 0, 1, 0, 0, 0, 0}).completion, 0);
   EXPECT_EQ(state.bootOrderTable, Bytes(4));
-}
-
-TEST_F(Parameters, TheOemRequestIsCountedAndReported) {
-  EXPECT_EQ(Ask(0x16, {9, 0}, 0x36).completion, 0);
-  EXPECT_EQ(state.oneTimeStaleRequests, 1U);
-  EXPECT_EQ(staleRequests, 1);
 }
 
 TEST(BootFlagWords, WordsAndBytesCorrespond) {

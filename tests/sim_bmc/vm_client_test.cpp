@@ -61,38 +61,8 @@ Bytes NextRequest(int client) {
   return {};
 }
 
-void Send(int client, const Bytes& wire) {
-  EXPECT_EQ(send(client, wire.data(), wire.size(), MSG_NOSIGNAL), static_cast<ssize_t>(wire.size()));
-}
-
-Bytes Reply(const Bytes& request, Bytes tail) {
-  Bytes content{request[0], static_cast<std::uint8_t>(request[1] | 4), request[2]};
-  content.insert(content.end(), tail.begin(), tail.end());
-  return EncodeVmFrame(content);
-}
-
 constexpr std::chrono::milliseconds kShort{200};
 constexpr std::uint8_t kGetFlags[] = {5, 0, 0};
-
-TEST(VmClient, ForeignFramesBeforeTheAnswerArePassedOver) {
-  Peer peer([](int client) {
-    const Bytes request = NextRequest(client);
-    Bytes other = request;
-    other[0] = static_cast<std::uint8_t>(other[0] + 1);
-    Send(client, {0xFF, 0x01, 0xA1});                // control
-    Send(client, {1, 2, 3, 0xA0});                   // damaged
-    Send(client, Reply(other, {0xC1}));              // another sequence
-    Send(client, EncodeVmFrame(Bytes{request[0]}));  // too short
-    Send(client, Reply(request, {0x80}));
-  });
-  VmClient client;
-  std::string error;
-  ASSERT_TRUE(client.Connect(peer.Address(), error)) << error;
-  const auto reply = client.Request(0, 9, kGetFlags);
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->completion, 0x80);
-  EXPECT_TRUE(reply->data.empty());
-}
 
 TEST(VmClient, SilenceAndAClosedConnectionEndWithoutAnAnswer) {
   const std::function<void(int)> peers[] = {
@@ -109,18 +79,6 @@ TEST(VmClient, SilenceAndAClosedConnectionEndWithoutAnAnswer) {
     ASSERT_TRUE(client.Connect(peer.Address(), error)) << error;
     EXPECT_FALSE(client.Request(0, 9, kGetFlags));
   }
-}
-
-TEST(VmClient, NobodyListeningIsAnError) {
-  std::string address;
-  {
-    address = Peer([](int) {}).Address();
-  }
-  VmClient client(kShort);
-  std::string error;
-  EXPECT_FALSE(client.Connect(address, error));
-  EXPECT_NE(error.find(address), std::string::npos) << error;
-  EXPECT_FALSE(client.Request(0, 9, kGetFlags));
 }
 
 }  // namespace

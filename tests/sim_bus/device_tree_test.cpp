@@ -35,15 +35,5 @@ TEST(DeviceTreeCheck, FaultsAreNamed) {
   }
 }
 
-TEST(DeviceTreeCheck, AbsentDevicesTakeNoPlace) {
-  const BlockSourcePtr disk = NumberedDisk(4);
-  SataDevice absent = SataDisk(2, disk);
-  absent.present = false;
-  EXPECT_EQ(CheckFunctions({Ahci(1, 0, {SataDisk(2, disk), absent})}), "");
-  DeviceTree twins;
-  twins.rootBridges.resize(2);
-  EXPECT_NE(CheckDeviceTree(twins).find("uid 0"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace sim::test

@@ -37,19 +37,6 @@ TEST(BlockDevice, ReadsAndRefusals) {
   EXPECT_EQ(io->WriteBlocks(io, 1, 0, 512, buffer.data()), EFI_WRITE_PROTECTED);
 }
 
-TEST(BlockDevice, EmptyDriveHasNoMedium) {
-  Drive dvd;
-  dvd.kind = DriveKind::CdRom;
-  BlockDevice device(dvd);
-  auto* io = ProtocolOf<EFI_BLOCK_IO_PROTOCOL>(device);
-  EXPECT_FALSE(io->Media->MediaPresent);
-  EXPECT_TRUE(io->Media->RemovableMedia);
-  EXPECT_EQ(io->Media->BlockSize, 2048U);
-  Bytes buffer(2048);
-  EXPECT_EQ(io->ReadBlocks(io, 1, 0, 2048, buffer.data()), EFI_NO_MEDIA);
-  EXPECT_EQ(MakeBlockIoSource(io), nullptr);
-}
-
 Drive NamedDrive() {
   Drive drive;
   drive.vendor = "ACME";
@@ -58,39 +45,6 @@ Drive NamedDrive() {
   drive.serial = "SN-1234";
   drive.medium.blocks = NumberedDisk(100);
   return drive;
-}
-
-TEST(DriveIdentity, IdentifyTextsAreSwappedInPairs) {
-  Drive drive = NamedDrive();
-  drive.model = "WDC XYZ";
-  const IdentifyData data = MakeIdentifyData(drive, true);
-  EXPECT_EQ(TextOf(data, 20, 20), "NS1-32 4            ");
-  EXPECT_EQ(TextOf(data, 54, 10), "DW CYX Z  ");
-  EXPECT_EQ(data[152], std::byte{0x0E});
-  EXPECT_EQ(MakeIdentifyData(drive, false)[152], std::byte{0});
-  EXPECT_EQ(data[120], std::byte{100}) << "sectors";
-}
-
-TEST(DriveIdentity, DiskInfoTellsPlaceAndRefusesShortBuffers) {
-  const auto info = DiskInfo::Ata(NamedDrive(), gEfiDiskInfoAhciInterfaceGuid, true, 4, 0xFFFF);
-  auto* protocol = ProtocolOf<EFI_DISK_INFO_PROTOCOL>(*info);
-  EXPECT_EQ(protocol->Interface, gEfiDiskInfoAhciInterfaceGuid);
-  UINT32 port = 0;
-  UINT32 multiplier = 0;
-  EXPECT_EQ(protocol->WhichIde(protocol, &port, &multiplier), EFI_SUCCESS);
-  EXPECT_EQ(port, 4U);
-  EXPECT_EQ(multiplier, 0xFFFFU);
-  Bytes data(512);
-  UINT32 size = 511;
-  EXPECT_EQ(protocol->Identify(protocol, data.data(), &size), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 512U);
-  EXPECT_EQ(protocol->Identify(protocol, data.data(), &size), EFI_SUCCESS);
-  EXPECT_EQ(protocol->Inquiry(protocol, data.data(), &size), EFI_NOT_FOUND) << "a disk on ATA has no INQUIRY";
-  const auto scsi = DiskInfo::Scsi(NamedDrive(), gEfiDiskInfoScsiInterfaceGuid);
-  protocol = ProtocolOf<EFI_DISK_INFO_PROTOCOL>(*scsi);
-  EXPECT_EQ(protocol->WhichIde(protocol, &port, &multiplier), EFI_UNSUPPORTED);
-  EXPECT_EQ(protocol->Inquiry(protocol, data.data(), &size), EFI_SUCCESS);
-  EXPECT_EQ(size, 36U);
 }
 
 template <std::size_t Size>

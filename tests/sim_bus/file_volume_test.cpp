@@ -37,41 +37,6 @@ class Volume : public testing::Test {
   EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* system_ = nullptr;
 };
 
-TEST_F(Volume, FilesAreReadInPieces) {
-  EFI_FILE_PROTOCOL* root = Root();
-  EFI_FILE_PROTOCOL* file = Open(root, u"\\efi\\boot\\bootx64.efi");
-  char buffer[6] = {};
-  UINTN size = 6;
-  ASSERT_EQ(file->Read(file, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(std::string(buffer, size), "012345");
-  size = 6;
-  ASSERT_EQ(file->Read(file, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(std::string(buffer, size), "6789");
-  size = 6;
-  ASSERT_EQ(file->Read(file, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(size, 0U) << "the end";
-  UINT64 position = 0;
-  ASSERT_EQ(file->SetPosition(file, UINT64_MAX), EFI_SUCCESS);
-  ASSERT_EQ(file->GetPosition(file, &position), EFI_SUCCESS);
-  EXPECT_EQ(position, 10U);
-  ASSERT_EQ(file->SetPosition(file, 11), EFI_SUCCESS);
-  EXPECT_EQ(file->Read(file, &size, buffer), EFI_DEVICE_ERROR) << "behind the end";
-  file->Close(file);
-  root->Close(root);
-  EXPECT_EQ(volume_->OpenFiles(), 0U);
-}
-
-TEST_F(Volume, NamesAreRelativeToTheOpenedFolder) {
-  EFI_FILE_PROTOCOL* root = Root();
-  EFI_FILE_PROTOCOL* folder = Open(root, u"EFI\\BOOT");
-  EFI_FILE_PROTOCOL* other = Open(folder, u"..\\other.txt");
-  EFI_FILE_PROTOCOL* absolute = Open(folder, u"\\EFI\\other.txt");
-  EFI_FILE_PROTOCOL* missing = nullptr;
-  EXPECT_EQ(folder->Open(folder, &missing, u"other.txt", EFI_FILE_MODE_READ, 0), EFI_NOT_FOUND);
-  EXPECT_EQ(folder->Open(folder, &missing, u"..\\..\\..\\x", EFI_FILE_MODE_READ, 0), EFI_NOT_FOUND);
-  for (EFI_FILE_PROTOCOL* file : {absolute, other, folder, root}) EXPECT_EQ(file->Close(file), EFI_SUCCESS);
-}
-
 TEST_F(Volume, NothingIsEverWritten) {
   EFI_FILE_PROTOCOL* root = Root();
   EFI_FILE_PROTOCOL* file = Open(root, u"EFI\\other.txt");
@@ -86,34 +51,6 @@ TEST_F(Volume, NothingIsEverWritten) {
   EXPECT_EQ(file->Delete(file), EFI_WARN_DELETE_FAILURE);
   EXPECT_EQ(volume_->OpenFiles(), 1U) << "delete closes, whatever it answers";
   EXPECT_TRUE(std::filesystem::exists(folder_.Path() / "EFI/other.txt"));
-  root->Close(root);
-}
-
-TEST_F(Volume, DirectoriesGiveTheirEntriesOneByOne) {
-  EFI_FILE_PROTOCOL* root = Root();
-  EFI_FILE_PROTOCOL* folder = Open(root, u"EFI");
-  alignas(8) std::byte buffer[256];
-  auto* info = reinterpret_cast<EFI_FILE_INFO*>(buffer);
-  UINTN size = 4;
-  ASSERT_EQ(folder->Read(folder, &size, buffer), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, 80 + 5 * 2U);
-  ASSERT_EQ(folder->Read(folder, &size, buffer), EFI_SUCCESS) << "the entry was not skipped";
-  EXPECT_EQ(std::u16string(info->FileName), u"BOOT");
-  EXPECT_EQ(info->Attribute, EFI_FILE_DIRECTORY);
-  EXPECT_EQ(info->Size, size);
-  size = sizeof buffer;
-  ASSERT_EQ(folder->Read(folder, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(std::u16string(info->FileName), u"other.txt");
-  EXPECT_EQ(info->FileSize, 1U);
-  size = sizeof buffer;
-  ASSERT_EQ(folder->Read(folder, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(size, 0U);
-  ASSERT_EQ(folder->SetPosition(folder, 0), EFI_SUCCESS);
-  EXPECT_EQ(folder->SetPosition(folder, 1), EFI_UNSUPPORTED);
-  size = sizeof buffer;
-  ASSERT_EQ(folder->Read(folder, &size, buffer), EFI_SUCCESS);
-  EXPECT_EQ(std::u16string(info->FileName), u"BOOT") << "from the start again";
-  folder->Close(folder);
   root->Close(root);
 }
 

@@ -31,29 +31,6 @@ class Adapter : public testing::Test {
   EFI_SCSI_PASS_THRU_PROTOCOL* old_ = nullptr;
 };
 
-TEST_F(Adapter, NodesLeadToTheirTargets) {
-  UINT8 bytes[16];
-  UINT8* target = bytes;
-  UINT64 lun = 9;
-  DevicePath scsi;
-  scsi.Scsi(2, 1);
-  ASSERT_EQ(ext_->GetTargetLun(ext_, scsi.Get(), &target, &lun), EFI_SUCCESS);
-  EXPECT_EQ(bytes[0], 2);
-  EXPECT_EQ(lun, 1U);
-  DevicePath sas = ScsiDeviceNode(controller_.devices[0]);
-  ASSERT_EQ(ext_->GetTargetLun(ext_, sas.Get(), &target, &lun), EFI_SUCCESS);
-  EXPECT_EQ(bytes[0], 5);
-  DevicePath missing;
-  missing.Scsi(9, 0);
-  EXPECT_EQ(ext_->GetTargetLun(ext_, missing.Get(), &target, &lun), EFI_NOT_FOUND);
-  DevicePath usb;
-  usb.Usb(1, 0);
-  EXPECT_EQ(ext_->GetTargetLun(ext_, usb.Get(), &target, &lun), EFI_UNSUPPORTED);
-  UINT32 oldTarget = 0;
-  EXPECT_EQ(old_->GetTargetLun(old_, sas.Get(), &oldTarget, &lun), EFI_UNSUPPORTED);
-  EXPECT_EQ(old_->GetTargetLun(old_, scsi.Get(), &oldTarget, &lun), EFI_SUCCESS);
-}
-
 TEST_F(Adapter, InquiryAnswersThroughBothPackets) {
   UINT8 command[6] = {0x12, 0, 0, 0, 96, 0};
   UINT8 data[96] = {};

@@ -64,40 +64,6 @@ class UsbStorage : public testing::Test {
 
 const std::vector<std::uint8_t> kInquiry{0x12, 0, 0, 0, 36, 0};
 
-TEST_F(UsbStorage, DescriptorsTellTransportAndStrings) {
-  Make(UsbTransport::BulkOnly);
-  EFI_USB_INTERFACE_DESCRIPTOR descriptor{};
-  ASSERT_EQ(io_->UsbGetInterfaceDescriptor(io_, &descriptor), EFI_SUCCESS);
-  EXPECT_EQ(descriptor.InterfaceClass, 8);
-  EXPECT_EQ(descriptor.InterfaceProtocol, 0x50);
-  EXPECT_EQ(descriptor.NumEndpoints, 2);
-  EFI_USB_ENDPOINT_DESCRIPTOR endpoint{};
-  EXPECT_EQ(io_->UsbGetEndpointDescriptor(io_, 0, &endpoint), EFI_SUCCESS);
-  EXPECT_EQ(endpoint.EndpointAddress, 0x81);
-  EXPECT_EQ(io_->UsbGetEndpointDescriptor(io_, 2, &endpoint), EFI_NOT_FOUND);
-  EFI_USB_DEVICE_DESCRIPTOR device{};
-  ASSERT_EQ(io_->UsbGetDeviceDescriptor(io_, &device), EFI_SUCCESS);
-  ASSERT_NE(device.StrSerialNumber, 0);
-  CHAR16* text = nullptr;
-  ASSERT_EQ(io_->UsbGetStringDescriptor(io_, 0x0409, device.StrSerialNumber, &text), EFI_SUCCESS);
-  EXPECT_EQ(std::u16string(text), u"SERIAL");
-  EXPECT_EQ(io_->UsbGetStringDescriptor(io_, 0x0407, device.StrSerialNumber, &text), EFI_NOT_FOUND);
-  EXPECT_EQ(io_->UsbGetStringDescriptor(io_, 0x0409, 0, &text), EFI_NOT_FOUND);
-}
-
-TEST_F(UsbStorage, BulkOnlyInquiryLeavesAResidueWhenMoreWasAskedFor) {
-  Make(UsbTransport::BulkOnly);
-  for (const std::uint8_t asked : {std::uint8_t{36}, std::uint8_t{96}}) {
-    Bytes wrapper = Wrapper(7, asked, {0x12, 0, 0, 0, asked, 0});
-    ASSERT_EQ(Bulk(kBulkOut, wrapper), EFI_SUCCESS);
-    Bytes data(asked);
-    ASSERT_EQ(Bulk(kBulkIn, data), EFI_SUCCESS);
-    EXPECT_EQ(data.size(), 36U);
-    EXPECT_EQ(TextOf(data, 8, 28), "ACME    Stick           1.00");
-    ExpectStatus(7, asked - 36U, 0);
-  }
-}
-
 TEST_F(UsbStorage, BulkOnlyFailedCommandStallsTheDataThenTellsIt) {
   Make(UsbTransport::BulkOnly);
   Bytes wrapper = Wrapper(9, 512, {0x28, 0, 0, 0, 1, 0, 0, 0, 1, 0});
@@ -135,24 +101,6 @@ TEST_F(UsbStorage, BulkOnlySilenceTakesTheWholeTimeout) {
   EXPECT_EQ(Bulk(kBulkIn, data, 2000), EFI_TIMEOUT);
   EXPECT_EQ(bus_.waited, 2000U);
   EXPECT_EQ(usbStatus_, EFI_USB_ERR_TIMEOUT);
-}
-
-TEST_F(UsbStorage, CbiInquiryWithAndWithoutInterrupt) {
-  for (const UsbTransport transport : {UsbTransport::CbiInterrupt, UsbTransport::Cbi}) {
-    Make(transport);
-    Bytes command(12);
-    for (std::size_t i = 0; i < kInquiry.size(); ++i) command[i] = static_cast<std::byte>(kInquiry[i]);
-    ASSERT_EQ(Control(0x21, 0, 0, 0, EfiUsbDataOut, command), EFI_SUCCESS);
-    Bytes data(36);
-    ASSERT_EQ(Bulk(kBulkIn, data), EFI_SUCCESS);
-    EXPECT_EQ(TextOf(data, 8, 4), "ACME");
-    Bytes status(2);
-    UINTN length = 2;
-    const EFI_STATUS answer =
-        io_->UsbSyncInterruptTransfer(io_, kInterruptIn, status.data(), &length, 2000, &usbStatus_);
-    EXPECT_EQ(answer, transport == UsbTransport::CbiInterrupt ? EFI_SUCCESS : EFI_INVALID_PARAMETER);
-    EXPECT_EQ(status[1], std::byte{0});
-  }
 }
 
 TEST_F(UsbStorage, CbiFailureIsToldByInterruptOrStall) {

@@ -82,19 +82,6 @@ device = 5
   fs::path folder_;
 };
 
-TEST_F(Program, HelpNamesCommandsExamplesAndExitStatuses) {
-  const Ended help = Run("--help");
-  EXPECT_EQ(help.status, 0);
-  for (const char* part : {"boot", "describe", "vars", "bmc", "Examples:", "Exit status:"}) {
-    EXPECT_THAT(help.text, HasSubstr(part));
-  }
-  EXPECT_THAT(Run("bmc st bootdev --help").text, HasSubstr("bds-sim bmc DIR bootdev [OPTIONS] DEVICE"));
-  const Ended boot = Run("boot --help");
-  EXPECT_EQ(boot.status, 0);
-  EXPECT_THAT(boot.text, HasSubstr("--loader-status"));
-  EXPECT_THAT(boot.text, HasSubstr("power KIND N"));
-}
-
 struct WrongCase {
   const char* arguments;
   const char* part;
@@ -147,24 +134,6 @@ TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
   EXPECT_EQ(Read("state/nvram/Boot0001"), "no variable");
 }
 
-TEST_F(Program, ALegacyDiskIsBootedAndReported) {
-  WriteLegacyServer();
-  const Ended ended = Run("boot legacy.toml --state st --log boot.log --json result.json --boots 2");
-  EXPECT_EQ(ended.status, 0) << ended.text;
-  EXPECT_THAT(ended.text, HasSubstr("legacy one, boot 2 of 2"));
-  EXPECT_THAT(ended.text, HasSubstr("legacy boot of"));
-  EXPECT_THAT(ended.text, Not(HasSubstr("\x1B[")));
-  EXPECT_THAT(Read("boot.log"), HasSubstr("BDS:Executing BdsEntry"));
-  const auto report = nlohmann::json::parse(Read("result.json"));
-  ASSERT_EQ(report["boots"].size(), 2u);
-  const auto& start = report["boots"][1]["starts"].back();
-  EXPECT_EQ(start["outcome"]["end"], "legacy boot");
-  EXPECT_EQ(start["outcome"]["bbs_index"], 30);
-  EXPECT_EQ(start["time"]["steps"].size(), 70u);
-  EXPECT_FALSE(start["order"].empty());
-  EXPECT_TRUE(fs::exists(folder_ / "st/nvram/BootOrder-8be4df61-93ca-11d2-aa0d-00e098032b8c"));
-}
-
 TEST_F(Program, JsonOnStandardOutputIsAlone) {
   WriteEmptyServer();
   const Ended ended = Run("boot empty.toml --json -", "2>/dev/null");
@@ -173,15 +142,6 @@ TEST_F(Program, JsonOnStandardOutputIsAlone) {
   ASSERT_FALSE(report.is_discarded()) << ended.text;
   EXPECT_EQ(report["boots"][0]["started"], false);
   EXPECT_TRUE(report["boots"][0]["booted"].is_null());
-}
-
-TEST_F(Program, NothingToBootGivesThreeAndKeepsNothingWithoutAState) {
-  WriteEmptyServer();
-  EXPECT_THAT(Run("boot empty.toml --quiet --resets 0").text, HasSubstr("one reset too many"));
-  const Ended ended = Run("boot empty.toml --quiet");
-  EXPECT_EQ(ended.status, 3) << ended.text;
-  EXPECT_THAT(ended.text, HasSubstr("empty one: nothing was started"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }
 
 std::size_t LinesWith(const std::string& text, std::string_view part) {
@@ -229,48 +189,6 @@ TEST_F(Program, VariablesAreListedWithTheBrokenOnesNamed) {
   EXPECT_THAT(ended.text, HasSubstr("Bo\\x1Bot  NV BS RT, 4 bytes"));
   EXPECT_THAT(ended.text, HasSubstr("expected four attribute bytes"));
   EXPECT_THAT(ended.text, Not(HasSubstr("\x1B")));
-}
-
-TEST_F(Program, DevicesAreDescribedAsATree) {
-  Write("disk.img", std::string(64 * 1024, '\0'));
-  Write("one.toml", R"(name = "one disk"
-[[root_bridge]]
-[[root_bridge.function]]
-kind = "ahci"
-device = 0x1F
-number = 2
-[[root_bridge.function.sata]]
-port = 3
-image = "disk.img"
-)");
-  const Ended ended = Run("describe one.toml");
-  EXPECT_EQ(ended.status, 0) << ended.text;
-  EXPECT_THAT(ended.text, HasSubstr("one disk\n"));
-  EXPECT_THAT(ended.text, HasSubstr("\nPciRoot(0x0)"));
-  EXPECT_THAT(ended.text, HasSubstr("\n  Pci(0x1F,0x2)"));
-  EXPECT_THAT(ended.text, HasSubstr("\n    Sata(0x3,0xFFFF,0x0)"));
-  EXPECT_THAT(ended.text, HasSubstr("BlockIo"));
-}
-
-TEST_F(Program, TheBmcsSideIsSetAndShown) {
-  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        none"));
-  EXPECT_EQ(Run("bmc st bootdev pxe --persistent --efi").status, 0);
-  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        pxe persistent efi"));
-  EXPECT_EQ(Run("bmc st bootdev disk efi --instance 3").status, 0);
-  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        disk efi instance=3"));
-  EXPECT_EQ(Run("bmc st bootdev none").status, 0);
-  EXPECT_THAT(Run("bmc st show").text, HasSubstr("boot flags        none"));
-}
-
-TEST_F(Program, TheBmcsFilesComeAndGo) {
-  Write("here", "some bytes");
-  EXPECT_EQ(Run("bmc st put policy.txt here").status, 0);
-  EXPECT_THAT(Run("bmc st files").text, HasSubstr("10  policy.txt"));
-  EXPECT_EQ(Run("bmc st get policy.txt").text, "some bytes");
-  EXPECT_EQ(Run("bmc st get policy.txt there").status, 0);
-  EXPECT_EQ(Read("there"), "some bytes");
-  EXPECT_EQ(Run("bmc st remove policy.txt").status, 0);
-  EXPECT_EQ(Run("bmc st files").text, "");
 }
 
 }  // namespace

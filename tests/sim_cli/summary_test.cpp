@@ -45,24 +45,6 @@ TEST(Summary, OfABootWithAResetIsWordForWord) {
 )");
 }
 
-TEST(PassedOver, NothingIsSaidOfABootThatEndedBeforeTheOrderWasWalked) {
-  BootReport report = HandMadeReport();
-  report.outcome.end = BootEnd::PowerLost;
-  EXPECT_TRUE(OptionsPassedOver(report).empty());
-}
-
-TEST(PassedOver, AllOptionsOfTheOrderWhenNothingWasStarted) {
-  BootReport report = HandMadeReport();
-  report.outcome.end = BootEnd::Returned;
-  report.attempts.pop_back();
-  std::vector<std::string> reasons;
-  for (const PassedOver& each : OptionsPassedOver(report)) {
-    reasons.push_back(each.reason);
-  }
-  EXPECT_THAT(reasons, testing::ElementsAre("not loaded: EFI_NOT_FOUND (no such file)", "not active",
-                                            "no attempt on record", "no such variable, or it is malformed"));
-}
-
 TEST(PassedOver, AnAttemptBelongsToTheOptionThatItNames) {
   BootReport report;
   report.outcome.end = BootEnd::Returned;

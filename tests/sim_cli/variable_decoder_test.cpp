@@ -13,7 +13,6 @@
 namespace sim {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using Bytes = std::vector<std::byte>;
@@ -43,30 +42,11 @@ const Bytes kSataPath = B({0x02, 0x01, 0x0C, 0x00, 0xD0, 0x41, 0x03, 0x0A, 0,   
                            0x7F, 0xFF, 0x04, 0x00});                                          // end
 // Attributes, path length, name "ab" and the path above.
 const Bytes kSataOption = B({0x01, 0, 0, 0, 32, 0, 'a', 0, 'b', 0, 0, 0}) + kSataPath;
-const Bytes kFirmware = B({0, 0, 'B', 'O'});
 const Bytes kGroup = B({0, 0, 'G', 'O'});
 
 Bytes Member(const Bytes& image) {
   const auto size = static_cast<unsigned>(8 + image.size());
   return B({0, 0, 'N', 'O', size & 0xFF, size >> 8, 0, 0}) + image;
-}
-
-TEST(VariableDecoder, DriverOptionsAndLowerCaseDigitsAreLoadOptionsToo) {
-  EXPECT_THAT(Decode(u"Driver00ab", kSataOption)[0], "\"ab\" active");
-  EXPECT_THAT(Decode(u"SysPrepFFFF", kSataOption)[0], "\"ab\" active");
-  EXPECT_THAT(Decode(u"Boot000G", kSataOption)[0], "44 bytes");
-  EXPECT_THAT(Decode(u"Boot00001", kSataOption)[0], "44 bytes");
-  EXPECT_THAT(Decode(u"Boot0001", kSataOption, bds::kLegacyDevOrderGuid)[0], "44 bytes");
-}
-
-TEST(VariableDecoder, MarkersAndMembersOfTheFirmwaresOptions) {
-  EXPECT_THAT(Decode(u"Boot0001", kSataOption + kFirmware).back(), "made by the firmware");
-  const Bytes group = kSataOption + kGroup + Member(kSataOption + kFirmware) + Member(kSataOption + B({'x'}));
-  EXPECT_THAT(
-      Decode(u"Boot0001", group),
-      ElementsAre("\"ab\" active", StartsWith("path "), "made by the firmware, group", "member 1", "  \"ab\" active",
-                  StartsWith("  path "), "  made by the firmware", "member 2", "  \"ab\" active", StartsWith("  path "),
-                  "  optional data, 1 bytes", StartsWith("    0000  78")));
 }
 
 TEST(VariableDecoder, AMemberWhoseLengthLiesIsOptionalData) {
@@ -117,14 +97,6 @@ TEST(VariableDecoder, SmallVariables) {
   for (const SmallCase& each : cases) {
     EXPECT_EQ(Decode(each.name, each.data)[0], each.first);
   }
-}
-
-TEST(VariableDecoder, LegacyDeviceOrder) {
-  const Bytes hardDisks = B({2, 0, 0, 0, 6, 0, 25, 0, 26, 0xFF});
-  const Bytes unknown = B({0, 0, 1, 0, 2, 0});
-  EXPECT_THAT(Decode(u"LegacyDevOrder", hardDisks + unknown, bds::kLegacyDevOrderGuid),
-              ElementsAre("HD: 25 26 (disabled)", "type 0x10000:"));
-  EXPECT_THAT(Decode(u"OldLegacyDevOrder", {}, bds::kLegacyDevOrderGuid), ElementsAre("empty"));
 }
 
 TEST(VariableDecoder, LegacyRecordsThatLieAreHexadecimal) {

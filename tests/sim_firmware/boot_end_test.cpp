@@ -150,23 +150,6 @@ TEST_F(BootEndTest, PoolTellsForeignAndTwiceFreedBlocks) {
   EXPECT_EQ(machine.Pool().InUse(), 8u);
 }
 
-TEST_F(BootEndTest, PagesAreFreedInPartsAndComeBackAsZeros) {
-  EFI_PHYSICAL_ADDRESS base = 0;
-  ASSERT_EQ(bs->AllocatePages(AllocateAnyPages, EfiBootServicesData, 4, &base), EFI_SUCCESS);
-  std::memset(reinterpret_cast<void*>(base), 0xEE, 4 * kPageSize);
-  EFI_PHYSICAL_ADDRESS middle = base + kPageSize;
-  EXPECT_EQ(bs->AllocatePages(AllocateAddress, EfiBootServicesData, 1, &middle), EFI_NOT_FOUND);
-  EXPECT_EQ(bs->FreePages(middle, 4), EFI_NOT_FOUND);
-  EXPECT_EQ(bs->FreePages(middle + 1, 1), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs->FreePages(middle, 2), EFI_SUCCESS);
-  EXPECT_EQ(bs->FreePages(middle, 1), EFI_NOT_FOUND);
-  EXPECT_EQ(machine.Pages().PagesInUse(), 2u);
-  ASSERT_EQ(bs->AllocatePages(AllocateAddress, EfiLoaderData, 1, &middle), EFI_SUCCESS);
-  EXPECT_EQ(*reinterpret_cast<std::uint8_t*>(middle), 0);
-  EFI_PHYSICAL_ADDRESS limit = PageAllocator::kBase - 1;
-  EXPECT_EQ(bs->AllocatePages(AllocateMaxAddress, EfiLoaderData, 1, &limit), EFI_OUT_OF_RESOURCES);
-}
-
 // in and out are forbidden to programs, so that they arrive at the simulated ports.
 TEST_F(BootEndTest, PortInstructionsAreCarriedOutWithTheirWidth) {
   std::vector<std::pair<std::uint32_t, unsigned>> written;
@@ -204,23 +187,6 @@ TEST_F(BootEndTest, PortInstructionsAreCarriedOutWithTheirWidth) {
   EXPECT_THAT(written, testing::ElementsAre(std::pair(0x88u, 1u), std::pair(0x7788u, 2u), std::pair(0x55667788u, 4u),
                                             std::pair(0x88u, 1u)));
   EXPECT_EQ(machine.Log().Text(), "Hello\n");
-}
-
-TEST_F(BootEndTest, TimeStampCounterOfAnImageIsVirtual) {
-  EFI_PHYSICAL_ADDRESS page = 0;
-  ASSERT_EQ(bs->AllocatePages(AllocateAnyPages, EfiBootServicesCode, 1, &page), EFI_SUCCESS);
-  // rdtsc; shl rdx, 32; or rax, rdx; ret
-  const std::uint8_t code[] = {0x0F, 0x31, 0x48, 0xC1, 0xE2, 0x20, 0x48, 0x09, 0xD0, 0xC3};
-  std::memcpy(reinterpret_cast<void*>(page), code, sizeof(code));
-  ASSERT_EQ(mprotect(reinterpret_cast<void*>(page), kPageSize, PROT_READ | PROT_EXEC), 0);
-  std::uint64_t read = 0;
-  const BootOutcome outcome = machine.Run([&] {
-    bs->Stall(5'000'000);
-    read = reinterpret_cast<std::uint64_t (*)()>(page)();
-    return EFI_SUCCESS;
-  });
-  EXPECT_EQ(outcome.end, BootEnd::Returned) << outcome.text;
-  EXPECT_EQ(read, (5 * kSecond + kCounterReadTime) * 200);
 }
 
 }  // namespace

@@ -105,23 +105,6 @@ TEST_F(EventTest, ServicesAboveTheirPriorityAreCounted) {
   }
 }
 
-TEST_F(EventTest, TimersFireInTheOrderOfTheirTimesEachAtItsOwn) {
-  const EFI_EVENT late = Make('l', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
-  const EFI_EVENT early = Make('e', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
-  const EFI_EVENT tick = Make('t', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
-  const EFI_EVENT same = Make('s', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
-  bs->SetTimer(late, TimerRelative, 500);
-  bs->SetTimer(early, TimerRelative, 100);
-  bs->SetTimer(tick, TimerPeriodic, 200);
-  bs->SetTimer(same, TimerRelative, 500);
-  bs->Stall(70);
-  EXPECT_EQ(ran, "ettlst");
-  EXPECT_THAT(times, testing::ElementsAre(100, 200, 400, 500, 500, 600));
-  bs->SetTimer(tick, TimerCancel, 0);
-  bs->Stall(1000);
-  EXPECT_EQ(ran, "ettlst");
-}
-
 TEST_F(EventTest, TimesBeyondTheEndOfTimeDoNotWrapAround) {
   const EFI_EVENT timer = Make('t', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL);
   bs->Stall(10);
@@ -130,22 +113,6 @@ TEST_F(EventTest, TimesBeyondTheEndOfTimeDoNotWrapAround) {
   EXPECT_EQ(ran, "");
   const BootOutcome outcome = machine.Run([&] { return bs->Stall(~UINTN{0}); });
   EXPECT_EQ(outcome.end, BootEnd::TimeLimit);
-}
-
-TEST_F(EventTest, AGroupIsSignalledByAnyMemberAndByItsTimer) {
-  const EFI_EVENT first = Make('1', TPL_CALLBACK, EVT_NOTIFY_SIGNAL, &kRed);
-  Make('x', TPL_CALLBACK, EVT_NOTIFY_SIGNAL, &kBlue);
-  Make('2', TPL_NOTIFY, EVT_NOTIFY_SIGNAL, &kRed);
-  bs->SignalEvent(first);
-  EXPECT_EQ(ran, "21") << "all are signalled before any runs, so the priority decides";
-  ran.clear();
-  const EFI_EVENT timer = Make('3', TPL_CALLBACK, EVT_TIMER | EVT_NOTIFY_SIGNAL, &kRed);
-  bs->SetTimer(timer, TimerRelative, 10);
-  bs->Stall(1);
-  EXPECT_THAT(ran, testing::UnorderedElementsAre('1', '2', '3'));
-  ran.clear();
-  ASSERT_EQ(bs->InstallConfigurationTable(&kRed, &ran), EFI_SUCCESS);
-  EXPECT_EQ(ran.size(), 3u);
 }
 
 TEST_F(EventTest, CreateRefusesWhatTheStandardDoes) {

@@ -66,14 +66,6 @@ TEST_F(HandleTest, SecondOpenAnswersByBothModes) {
   }
 }
 
-TEST_F(HandleTest, DriverIsAlreadyStartedForWhicheverControllerItOpensAgain) {
-  ASSERT_EQ(Open(one, device, kDriver), EFI_SUCCESS);
-  found = nullptr;
-  EXPECT_EQ(Open(one, two, kDriver), EFI_ALREADY_STARTED);
-  EXPECT_EQ(found, &thing);
-  EXPECT_EQ(Opens().size(), 1u);
-}
-
 TEST_F(HandleTest, OpenRefusesWhatTheModeNeedsAndDoesNotGet) {
   const EFI_HANDLE stranger = &thing;
   struct Case {
@@ -104,35 +96,6 @@ TEST_F(HandleTest, OpenRefusesWhatTheModeNeedsAndDoesNotGet) {
   EXPECT_EQ(Opens().size(), 0u) << "an agent that is no handle can never close";
 }
 
-TEST_F(HandleTest, OutputOfOpenFollowsTheMode) {
-  found = &one;
-  EXPECT_EQ(Open(one, two, kTest), EFI_SUCCESS);
-  EXPECT_EQ(found, &one) << "a test leaves the output alone";
-  EXPECT_EQ(bs->OpenProtocol(device, &kRed, nullptr, one, two, kGet), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs->OpenProtocol(device, &kGreen, &found, one, two, kGet), EFI_UNSUPPORTED);
-  EXPECT_EQ(found, nullptr);
-  EXPECT_EQ(Open(one, two, kDriver), EFI_SUCCESS);
-  found = &one;
-  EXPECT_EQ(Open(two, two, kDriver), EFI_ACCESS_DENIED);
-  EXPECT_EQ(found, &one);
-}
-
-TEST_F(HandleTest, EqualOpensAreCountedAndClosedTogether) {
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(Open(one, two, kGet), EFI_SUCCESS);
-  }
-  ASSERT_EQ(Open(one, two, kDriver), EFI_SUCCESS);
-  ASSERT_EQ(Opens().size(), 2u);
-  EXPECT_EQ(Opens()[0].count, 3u);
-  EXPECT_EQ(bs->CloseProtocol(device, &kRed, one, two), EFI_SUCCESS);
-  EXPECT_EQ(Opens().size(), 0u);
-  EXPECT_EQ(machine.Counts().ComplaintCount(), 0u);
-  EXPECT_EQ(bs->CloseProtocol(device, &kRed, one, two), EFI_NOT_FOUND);
-  EXPECT_TRUE(machine.Counts().HasComplaint("CloseProtocol"));
-  EXPECT_EQ(bs->CloseProtocol(device, &kRed, nullptr, two), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs->CloseProtocol(device, &kRed, one, &thing), EFI_INVALID_PARAMETER);
-}
-
 TEST_F(HandleTest, InterfaceThatSomebodyHoldsIsNotRemoved) {
   for (const UINT32 mode : {kChild, kExclusive, kDriver}) {
     device = NewHandle(kRed, &thing);
@@ -144,43 +107,6 @@ TEST_F(HandleTest, InterfaceThatSomebodyHoldsIsNotRemoved) {
     EXPECT_FALSE(machine.Handles().Exists(device)) << "a handle without interfaces is gone";
     EXPECT_EQ(bs->UninstallProtocolInterface(device, &kRed, &thing), EFI_INVALID_PARAMETER);
   }
-}
-
-TEST_F(HandleTest, InstallRefusesASecondInterfaceOfTheSameProtocol) {
-  EXPECT_EQ(bs->InstallProtocolInterface(&device, &kRed, EFI_NATIVE_INTERFACE, nullptr), EFI_INVALID_PARAMETER);
-  EFI_HANDLE stranger = &thing;
-  EXPECT_EQ(bs->InstallProtocolInterface(&stranger, &kRed, EFI_NATIVE_INTERFACE, nullptr), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs->InstallProtocolInterface(nullptr, &kRed, EFI_NATIVE_INTERFACE, nullptr), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs->InstallProtocolInterface(&device, nullptr, EFI_NATIVE_INTERFACE, nullptr), EFI_INVALID_PARAMETER);
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(device), std::uintptr_t{1} << 32);
-}
-
-TEST_F(HandleTest, InstallMultipleUndoesAllWhenOneFails) {
-  EFI_HANDLE fresh = nullptr;
-  EXPECT_EQ(bs->InstallMultipleProtocolInterfaces(&fresh, &kGreen, &one, &kBlue, &two, &kGreen, &one, nullptr),
-            EFI_INVALID_PARAMETER);
-  EXPECT_EQ(fresh, nullptr);
-  EXPECT_TRUE(machine.Handles().With(kGreen).empty());
-  EXPECT_EQ(bs->InstallMultipleProtocolInterfaces(&device, &kGreen, &one, &kRed, &two, nullptr), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(machine.Handles().InterfacesOf(device)->size(), 1u);
-}
-
-TEST_F(HandleTest, InstallMultipleRefusesADevicePathThatIsTaken) {
-  DevicePath path;
-  path.Acpi(0x0A0341D0).Pci(1, 0);
-  DevicePath same = path;
-  DevicePath empty;
-  DevicePath alsoEmpty;
-  const EFI_GUID& guid = ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>;
-  EFI_HANDLE first = nullptr;
-  EFI_HANDLE second = nullptr;
-  ASSERT_EQ(bs->InstallMultipleProtocolInterfaces(&first, &guid, path.Get(), nullptr), EFI_SUCCESS);
-  EXPECT_EQ(bs->InstallMultipleProtocolInterfaces(&second, &kGreen, &one, &guid, same.Get(), nullptr),
-            EFI_ALREADY_STARTED);
-  EXPECT_EQ(second, nullptr);
-  EXPECT_TRUE(machine.Handles().With(kGreen).empty());
-  NewHandle(guid, empty.Get());
-  EXPECT_EQ(bs->InstallMultipleProtocolInterfaces(&second, &guid, alsoEmpty.Get(), nullptr), EFI_SUCCESS);
 }
 
 TEST_F(HandleTest, UninstallMultipleRemovesAllOrNothing) {
@@ -232,26 +158,6 @@ TEST_F(HandleTest, RegistrationFindsEachNewHandleOnce) {
   ASSERT_EQ(bs->CloseEvent(event), EFI_SUCCESS);
   NewHandle(kRed, &one);
   EXPECT_EQ(next(), nullptr) << "a registration ends with its event";
-}
-
-TEST_F(HandleTest, LocateHandleTellsTheRoomItNeedsAndKeepsTheOrderOfInstallation) {
-  const EFI_HANDLE late = one;
-  ASSERT_EQ(bs->InstallProtocolInterface(&two, &kGreen, EFI_NATIVE_INTERFACE, nullptr), EFI_SUCCESS);
-  EFI_HANDLE again = late;
-  ASSERT_EQ(bs->InstallProtocolInterface(&again, &kGreen, EFI_NATIVE_INTERFACE, nullptr), EFI_SUCCESS);
-  EFI_HANDLE buffer[2] = {};
-  UINTN size = sizeof(EFI_HANDLE);
-  EXPECT_EQ(bs->LocateHandle(ByProtocol, &kGreen, nullptr, &size, buffer), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(size, sizeof(buffer));
-  EXPECT_EQ(buffer[0], nullptr);
-  ASSERT_EQ(bs->LocateHandle(ByProtocol, &kGreen, nullptr, &size, buffer), EFI_SUCCESS);
-  EXPECT_THAT(buffer, testing::ElementsAre(two, late));
-  UINTN count = 7;
-  EFI_HANDLE* list = buffer;
-  const EFI_GUID unknown{};
-  EXPECT_EQ(bs->LocateHandleBuffer(ByProtocol, &unknown, nullptr, &count, &list), EFI_NOT_FOUND);
-  EXPECT_EQ(count, 0u);
-  EXPECT_EQ(list, nullptr);
 }
 
 class LocatePathTest : public FirmwareTest {

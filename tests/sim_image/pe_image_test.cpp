@@ -24,31 +24,6 @@ std::vector<std::byte> Place(const PeBuilder& file, std::uint64_t base, PeError&
   return PlacePe(*image, file.Bytes(), memory, base, error) ? memory : std::vector<std::byte>{};
 }
 
-TEST(ReadPe, AWholeImageIsDescribed) {
-  PeError error;
-  const auto image = ReadPe(SmallImage().Bytes(), error);
-  ASSERT_TRUE(image) << error.text;
-  EXPECT_EQ(image->subsystem, kSubsystemApplication);
-  EXPECT_EQ(image->entryPoint, 0x1000u);
-  EXPECT_EQ(image->imageSize, 0x4000u);
-  ASSERT_EQ(image->sections.size(), 3u);
-  EXPECT_EQ(image->sections[1].name, ".data");
-  EXPECT_EQ(image->sections[1].size, 0x100u);
-  EXPECT_EQ(image->sections[1].fileSize, 0x100u) << "the rounding of the file is not copied";
-  EXPECT_EQ(RightsByPage(*image), (std::vector<PageRights>{PageRights::Read, PageRights::ReadExecute,
-                                                           PageRights::ReadWrite, PageRights::Read}));
-}
-
-TEST(PlacePe, AtItsOwnAddressNothingIsRelocated) {
-  PeBuilder file = SmallImage();
-  file.Directory(5, 0, 0);
-  file.Put16(test::kCoff + 18, 0x0023);  // relocations stripped
-  PeError error;
-  EXPECT_FALSE(Place(file, test::kImageBase, error).empty());
-  EXPECT_TRUE(Place(file, 0x20000000, error).empty());
-  EXPECT_NE(error.text.find("no relocations"), std::string::npos);
-}
-
 struct BadImage {
   const char* what;
   std::function<void(PeBuilder&)> spoil;
@@ -105,14 +80,6 @@ TEST(ReadPe, EveryLieIsNamed) {
     EXPECT_NE(error.text.find(test.message), std::string::npos) << test.what << ": " << error.text;
     EXPECT_EQ(error.status, test.status) << test.what;
   }
-}
-
-// Firmware loads them, and loaders in service are built so: note sections behind each other without a gap.
-TEST(ReadPe, SectionsMayBeginBetweenTwoAlignments) {
-  PeBuilder file = SmallImage();
-  file.Put32(test::kSections + test::kSectionSize + 12, 0x2010);
-  PeError error;
-  EXPECT_TRUE(ReadPe(file.Bytes(), error)) << error.text;
 }
 
 TEST(ReadPe, TruncatedAtEveryByteItIsRefused) {
@@ -209,16 +176,6 @@ PeBuilder ImageWithResource() {
   return file;
 }
 
-TEST(FindHiiResource, FindsThePackageList) {
-  PeError error;
-  const PeBuilder file = ImageWithResource();
-  auto memory = Place(file, 0x20000000, error);
-  const auto image = ReadPe(file.Bytes(), error);
-  const auto found = FindHiiResource(*image, memory);
-  ASSERT_EQ(found.size(), 0x20u);
-  EXPECT_EQ(found[0], std::byte{0xAB});
-}
-
 TEST(FindHiiResource, NeverLeavesADamagedTree) {
   PeError error;
   const PeBuilder file = ImageWithResource();
@@ -250,9 +207,11 @@ TEST(ReadPe, RandomDamageNeverCrossesTheFile) {
       file.File()[random() % test::kHeaders] = static_cast<std::uint8_t>(random());
     }
     PeError error;
-    accepted += Place(file, 0x20000000, error).empty() ? 0 : 1;
+    const bool refused = Place(file, 0x20000000, error).empty();
+    EXPECT_EQ(refused, !error.text.empty()) << error.text;
+    accepted += refused ? 0 : 1;
   }
-  EXPECT_GT(accepted, 0);
+  EXPECT_GT(accepted, 100);
 }
 
 }  // namespace

@@ -28,26 +28,6 @@ Rom Joined(Rom first, const Rom& second) {
   return first;
 }
 
-TEST(OptionRom, IsWhatABiosExpects) {
-  const Rom rom = Legacy();
-  ASSERT_EQ(rom.size(), 512u);
-  EXPECT_EQ(rom[0], std::byte{0x55});
-  EXPECT_EQ(rom[1], std::byte{0xAA});
-  EXPECT_EQ(rom[2], std::byte{1});
-  const unsigned sum = std::accumulate(rom.begin(), rom.end(), 0u, [](unsigned total, std::byte byte) {
-    return total + std::to_integer<unsigned>(byte);
-  });
-  EXPECT_EQ(sum & 0xFF, 0u);
-  EXPECT_EQ(rom[kData + 0x0D + 2], std::byte{0x03});  // base class
-}
-
-TEST(OptionRom, TheLegacyImageIsFoundBehindOthers) {
-  EXPECT_TRUE(HasLegacyImage(Legacy()));
-  EXPECT_TRUE(HasLegacyImage(Joined(Efi(), Legacy())));
-  EXPECT_FALSE(HasLegacyImage(Efi()));
-  EXPECT_FALSE(HasLegacyImage({}));
-}
-
 struct Damage {
   const char* what;
   std::size_t offset;

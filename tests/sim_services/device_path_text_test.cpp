@@ -135,18 +135,6 @@ TEST(DeviceNodeText, NodesTooShortForTheirKindTakeTheGeneralForm) {
   EXPECT_EQ(Narrow(DeviceNodeText(Bytes("04 01 06 00 0100"))), "MediaPath(1,0100)");
 }
 
-TEST(DevicePathText, JoinsNodesAndInstances) {
-  const auto path = Bytes(
-      "02010C00D041030A00000000 01010600021F 03120A000000FFFF0000 7F010400 "
-      "02010C00D041030A00000000 04040A005C0041000000 7FFF0400 AAAA");
-  const auto text = DevicePathText(path);
-  ASSERT_TRUE(text);
-  EXPECT_EQ(Narrow(*text), "PciRoot(0x0)/Pci(0x1F,0x2)/Sata(0x0,0xFFFF,0x0),PciRoot(0x0)/\\A");
-  const auto back = DevicePathFromText(*text);
-  ASSERT_TRUE(back);
-  EXPECT_EQ(HexBytes(*back) + "AAAA", HexBytes(path));
-}
-
 TEST(DevicePathText, MalformedPathsHaveNoText) {
   const char* cases[] = {
       "", "7F", "7FFF0300", "01010600021F", "01010300021F7FFF0400", "0101FF00021F7FFF0400", "01010000 7FFF0400"};
@@ -154,16 +142,6 @@ TEST(DevicePathText, MalformedPathsHaveNoText) {
     EXPECT_FALSE(DevicePathText(Bytes(hex))) << hex;
   }
   EXPECT_EQ(DevicePathText(Bytes("7FFF0400")), u"");
-}
-
-TEST(DevicePathFromText, WhatIsNoNodeIsAFile) {
-  for (const char16_t* text : {u"\\EFI\\BOOT\\BOOTX64.EFI", u"Unknown(1,2)", u"Pci(1", u"plain name"}) {
-    const auto node = DeviceNodeFromText(text);
-    ASSERT_TRUE(node);
-    EXPECT_EQ(DeviceNodeText(*node), text);
-    EXPECT_EQ((*node)[0], std::byte{MEDIA_DEVICE_PATH});
-    EXPECT_EQ((*node)[1], std::byte{MEDIA_FILEPATH_DP});
-  }
 }
 
 TEST(DevicePathFromText, WrongArgumentsRefuseThePath) {
@@ -174,12 +152,6 @@ TEST(DevicePathFromText, WrongArgumentsRefuseThePath) {
     EXPECT_FALSE(DeviceNodeFromText(Wide(text))) << text;
     EXPECT_FALSE(DevicePathFromText(Wide("PciRoot(0x0)/" + text))) << text;
   }
-}
-
-TEST(DevicePathFromText, MissingArgumentsAreZero) {
-  EXPECT_EQ(Narrow(DeviceNodeText(*DeviceNodeFromText(u"PciRoot()"))), "PciRoot(0x0)");
-  EXPECT_EQ(Narrow(DeviceNodeText(*DeviceNodeFromText(u"Sata(2)"))), "Sata(0x2,0x0,0x0)");
-  EXPECT_EQ(Narrow(DeviceNodeText(*DeviceNodeFromText(u"Pci( 31 , 0x2)"))), "Pci(0x1F,0x2)");
 }
 
 TEST(DevicePathText, RandomPathsNeverCrossTheirBytesAndRandomTextsNeverCrash) {

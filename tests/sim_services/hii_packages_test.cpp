@@ -66,21 +66,6 @@ TEST(HiiPackageList, EveryBlockKindCountsItsIdentifiers) {
   EXPECT_EQ(list->strings[0].nextId, 266);
 }
 
-TEST(HiiPackageList, OtherPackagesAreKeptAndTheListIsRebuilt) {
-  HiiError error;
-  const Block form{8, 0, 0, 0x02, 1, 2, 3, 4};
-  const auto list = Read(List({form, StringPackage({0x22, 4, 0x14, 'A', 0, 0, 0, 0x22, 3, 0x00}, "de")}), error);
-  ASSERT_TRUE(list) << error.text;
-  ASSERT_EQ(list->others.size(), 1u);
-  EXPECT_EQ(list->others[0].type, 0x02);
-  const auto again = ReadHiiPackageList(list->Encode(), error);
-  ASSERT_TRUE(again) << error.text;
-  EXPECT_EQ(again->strings[0].strings, list->strings[0].strings);
-  EXPECT_EQ(again->strings[0].nextId, 9);
-  EXPECT_EQ(again->strings[0].language, "de");
-  EXPECT_EQ(again->others[0].bytes, list->others[0].bytes);
-}
-
 TEST(HiiPackageList, BadBlocksAreNamed) {
   struct Case {
     const char* what;
@@ -178,9 +163,11 @@ TEST(HiiPackageList, RandomDamageStaysInBounds) {
     Block list = whole;
     list[16 + random() % (list.size() - 16)] = static_cast<std::uint8_t>(random());
     HiiError error;
-    accepted += Read(list, error).has_value() ? 1 : 0;
+    const bool taken = Read(list, error).has_value();
+    EXPECT_EQ(taken, error.text.empty()) << error.text;
+    accepted += taken ? 1 : 0;
   }
-  EXPECT_GT(accepted, 0);
+  EXPECT_GT(accepted, 100);
 }
 
 }  // namespace

@@ -12,28 +12,6 @@ Bytes Pattern(std::size_t size) {
   return bytes;
 }
 
-TEST(DiskImage, FileAndMemoryAnswerTheSameBytes) {
-  const TemporaryFolder folder;
-  const Bytes content = Pattern(100'000);
-  const auto path =
-      folder.Write("disk.img", std::string(reinterpret_cast<const char*>(content.data()), content.size()));
-  std::string error;
-  const BlockSourcePtr file = OpenDiskImage(path, {}, error);
-  const BlockSourcePtr memory = MakeMemoryDisk(content);
-  ASSERT_NE(file, nullptr) << error;
-  EXPECT_EQ(file->Size(), 100'352U) << "rounded up to whole blocks";
-  EXPECT_EQ(memory->Size(), file->Size());
-  for (const auto& [offset, size] :
-       {std::pair<std::size_t, std::size_t>{0, 512}, {511, 3}, {65'000, 2000}, {99'990, 10}}) {
-    Bytes fromFile(size);
-    Bytes fromMemory(size);
-    ASSERT_EQ(file->Read(offset, fromFile), EFI_SUCCESS) << offset;
-    ASSERT_EQ(memory->Read(offset, fromMemory), EFI_SUCCESS) << offset;
-    EXPECT_EQ(fromFile, fromMemory) << offset;
-    EXPECT_TRUE(std::equal(fromFile.begin(), fromFile.end(), content.begin() + offset)) << offset;
-  }
-}
-
 TEST(DiskImage, PartialLastBlockReadsAsPaddedAndTheEndIsAnError) {
   const BlockSourcePtr disk = MakeMemoryDisk(Pattern(700));
   Bytes block(512, std::byte{0xEE});

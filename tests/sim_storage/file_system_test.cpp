@@ -58,23 +58,6 @@ TEST_F(FatVolume, EveryFatWidthIsRead) {
   }
 }
 
-TEST_F(FatVolume, DirectoriesListTheirMembersOnly) {
-  const auto reader = OpenImage(MakeImage(folder_, "fat", "3 --fat 12 " + files_));
-  std::unique_ptr<OpenedFile> root;
-  ASSERT_EQ(reader->Open("", root), EFI_SUCCESS);
-  std::vector<FileEntry> entries;
-  ASSERT_EQ(root->List(entries), EFI_SUCCESS);
-  ASSERT_EQ(entries.size(), 1U);
-  EXPECT_EQ(entries[0].name, "EFI");
-  EXPECT_TRUE(entries[0].IsDirectory());
-  std::unique_ptr<OpenedFile> folder;
-  ASSERT_EQ(reader->Open("\\EFI\\", folder), EFI_SUCCESS);
-  ASSERT_EQ(folder->List(entries), EFI_SUCCESS);
-  std::set<std::string> names;
-  for (const FileEntry& entry : entries) names.insert(entry.name);
-  EXPECT_EQ(names, (std::set<std::string>{"BOOT", "big.txt", "empty.bin", "A_rather_long_name_of_a_file.config"}));
-}
-
 TEST_F(FatVolume, PathsThatLeadNowhereAreNotFound) {
   const auto reader = OpenImage(MakeImage(folder_, "fat", "3 --fat 12 " + files_));
   std::string deep;
@@ -118,6 +101,7 @@ TEST_F(FatVolume, ImageCutShortAnswersWithAnError) {
 TEST_F(FatVolume, RandomDamageEndsInAStatus) {
   const Bytes original = ReadFileBytes(MakeImage(folder_, "fat", "3 --fat 12 " + files_));
   std::mt19937 random(11);
+  int read = 0;
   for (int round = 0; round < 300; ++round) {
     Bytes disk = original;
     // Boot sector, FATs, root and the first folders: where damage hurts.
@@ -137,27 +121,12 @@ TEST_F(FatVolume, RandomDamageEndsInAStatus) {
         std::size_t done = 0;
         if (EFI_ERROR(reader->Open(path, file)) || file->Entry().IsDirectory()) continue;
         if (EFI_ERROR(file->Read(0, piece, done))) continue;
-        EXPECT_LE(done, piece.size());
+        EXPECT_EQ(done, std::min<std::size_t>(piece.size(), file->Entry().size));
+        ++read;
       }
     }
   }
-}
-
-TEST(Iso9660, FilesAndLabelAreRead) {
-  const TemporaryFolder folder;
-  const auto image = MakeImage(folder, "iso", "2 --fat 12 --label DISC");
-  std::string error;
-  const BlockSourcePtr disc = OpenDiskImage(image, {.blockSize = 2048}, error);
-  ASSERT_EQ(ProbeVolume(*disc), VolumeKind::Iso9660);
-  std::unique_ptr<FileSystemReader> reader;
-  ASSERT_EQ(OpenFileSystem(disc, reader), EFI_SUCCESS);
-  EXPECT_EQ(reader->Info().label, "DISC");
-  std::unique_ptr<OpenedFile> file;
-  ASSERT_EQ(reader->Open("\\readme.txt", file), EFI_SUCCESS);
-  std::string text(file->Entry().size, ' ');
-  std::size_t done = 0;
-  ASSERT_EQ(file->Read(0, std::as_writable_bytes(std::span(text)), done), EFI_SUCCESS);
-  EXPECT_EQ(text, "A disc of the simulated server.\n");
+  EXPECT_GT(read, 100);
 }
 
 TEST(FileSystem, WhatIsNoVolumeIsUnsupported) {

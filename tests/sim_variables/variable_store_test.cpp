@@ -113,15 +113,6 @@ TEST(SetVariable, NamesWithoutEndAreBounded) {
   EXPECT_EQ(Set(store, tooLong.c_str() + 1, kAll, "x"), EFI_SUCCESS);
 }
 
-TEST(SetVariable, ProtectedVariablesRefuseWritesAndDeletes) {
-  VariableStore store;
-  ASSERT_EQ(Set(store, u"SecureBoot", kBs | kRt, "0"), EFI_SUCCESS);
-  store.Protect(u"SecureBoot", kVendor);
-  EXPECT_EQ(Set(store, u"SecureBoot", kBs | kRt, "1"), EFI_WRITE_PROTECTED);
-  EXPECT_EQ(Set(store, u"SecureBoot", kBs | kRt, ""), EFI_WRITE_PROTECTED);
-  EXPECT_EQ(Value(store, u"SecureBoot"), "0");
-}
-
 TEST(GetVariable, TellsSizeAndAttributesBeforeItCopies) {
   VariableStore store;
   ASSERT_EQ(Set(store, u"V", kBs, "abcd"), EFI_SUCCESS);
@@ -142,27 +133,6 @@ TEST(GetVariable, TellsSizeAndAttributesBeforeItCopies) {
   for (const auto& [name, vendor] : {std::pair{u"V", kOther}, {u"v", kVendor}, {u"", kVendor}}) {
     EXPECT_EQ(store.GetVariable(name, &vendor, nullptr, &size, nullptr), EFI_NOT_FOUND);
   }
-}
-
-TEST(GetNextVariableName, WalksAllOnceInOrderOfCreation) {
-  VariableStore store;
-  for (const CHAR16* name : {u"Beta", u"A", u"Longer name"}) {
-    ASSERT_EQ(Set(store, name, kBs, "x"), EFI_SUCCESS);
-  }
-  CHAR16 name[32] = u"";
-  EFI_GUID guid{};
-  std::vector<std::u16string> seen;
-  for (;;) {
-    UINTN size = sizeof(name);
-    const EFI_STATUS status = store.GetNextVariableName(&size, name, &guid);
-    if (status != EFI_SUCCESS) {
-      EXPECT_EQ(status, EFI_NOT_FOUND);
-      break;
-    }
-    seen.emplace_back(name);
-    EXPECT_EQ(size, (seen.back().size() + 1) * 2);
-  }
-  EXPECT_EQ(seen, (std::vector<std::u16string>{u"Beta", u"A", u"Longer name"}));
 }
 
 TEST(GetNextVariableName, RefusesShortBuffersAndUnknownAndUnterminatedNames) {
@@ -199,25 +169,6 @@ TEST(AtRuntime, OnlyRuntimeVariablesAreSeenAndOnlyLastingOnesWritten) {
   EXPECT_EQ(Value(store, u"Boot"), "b");
   EXPECT_EQ(Value(store, u"Volatile"), "(absent)");
   EXPECT_EQ(Value(store, u"Lasting"), "m");
-}
-
-TEST(Journal, CountsWhatChangedAndNotWhatDidNot) {
-  VariableStore store;
-  Set(store, u"V", kAll, "abc");
-  Set(store, u"V", kAll, "abc");
-  Set(store, u"V", kBs, "abc");
-  Set(store, u"Volatile", kBs, "abc");
-  Set(store, u"V", 0, "");
-  std::vector<std::string> kinds;
-  for (const VariableWrite& write : store.Journal()) {
-    kinds.emplace_back(VariableWriteKindName(write.kind));
-  }
-  EXPECT_EQ(kinds, (std::vector<std::string>{"create", "unchanged", "refused", "create", "delete"}));
-  EXPECT_EQ(store.NonVolatileWrites(), 2u) << "a deletion counts whatever attributes it named";
-  EXPECT_EQ(store.NonVolatileBytes(), 3u);
-  const auto& usage = store.UsageByVariable().at({u"V", kVendor});
-  EXPECT_EQ(usage.writes, 2u);
-  EXPECT_EQ(usage.bytes, 3u);
 }
 
 class RefusingSink final : public VariableSink {

@@ -1,4 +1,4 @@
-// Tests on the option and device lists: fresh lists over fake firmware, emptied at the end.
+// Tests on the option and device lists: fresh lists on the simulated machine, emptied at the end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include "bootopt/boot_lists.h"
 #include "support/services.h"
 #include "support/text.h"
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace fake {
 
@@ -40,7 +40,7 @@ class BootListsTest : public testing::Test {
     return *option;
   }
 
-  std::string TakeLog() { return std::exchange(Fw.Log, {}); }
+  std::string TakeLog() { return Fw.TakeLog(); }
 
   Firmware Fw;
 };

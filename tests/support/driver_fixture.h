@@ -6,6 +6,10 @@
 
 #include <cstddef>
 #include <cstring>
+#include <deque>
+#include <functional>
+#include <limits>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -65,12 +69,32 @@ inline Data LoadOption(UINT32 attributes, std::u16string_view description, const
   return Joined({DataOf(attributes), DataOf(static_cast<UINT16>(path.Size())), text, path.Bytes(), optionalData});
 }
 
-class DriverTest : public ::testing::Test {
- protected:
-  DriverTest()
-      : runtime(machine.Attach<sim::RuntimeServices>(store)),
+// The machine by itself, for tests that need more than one, or none of GoogleTest's fixtures.
+class DriverMachine {
+ public:
+  explicit DriverMachine(sim::VariableStore::Limits limits = {})
+      : store(limits),
+        runtime(machine.Attach<sim::RuntimeServices>(store)),
         images(machine.Attach<sim::ImageService>()),
-        image(images.CreateLinkedDriverImage(u"")) {
+        driverImage(images.CreateLinkedDriverImage(u"")) {
+    StartDriver();
+    const EFI_RUNTIME_SERVICES& table = *machine.RuntimeServices();
+    getVariable_ = table.GetVariable;
+    setVariable_ = table.SetVariable;
+    machine.RuntimeServices()->GetVariable = GetVariable;
+    machine.RuntimeServices()->SetVariable = SetVariable;
+    current_ = this;
+    poolAtStart_ = machine.Pool().Count();
+  }
+  ~DriverMachine() {
+    EXPECT_EQ(machine.Counts().ComplaintCount(), expectedComplaints)
+        << testing::PrintToString(machine.Counts().Complaints());
+    current_ = nullptr;
+  }
+  DriverMachine(const DriverMachine&) = delete;
+
+  // What the entry point does first.
+  void StartDriver() {
     bds::StartFresh(bds::gDebug);
     bds::StartFresh(bds::gCore);
     bds::StartFresh(bds::gOptionRom);
@@ -78,12 +102,7 @@ class DriverTest : public ::testing::Test {
     bds::StartFresh(bds::gPolicyEngine);
     bds::StartFresh(bds::gBmc);
     bds::StartFresh(bds::gFlexBoot);
-    bds::InitializeServices(image, machine.SystemTable());
-  }
-  void TearDown() override {
-    for (const std::string& complaint : machine.Counts().Complaints()) {
-      ADD_FAILURE() << "misused service: " << complaint;
-    }
+    bds::InitializeServices(driverImage, machine.SystemTable());
   }
 
   void Set(std::u16string_view name, const Data& data, UINT32 attributes = 7,
@@ -101,8 +120,14 @@ class DriverTest : public ::testing::Test {
     EXPECT_EQ(found->attributes, attributes);
     EXPECT_EQ(found->data, data);
   }
-  const std::string& Log() { return machine.Log().Text(); }
-  bool Logged(std::string_view part) { return machine.Log().Contains(part); }
+  // Since the last TakeLog.
+  std::string Log() { return machine.Log().Text().substr(logTaken_); }
+  std::string TakeLog() {
+    const std::string log = Log();
+    logTaken_ += log.size();
+    return log;
+  }
+  bool Logged(std::string_view part) { return Log().find(part) != std::string::npos; }
 
   // A new handle with the interface on it.
   template <typename Interface>
@@ -111,14 +136,82 @@ class DriverTest : public ::testing::Test {
     EXPECT_EQ(machine.Install(handle, interface), EFI_SUCCESS);
     return handle;
   }
+  void Install(EFI_HANDLE handle, const EFI_GUID& guid, void* interface) {
+    EXPECT_EQ(machine.Handles().Install(&handle, &guid, interface), EFI_SUCCESS);
+  }
+  template <typename Interface>
+  void Install(EFI_HANDLE handle, Interface* interface) {
+    Install(handle, ProtocolGuid<Interface>, interface);
+  }
   // A new handle with this device path, which the test keeps alive.
   EFI_HANDLE InstallPath(sim::DevicePath& path) { return Install(path.Get()); }
+  // A new handle with a copy of these bytes as its device path; without bytes, with nothing that matters.
+  EFI_HANDLE NewHandle(std::span<const std::byte> path = {}) {
+    static constexpr EFI_GUID kNothing{0xB1A2C3D4, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+    EFI_HANDLE handle = nullptr;
+    paths_.emplace_back(path.begin(), path.end());
+    const EFI_GUID& guid = path.empty() ? kNothing : ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>;
+    EXPECT_EQ(machine.Handles().Install(&handle, &guid, paths_.back().data()), EFI_SUCCESS);
+    return handle;
+  }
+  void OpenByDriver(EFI_HANDLE handle, const EFI_GUID& guid, EFI_HANDLE agent,
+                    UINT32 attributes = EFI_OPEN_PROTOCOL_BY_DRIVER) {
+    const bool child = attributes == EFI_OPEN_PROTOCOL_BY_CHILD_CONTROLLER;
+    void* interface = nullptr;
+    EXPECT_EQ(machine.Handles().OpenProtocol(handle, &guid, &interface, agent, child ? agent : handle, attributes),
+              EFI_SUCCESS);
+  }
+
+  // Blocks of the pool that are held now and were not at the start.
+  std::size_t PoolBlocks() { return machine.Pool().Count() - poolAtStart_; }
+  // From here on the blocks that are held belong to a boot that is over.
+  void AbandonPool() { poolAtStart_ = machine.Pool().Count(); }
+  // The allocation that comes after `successes` more fails, and it alone; with `always` each behind it too.
+  void FailAllocationAfter(int successes, bool always = false) {
+    machine.Faults().SetCallHook([left = successes, always](std::string_view service, std::uint64_t) mutable {
+      const bool counts = service == "AllocatePool";
+      left -= counts && left >= 0 ? 1 : 0;
+      const bool fails = counts && left < 0;
+      left = fails && !always ? std::numeric_limits<int>::max() : left;
+      return fails ? std::optional<EFI_STATUS>(EFI_OUT_OF_RESOURCES) : std::nullopt;
+    });
+  }
+  // Asked before each read and write of a variable; an error is the answer, and nothing is done.
+  std::function<EFI_STATUS(const std::u16string& name)> RefuseRead;
+  std::function<EFI_STATUS(const std::u16string& name)> RefuseWrite;
+  int Writes = 0;  // that were asked for
 
   sim::VariableStore store;
   sim::Machine machine;
   sim::RuntimeServices& runtime;
   sim::ImageService& images;
-  EFI_HANDLE image;  // the driver's
+  EFI_HANDLE driverImage;
+  std::uint64_t expectedComplaints = 0;
+
+ private:
+  static EFI_STATUS EFIAPI GetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32* attributes, UINTN* size,
+                                       VOID* data) {
+    const EFI_STATUS refused = current_->RefuseRead ? current_->RefuseRead(name) : EFI_SUCCESS;
+    return EFI_ERROR(refused) ? refused : current_->getVariable_(name, guid, attributes, size, data);
+  }
+  static EFI_STATUS EFIAPI SetVariable(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
+                                       const VOID* data) {
+    ++current_->Writes;
+    const EFI_STATUS refused = current_->RefuseWrite ? current_->RefuseWrite(name) : EFI_SUCCESS;
+    return EFI_ERROR(refused) ? refused : current_->setVariable_(name, guid, attributes, size, data);
+  }
+
+  static inline DriverMachine* current_ = nullptr;
+  decltype(EFI_RUNTIME_SERVICES::GetVariable) getVariable_ = nullptr;
+  decltype(EFI_RUNTIME_SERVICES::SetVariable) setVariable_ = nullptr;
+  std::deque<Data> paths_;
+  std::size_t poolAtStart_ = 0;
+  std::size_t logTaken_ = 0;
+};
+
+class DriverTest : public ::testing::Test, protected DriverMachine {
+ protected:
+  EFI_HANDLE image = driverImage;
 };
 
 }  // namespace test

@@ -14,7 +14,7 @@
 #include "platform/hii_database.h"
 #include "platform/hii_string.h"
 #include "support/text.h"
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace fake {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace fake {
 

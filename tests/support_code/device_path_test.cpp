@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace bds {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/debug_print.h"
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace bds {
 namespace {
@@ -77,7 +77,7 @@ TEST(DebugPrint, MaskDecidesAndTheDriversOwnMessagesNeedAnyBit) {
   DebugPrint("shown");
   gDebug.Mask = 0;
   DebugPrint("silent");
-  EXPECT_EQ(firmware.Log, "shown");
+  EXPECT_EQ(firmware.Log(), "shown");
 }
 
 TEST(DebugPrint, LongTextsLoseNothingInTheirPieces) {
@@ -87,9 +87,9 @@ TEST(DebugPrint, LongTextsLoseNothingInTheirPieces) {
     for (UINTN i = 0; i < length; ++i) {
       text += static_cast<char>('a' + i % 26);
     }
-    firmware.Log.clear();
+    firmware.TakeLog();
     DebugPrintText(text.c_str());
-    EXPECT_EQ(firmware.Log, text) << length;
+    EXPECT_EQ(firmware.Log(), text) << length;
   }
 }
 
@@ -97,9 +97,9 @@ TEST(DebugPrint, HexDumpShowsTheLastShortLine) {
   fake::Firmware firmware;
   const std::byte bytes[17] = {std::byte{'A'}, std::byte{0x1F}, std::byte{0xFF}};
   DebugHexDump(bytes);
-  EXPECT_EQ(firmware.Log.substr(0, 22), "00000000: 41 1f ff 00 ");
-  EXPECT_NE(firmware.Log.find("A.............."), std::string::npos);
-  EXPECT_NE(firmware.Log.find("\n00000010: 00 "), std::string::npos);
+  EXPECT_EQ(firmware.Log().substr(0, 22), "00000000: 41 1f ff 00 ");
+  EXPECT_NE(firmware.Log().find("A.............."), std::string::npos);
+  EXPECT_NE(firmware.Log().find("\n00000010: 00 "), std::string::npos);
 }
 
 }  // namespace

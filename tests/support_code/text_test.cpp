@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace bds {
 namespace {

@@ -3,15 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/fake_firmware.h"
+#include "tests/support/firmware.h"
 
 namespace bds {
 namespace {
 
 TEST(Variables, OneBufferServesManyReads) {
   fake::Firmware firmware;
-  firmware.Variables[u"Small"] = {1, 2};
-  firmware.Variables[u"Large"] = fake::Data(100, 7);
+  firmware.Put(u"Small", {1, 2});
+  firmware.Put(u"Large", fake::Data(100, 7));
   PoolBuffer buffer;
   UINTN capacity = 0;
   ASSERT_EQ(ReadVariableIntoBuffer(u"Large", gEfiGlobalVariableGuid, nullptr, capacity, buffer), EFI_SUCCESS);
@@ -27,17 +27,11 @@ TEST(Variables, OneBufferServesManyReads) {
 
 TEST(Variables, AnExhaustedPoolIsReported) {
   fake::Firmware firmware;
-  firmware.Variables[u"Small"] = {1, 2};
+  firmware.Put(u"Small", {1, 2});
   PoolBuffer buffer;
   firmware.FailAllocationAfter(0);
   EXPECT_EQ(ReadVariable(u"Small", gEfiGlobalVariableGuid, buffer), EFI_OUT_OF_RESOURCES);
   EXPECT_TRUE(buffer.Bytes().empty());
-}
-
-TEST(Variables, NamesOfNumberedVariables) {
-  EXPECT_EQ(std::u16string(BootVariableName(0xAB)), u"Boot00AB");
-  EXPECT_EQ(std::u16string(BootVariableNameLowerCase(0xAB)), u"Boot00ab");
-  EXPECT_EQ(std::u16string(DriverVariableName(0xFFFF)), u"DriverFFFF");
 }
 
 }  // namespace

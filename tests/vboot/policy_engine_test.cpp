@@ -8,7 +8,7 @@
 #include "platform/flexboot_protocol.h"
 #include "platform/setup_variable.h"
 #include "support/device_path.h"
-#include "tests/support/fake_boot_server.h"
+#include "tests/support/boot_server.h"
 
 namespace {
 
@@ -233,7 +233,7 @@ TEST(PolicyDebugText, DataThatFitsIsDumpedWithItsEscapes) {
 TEST(PolicyDebugText, ThePoolRunningOutKeepsTheText) {
   FakeServer firmware;
   bds::AppendPolicyDebugText("head");
-  firmware.PoolExhausted = true;
+  firmware.FailAllocationAfter(0, true);
   bds::AppendPolicyDebugData(Blob(2000));
   for (int i = 0; i < 10; ++i) {
     bds::AppendPolicyDebugText("%a", std::string(290, 'x').c_str());

@@ -1,24 +1,18 @@
-// A server for tests of the boot option routines, on top of the fake firmware: variables with GUIDs and attributes
-// that a store may refuse, volumes, disks, a BBS table, and device paths written node by node. What firmware would
-// refuse is refused here too. Whole boots run on the simulated server.
+// The simulated machine for tests of the boot option routines: device paths written node by node, volumes that hold
+// files by name, the CSM's BBS table. Whole boots run on the described server.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <functional>
 #include <initializer_list>
-#include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "bootopt/boot_lists.h"
-#include "platform/legacy_bios.h"
 #include "platform/simple_file_system.h"
-#include "support/services.h"
 #include "tests/support/name_fakes.h"
 
 namespace bdstest {
@@ -53,7 +47,6 @@ struct StoredVariable {
   Blob Data;
   friend bool operator==(const StoredVariable&, const StoredVariable&) = default;
 };
-using VariableKey = std::pair<std::u16string, std::string>;  // name and the GUID's bytes
 
 // A volume that holds files of these names; counts what is open.
 struct FakeVolume {
@@ -66,54 +59,26 @@ struct FakeVolume {
   FakeVolume(const FakeVolume&) = delete;
 };
 
-class FakeServer {
+class FakeServer : public fake::Firmware {
  public:
-  FakeServer();
-  ~FakeServer();  // empties the lists; a pool block that is left then fails the test
-  FakeServer(const FakeServer&) = delete;
+  ~FakeServer();  // empties the lists
 
   // A handle with a device path (none when empty), which lives as long as this object.
-  EFI_HANDLE AddHandle(const Blob& path = {});
-  void Install(EFI_HANDLE handle, const EFI_GUID& guid, void* interface);
+  EFI_HANDLE AddHandle(const Blob& path = {}) { return NewHandle(path); }
+  using DriverMachine::Install;
   template <typename T>
   void Install(EFI_HANDLE handle, T& interface) {
-    Install(handle, ProtocolGuid<T>, &interface);
-  }
-  void OpenByDriver(EFI_HANDLE handle, const EFI_GUID& guid, EFI_HANDLE agent) {
-    firmware_.OpenByDriver(handle, guid, agent, EFI_OPEN_PROTOCOL_BY_DRIVER);
+    DriverMachine::Install(handle, ProtocolGuid<T>, &interface);
   }
 
-  // Publishes a BBS table with these entries; it keeps its address.
+  // A CSM with these entries; its table keeps its address.
   BBS_TABLE* PublishBbsTable(const std::vector<BBS_TABLE>& entries);
 
+  // Replaces a variable of other attributes.
   void SetVariable(const std::u16string& name, const EFI_GUID& guid, UINT32 attributes, const Blob& data);
   std::optional<StoredVariable> Variable(const std::u16string& name,
                                          const EFI_GUID& guid = gEfiGlobalVariableGuid) const;
-  std::map<VariableKey, StoredVariable> Variables;
-  // Asked before each write; an error is the write's answer and nothing is stored.
-  std::function<EFI_STATUS(const std::u16string& name)> RefuseWrite;
-  int Writes = 0;
-  // Asked before each read; an error is the read's answer.
-  std::function<EFI_STATUS(const std::u16string& name)> RefuseRead;
-
-  const std::string& Log() const { return firmware_.Log; }
-  bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
-  int CountLogged(const std::string& text) const;
-
-  bool PoolExhausted = false;  // while set, every allocation fails
-  int PoolFailsAfter = -1;     // the allocation behind this many fails, and it alone
-  bool* PoolFailed = nullptr;  // set when that happened
-
- private:
-  friend struct ServerServices;
-
-  fake::Firmware firmware_;
-  decltype(EFI_BOOT_SERVICES::AllocatePool) allocatePool_ = nullptr;
-  std::vector<std::pair<EFI_HANDLE, EFI_GUID>> interfaces_;
-  std::vector<std::unique_ptr<Blob>> paths_;
-  std::vector<BBS_TABLE> bbsTable_;
-  UINT16 bbsCount_ = 0;
-  EFI_LEGACY_BIOS_PROTOCOL legacyBios_{};
+  int CountLogged(const std::string& text);
 };
 
 // A new record at the end of BootOptionList.
