@@ -31,6 +31,7 @@ Row gRows[] = {
     {"order", "managed/*/*/replace", "and puts no order back"},
     {"bytes", "stbu/*/*/unplug", "an orphan goes"},
     {"order", "stbu/*/*/unplug", "an orphan goes"},
+    {"bytes", "stbu/*/*/replace", "every boot numbers the options anew, the user's too"},
     {"order", "stbu/*/*/install", "the STBU mode decides the whole order"},
     {"order", "stbu/*/*/append", "the STBU mode decides the whole order"},
     // NVRAM is lost, or was never restored, and the BMC denies its copies: what is skipped is skipped for good.
@@ -57,8 +58,6 @@ Row gRows[] = {
     {"*", "long/*/call SetVariable */*", "known"},
     {"*", "restored/*/call SetVariable */*", "known"},
     {"options", "managed/*/call AllocatePool */*", "known"},
-    // Not looked at again since its order got routines of its own.
-    {"*", "stbu/*/*/*", "known"},
 };
 
 }  // namespace
