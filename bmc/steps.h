@@ -7,6 +7,8 @@ namespace bds {
 void RestoreEfiBootVariablesFromBMC();
 // Undoes the order that boot flags had put in force for one boot.
 void RestoreBootorder();
+// Reads the boot policy that the BMC holds; the boot order table is still to be built.
+void BootOrderTableEntryPoint();
 // Records whether the server is in Zephan config mode.
 void DetectZephanConfigMode();
 // Switches the EFI boot options on when the BMC holds a boot policy.

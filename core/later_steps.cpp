@@ -6,9 +6,7 @@
 namespace bds {
 
 void MACAddressInfoInitialize() {}            // MAC address inventory
-void BootOrderTableEntryPoint() {}            // boot order table exchange with the BMC
 void AdjustEfiOsBootOrder() {}                // order of the OS loader options
-void GenerateUefiPolicyOptionsEntry() {}      // UEFI options that a boot policy asks for
 void CreateEfiOsBootOption() {}               // OS loader options
 void CheckForNoAssociateOption() {}           // the BMC's view of options without devices
 void SetGroupBootOrder() {}                   // the BMC's group order

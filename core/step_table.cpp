@@ -7,6 +7,7 @@
 #include "bmc/steps.h"
 #include "bootopt/steps.h"
 #include "core/steps.h"
+#include "flexboot/steps.h"
 #include "inventory/raid_health.h"
 #include "vboot/policy_engine.h"
 
@@ -101,7 +102,7 @@ constexpr StepRow kRows[] = {
     Row<UpdateBootOptionVariables>(),                    // the driver's strings; empties both lists
     Row<RestoreEfiBootVariablesFromBMC>(),               // boot variables that NVRAM lost, from the BMC
     Row<RestoreBootorder>(),                             // undoes a one-time boot that the BMC asked for
-    Row<BootOrderTableEntryPoint>(),                     // the boot order table from the BMC; not built yet
+    Row<BootOrderTableEntryPoint>(),                     // the boot policy from the BMC; no table is read yet
     Row<DetectZephanConfigMode>(),                       // whether a central manager runs this server
     Row<CheckZephan_EFIBootSupport>(),                   // UEFI boot options while a central manager does
     Row<AdjustEfiOsBootOrder>(),                         // order of the OS loader options; not built yet
@@ -109,7 +110,7 @@ constexpr StepRow kRows[] = {
     Row<UnmaskOrphanDevices>(),                          // takes the orphan mask off the options' paths
     Row<CollectUsbBbsDevices>(),                         // the CSM's USB devices
     Row<CollectBootDevices>(),                           // the device list from protocols and the BBS table
-    Row<GenerateUefiPolicyOptionsEntry>(),               // options that a boot policy names; not built yet
+    Row<GenerateUefiPolicyOptionsEntry>(),               // options for the loaders that a boot policy names
     Row<FilterBootDeviceList>(),                         // drops devices that must not be booted
     Row<CreateEfiOsBootOption>(),                        // options of OS loaders on disks; not built yet
     Row<MatchBootOptionsToDevices>(),                    // binds options to devices

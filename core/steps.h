@@ -41,9 +41,7 @@ EFI_STATUS ReadBootOptionAndBoot();
 
 // Steps whose subject is not built yet; they keep their place in the table and do nothing.
 void MACAddressInfoInitialize();
-void BootOrderTableEntryPoint();
 void AdjustEfiOsBootOrder();
-void GenerateUefiPolicyOptionsEntry();
 void CreateEfiOsBootOption();
 void CheckForNoAssociateOption();
 void SetGroupBootOrder();

@@ -30,13 +30,13 @@ void AppendPiece(const BT_FILE_CONTEXT& context, char* buffer, UINTN& length) {
   buffer[length] = 0;
 }
 
-// Reads pieces until a short one. False when one cannot be read: a policy is taken whole or not at all.
+// Reads pieces until a short one. False when one cannot be read or is refused: a policy is taken whole or not at all.
 bool ReadPieces(BT_FILE_CONTEXT& context, char* buffer, const char* reader) {
   for (UINTN length = 0; length < kPolicyBufferSize - 1;) {
     ZeroMemory(context.ResponseData, sizeof(context.ResponseData));
     context.DataOffset = 0;
     BtReadFilePiece(context);
-    if (context.DataOffset != BT_FILE_DATA_OFFSET) {
+    if (context.DataOffset != BT_FILE_DATA_OFFSET || context.ResponseLength < BT_FILE_DATA_OFFSET) {
       DebugPrint("%a:XML file read failed\n", reader);
       return false;
     }

@@ -63,7 +63,8 @@ FUNCTION_LIST CollectFunctions(const HandleBuffer& handles, UINT16 functionClass
 // The devices that count as one slot.
 struct SLOT_GROUP {
   UINT16 Slot = 0;
-  UINT8 SecondaryBus = 0;  // of a numbered slot: the buses behind it
+  const FUNCTION_LIST* Functions = nullptr;  // of the board's own ports
+  UINT8 SecondaryBus = 0;                    // of a numbered slot: the buses behind it
   UINT8 SubordinateBus = 0;
 };
 
@@ -83,12 +84,12 @@ void AddSlots(const PCI_SLOT_INFO& info, SLOT_GROUPS& groups) {
   for (UINT32 i = 0; i < count; ++i) {
     const PCI_SLOT_ENTRY& slot = info.Entries[i];
     if (slot.Enabled != 0) {
-      groups.Add({slot.SlotNumber, slot.SecondaryBus, slot.SubordinateBus});
+      groups.Add({slot.SlotNumber, nullptr, slot.SecondaryBus, slot.SubordinateBus});
     }
   }
 }
 
-// The platform's view of the server.
+// The platform's view of the server. Its groups point into it.
 struct SLOT_VIEW {
   FUNCTION_LIST LomPorts;
   FUNCTION_LIST StoragePorts;
@@ -107,10 +108,10 @@ EFI_STATUS ViewServer(SLOT_VIEW& view) {
   view.StoragePorts = CollectFunctions(handles, kPciClassChipsetStorage);
   DebugPrint("Total PCHStorage ports %x \n", view.StoragePorts.Count);
   if (view.LomPorts.Count != 0) {
-    view.Groups.Add({kSlotOnboardLan});
+    view.Groups.Add({kSlotOnboardLan, &view.LomPorts});
   }
   if (view.StoragePorts.Count != 0) {
-    view.Groups.Add({kSlotChipsetStorage});
+    view.Groups.Add({kSlotChipsetStorage, &view.StoragePorts});
   }
   PCI_SLOT_INFO* slots = nullptr;
   status = LocateProtocol(slots);
@@ -156,23 +157,20 @@ UINTN LocateActiveOptions(std::span<LOCATED_OPTION> located) {
   return count;
 }
 
-bool Belongs(const LOCATED_OPTION& option, const SLOT_GROUP& group, const SLOT_VIEW& view) {
-  switch (group.Slot) {
-    case kSlotOnboardLan:
-      if (!view.LomPorts.Has(option.Location)) {
-        return false;
-      }
-      DebugPrint("LOM port %a \n", option.Option->Description.get());
-      return true;
-    case kSlotChipsetStorage:
-      if (!view.StoragePorts.Has(option.Location)) {
-        return false;
-      }
-      DebugPrint("SW RAID port %a \n", option.Option->Description.get());
-      return true;
-    default:
-      return option.Location.Bus >= group.SecondaryBus && option.Location.Bus <= group.SubordinateBus;
+bool Belongs(const LOCATED_OPTION& option, const SLOT_GROUP& group) {
+  const UINT32 bus = option.Location.Bus;
+  if (group.Functions == nullptr) {
+    return bus >= group.SecondaryBus && bus <= group.SubordinateBus;
   }
+  if (!group.Functions->Has(option.Location)) {
+    return false;
+  }
+  if (group.Slot == kSlotOnboardLan) {
+    DebugPrint("LOM port %a \n", option.Option->Description.get());
+  } else {
+    DebugPrint("SW RAID port %a \n", option.Option->Description.get());
+  }
+  return true;
 }
 
 bool SortsBefore(const PCI_LOCATION& a, const PCI_LOCATION& b) {
@@ -193,11 +191,11 @@ void SortLocations(std::span<SLOT_PORT_ENTRY> entries) {
   }
 }
 
-void AddGroup(const SLOT_GROUP& group, const SLOT_VIEW& view, std::span<const LOCATED_OPTION> options) {
+void AddGroup(const SLOT_GROUP& group, std::span<const LOCATED_OPTION> options) {
   UINT32& count = gFlexBoot.SlotPortCount;
   const UINT32 first = count;
   for (const LOCATED_OPTION& option : options) {
-    if (!Belongs(option, group, view)) {
+    if (!Belongs(option, group)) {
       continue;
     }
     DebugPrint("Matched Option Name %a \n", option.Option->Description.get());
@@ -223,7 +221,7 @@ EFI_STATUS CreateSlotPortInfo() {
   const UINTN count = LocateActiveOptions({options.get(), BootOptionList.Count});
   gFlexBoot.SlotPortCount = 0;
   for (UINTN i = 0; i < view.Groups.Count; ++i) {
-    AddGroup(view.Groups.Groups[i], view, {options.get(), count});
+    AddGroup(view.Groups.Groups[i], {options.get(), count});
   }
   return EFI_SUCCESS;
 }

@@ -14,6 +14,15 @@ PoolPtr<char> NarrowText(const CHAR16* text, UINTN length) {
   return narrow;
 }
 
+PoolPtr<CHAR16> WidenText(const char* text) {
+  const UINTN length = TextLength(text);
+  auto wide = AllocateArray<CHAR16>(length + 1);
+  for (UINTN i = 0; wide && i <= length; ++i) {
+    wide[i] = i < length ? static_cast<UINT8>(text[i]) : CHAR16{0};
+  }
+  return wide;
+}
+
 bool ParseNumber(std::span<const CHAR16> text, UINT64& value) {
   UINT64 base = 10;
   if (text.size() > 2 && text[0] == u'0' && AsciiLower(text[1]) == u'x') {
@@ -24,8 +33,7 @@ bool ParseNumber(std::span<const CHAR16> text, UINT64& value) {
   UINTN digits = 0;
   for (; digits < text.size() && text[digits] != 0; ++digits) {
     const int digit = HexDigitValue(text[digits]);
-    if (digit < 0 || static_cast<UINT64>(digit) >= base ||
-        number > (~UINT64{0} - static_cast<UINT64>(digit)) / base) {
+    if (digit < 0 || static_cast<UINT64>(digit) >= base || number > (~UINT64{0} - static_cast<UINT64>(digit)) / base) {
       return false;
     }
     number = number * base + static_cast<UINT64>(digit);

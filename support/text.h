@@ -65,6 +65,9 @@ template <typename Character>
 // A NUL-terminated ASCII pool copy of UTF-16 text: the low byte of each character.
 [[nodiscard]] PoolPtr<char> NarrowText(const CHAR16* text, UINTN length);
 
+// A NUL-terminated UTF-16 pool copy of ASCII text; null when the pool is exhausted.
+[[nodiscard]] PoolPtr<CHAR16> WidenText(const char* text);
+
 // A number in decimal, or in hexadecimal behind 0x, that fills the text up to its NUL or end.
 [[nodiscard]] bool ParseNumber(std::span<const CHAR16> text, UINT64& value);
 

@@ -8,6 +8,7 @@ packages=(
   g++-mingw-w64-x86-64-win32                    # the EFI image
   libtsk-dev libtomlplusplus-dev libcli11-dev nlohmann-json3-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libexpat1-dev libpugixml-dev                  # what the tokenizer is measured against
   gdisk fdisk dosfstools mtools xorriso              # disk images
   systemd-boot-efi grub-efi-amd64-bin           # real loaders for the disk images
   efibootmgr libxml2-utils python3 binutils     # outside judges

@@ -11,6 +11,7 @@ def expected_waits(start):
     return {
         "WaitForUserInput": [(3, 3)],
         "RestoreEfiBootVariablesFromBMC": [(0, 0.0011), (SETTLE * files, SETTLE * files + traffic)],
+        "BootOrderTableEntryPoint": [(0, 0.0023)],
         "CheckZephan_EFIBootSupport": [(SETTLE, SETTLE + 0.0023)],
         "SetIpmiBootOptionPriorities": [(0, 0.0005 * start["bmc"]["ipmi_requests"])],
         # The examination of the copy, or reading BootOrder back, is one more close.

@@ -162,7 +162,7 @@ TEST_F(Program, TheBmcsTrafficIsInTheLogAndCountedInTheJson) {
     const char* fault;
     const char* counted;  // what the fault must have caused
   };
-  for (const Case& each : {Case{"bad-checksum:2@8", "retries"}, Case{"no-answer:always", "timeouts"},
+  for (const Case& each : {Case{"bad-checksum:2@10", "retries"}, Case{"no-answer:always", "timeouts"},
                            Case{"h2b-stuck:always", "timeouts"}, Case{"refuse-open@1", "exchanges"}}) {
     Run(std::string("boot empty.toml --log boot.log --json r.json --resets 0 --fault ") + each.fault);
     const std::string log = Read("boot.log");

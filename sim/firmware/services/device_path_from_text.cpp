@@ -55,6 +55,14 @@ void AppendEnd(std::vector<std::byte>& path, std::uint8_t subType) {
   path.insert(path.end(), node.begin(), node.end());
 }
 
+// A backslash parts nodes as a slash does (UEFI 2.10, 10.6.1.1), but is a letter of a file's path: here it ends a node
+// that has a name and arguments.
+std::u16string_view WithoutSeparator(std::u16string_view part) {
+  const std::u16string_view node = part.substr(0, part.size() - 1);
+  const bool ended = part.back() == u'\\' && node.ends_with(u')');
+  return ended && FindReader(Argument(node.substr(0, node.find(u'(')))) ? node : part;
+}
+
 }  // namespace
 
 Node DeviceNodeFromText(std::u16string_view text) {
@@ -87,7 +95,7 @@ Node DevicePathFromText(std::u16string_view text) {
       if (part.empty()) {
         continue;
       }
-      const auto node = DeviceNodeFromText(part);
+      const auto node = DeviceNodeFromText(WithoutSeparator(part));
       if (!node) {
         return std::nullopt;
       }
