@@ -58,6 +58,7 @@ Row gRows[] = {
     {"*", "long/*/call SetVariable */*", "known"},
     {"*", "restored/*/call SetVariable */*", "known"},
     {"options", "managed/*/call AllocatePool */*", "known"},
+    {"options", "managed/*/call GetVariable */*", "known"},
 };
 
 }  // namespace
