@@ -18,9 +18,10 @@ constexpr const char* kFooter = R"(Examples:
   bds-sim bmc st bootdev pxe --persistent --efi       ask for network boots, as ipmitool would
   bds-sim vars st                                     what is in NVRAM now
   EFIVARFS_PATH=st/nvram/ efibootmgr -v               the same through efibootmgr
+  bds-sim policy check fleet.xml                      what the driver makes of a boot policy
 
-Exit status: 0 an option was started (other commands: done), 2 the command line, the description or the state is
-wrong, 3 no option was started, 4 the driver crashed or waited for what can never come.
+Exit status: 0 an option was started (other commands: done), 1 a policy has warnings, 2 the command line, the
+description or the state is wrong, or a policy is refused, 3 no option was started, 4 the driver crashed or waited for what can never come.
 Run "bds-sim COMMAND --help" for a command's options. NO_COLOR=1 turns colours off.)";
 
 constexpr const char* kBootFooter = R"(Faults (each with its own --fault, for every start; a power cut befalls once):
@@ -36,6 +37,7 @@ struct Arguments {
   DescribeArguments describe;
   VarsArguments vars;
   BmcArguments bmc;
+  PolicyArguments policy;
   std::vector<std::string> bootWords;
   bool persistent = false;
   bool efi = false;
@@ -172,6 +174,26 @@ void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   remove.add_option("NAME", bmc.file, "Its name on the BMC")->required();
 }
 
+void AddPolicyAction(CLI::App& command, PolicyArguments& policy, int& status, PolicyArguments::Action action,
+                     const std::string& name, const std::string& files, const std::string& help) {
+  CLI::App& subcommand = *command.add_subcommand(name, help);
+  subcommand.add_option(files, policy.files, "What to look at")->required();
+  subcommand.callback([&policy, &status, action] {
+    policy.action = action;
+    status = RunPolicy(policy);
+  });
+}
+
+void AddPolicy(CLI::App& app, PolicyArguments& policy, int& status) {
+  using Action = PolicyArguments::Action;
+  CLI::App& command = *app.add_subcommand("policy", "Check and decode boot policies, without a server");
+  command.require_subcommand(1);
+  AddPolicyAction(command, policy, status, Action::Check, "check", "FILE",
+                  "Say what the driver makes of each policy: exit status 0 nothing to say, 1 warnings, 2 refused");
+  AddPolicyAction(command, policy, status, Action::Show, "show", "FILE|STATE",
+                  "Decode the record of each policy, or the one that a state folder keeps");
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char** argv) {
@@ -184,6 +206,7 @@ int RunCommandLine(int argc, char** argv) {
   AddDescribe(app, arguments.describe, status);
   AddVars(app, arguments.vars, status);
   AddBmc(app, arguments, status);
+  AddPolicy(app, arguments.policy, status);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

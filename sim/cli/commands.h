@@ -12,10 +12,11 @@
 namespace sim {
 
 enum ExitStatus : int {
-  kExitStarted = 0,    // an option was started; of the other commands: done
-  kExitWrong = 2,      // the command line, the description or the state is wrong
-  kExitNothing = 3,    // no option was started
-  kExitBrokeDown = 4,  // the driver crashed, or waited for what can never come
+  kExitStarted = 0,         // an option was started; of the other commands: done
+  kExitPolicyWarnings = 1,  // a policy does not become what its author meant
+  kExitWrong = 2,           // the command line, the description or the state is wrong
+  kExitNothing = 3,         // no option was started
+  kExitBrokeDown = 4,       // the driver crashed, or waited for what can never come
 };
 
 struct BootArguments {
@@ -57,5 +58,12 @@ struct BmcArguments {
   std::filesystem::path host;      // Get, Put: the file on this machine; empty for Get: standard output
 };
 int RunBmc(const BmcArguments& arguments);
+
+struct PolicyArguments {
+  enum class Action { Check, Show };
+  Action action = Action::Check;
+  std::vector<std::filesystem::path> files;  // Show: a state folder may stand for the policy that it keeps
+};
+int RunPolicy(const PolicyArguments& arguments);
 
 }  // namespace sim

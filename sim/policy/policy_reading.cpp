@@ -14,6 +14,7 @@
 #include "flexboot/xml_cursor.h"
 #include "sim/policy/policy_tokens.h"
 #include "sim/policy/quiet_driver.h"
+#include "sim/policy/target_findings.h"
 #include "sim/policy/text_position.h"
 #include "sim/policy/value_findings.h"
 #include "sim/policy/well_formed.h"
@@ -23,18 +24,9 @@ namespace {
 
 using bds::TargetType;
 
+constexpr std::size_t kGuidLength = 36;
+
 bool Is(const PolicyToken& token, const char* name) { return bds::XmlStriCmp(token.name.c_str(), name) == 0; }
-
-// Elements that only the reader of loaders knows.
-constexpr const char* kLoaderOnlyTokens[] = {
-    bds::kLoaderDeviceNameToken, bds::kPrimaryLoaderGroup,      bds::kPrimaryLoaderGroupEnd,
-    bds::kSecondaryLoaderGroup,  bds::kSecondaryLoaderGroupEnd,
-};
-constexpr const char* kLoaderTokens[] = {bds::kPartitionGuidToken, bds::kLoaderPathToken, bds::kLoaderNameToken};
-
-bool IsAnyOf(const PolicyToken& token, std::span<const char* const> names) {
-  return std::ranges::any_of(names, [&](const char* name) { return Is(token, name); });
-}
 
 class Reader {
  public:
@@ -52,6 +44,7 @@ class Reader {
     if (ReadHeader() && ReadTargets()) {
       JudgeWhole();
     }
+    JudgeExtents();
     std::ranges::stable_sort(reading_.findings, {}, [](const PolicyFinding& f) { return std::pair(f.line, f.column); });
     return std::move(reading_);
   }
@@ -94,11 +87,7 @@ class Reader {
     return true;
   }
 
-  void ObjectToComment(const PolicyToken& token) {
-    if (token.name.starts_with("<!--")) {
-      Say(FindingKind::Note, token, "the driver knows no comments: it reads this one as an element and passes it over");
-    }
-  }
+  static bool IsComment(const PolicyToken& token) { return token.name.starts_with("<!--"); }
 
   std::string_view RestOfTag(const PolicyToken& token) const {
     const std::size_t end = std::min(text_.find('>', token.offset), text_.size());
@@ -130,8 +119,10 @@ class Reader {
       return RefuseEnd(bds::kHeaderGroup);
     }
     if (!Is(*token, bds::kHeaderGroup)) {
+      const bool comment = text_.substr(0, token->offset).find("<!--") != std::string_view::npos;
       return Refuse(token->offset,
-                    fmt::format("the root's first element is {}>, expected {}>", token->name, bds::kHeaderGroup));
+                    fmt::format("the root's first element is {}>, expected {}>{}", token->name, bds::kHeaderGroup,
+                                comment ? " (a comment in front of the root is taken for the root)" : ""));
     }
     for (token = Next(); token != nullptr; token = Next()) {
       if (Is(*token, bds::kHeaderGroupEnd)) {
@@ -156,9 +147,7 @@ class Reader {
       StoreHeaderElement(row, token);
       return;
     }
-    if (token.name.starts_with("<!--")) {
-      ObjectToComment(token);
-    } else if (!ExplainSpelling(token)) {
+    if (!IsComment(token) && !ExplainSpelling(token)) {
       Say(FindingKind::Warning, token, fmt::format("{}> is no element of the header", token.name));
     }
   }
@@ -190,6 +179,7 @@ class Reader {
 
   bool ReadTargets() {
     reading_.targets.resize(reading_.header.NumBootTargets);
+    judge_.emplace(reading_.header.BootType);
     const PolicyToken* token = Next();
     while (token != nullptr && !Is(*token, bds::kTargetsGroup)) {
       ExplainSpelling(*token);
@@ -213,16 +203,17 @@ class Reader {
     if (!Is(open, bds::kTargetGroup)) {
       return Refuse(open.offset,
                     fmt::format("{}> stands between targets, where only {}> may{}", open.name, bds::kTargetGroup,
-                                open.name.starts_with("<!--") ? " (comments too end the reading)" : ""));
+                                IsComment(open) ? " (comments are elements to the driver)" : ""));
     }
     const TargetType type = bds::FindTargetType(open.value.c_str());
     FLEXBOOT_TARGET entry{};
     entry.Type = static_cast<UINT8>(type);
     entry.Valid = bds::TypeRow(type).Usable ? 1 : 0;
     ObjectToType(open, type);
-    reading_.loaders.emplace_back();
     given_.clear();
-    inSanGroup_ = false;
+    if (!TakeLoaders()) {
+      return false;
+    }
     for (const PolicyToken* token = Next(); token != nullptr; token = Next()) {
       if (Is(*token, bds::kTargetGroupEnd)) {
         KeepTarget(open, entry);
@@ -231,6 +222,14 @@ class Reader {
       TakeTargetElement(type, *token, entry);
     }
     return RefuseEnd(bds::kTargetGroupEnd);
+  }
+
+  // Before its own elements. Targets beyond the announced ones are not asked for loaders.
+  bool TakeLoaders() {
+    LoaderReading loaders = ReadLoaders(std::span(tokens_.tokens).subspan(next_));
+    const bool missing = loaders.missing != nullptr && count_ < reading_.targets.size();
+    reading_.loaders.push_back(std::move(loaders.texts));
+    return !missing || RefuseEnd(loaders.missing);
   }
 
   void ObjectToType(const PolicyToken& open, TargetType type) {
@@ -248,6 +247,7 @@ class Reader {
   void KeepTarget(const PolicyToken& open, const FLEXBOOT_TARGET& entry) {
     if (count_ < reading_.targets.size()) {
       reading_.targets[count_] = entry;
+      JudgeTarget(open, entry);
     } else {
       Say(FindingKind::Warning, open,
           fmt::format("not used: NumBootTargets announces {} targets", reading_.targets.size()));
@@ -255,34 +255,32 @@ class Reader {
     ++count_;
   }
 
-  const bds::LayoutField* FindField(TargetType type, const PolicyToken& token) const {
-    const bds::TargetElement id = bds::GetTargetElementId(token.name.c_str());
-    for (const auto& fields : {bds::TypeRow(type).Pci, bds::TypeRow(type).Fields}) {
-      const auto found = std::ranges::find(fields, id, &bds::LayoutField::Element);
-      if (found != fields.end()) {
-        return &*found;
-      }
+  void JudgeTarget(const PolicyToken& open, const FLEXBOOT_TARGET& entry) {
+    if (listEnded_) {
+      return;
     }
-    return nullptr;
+    for (const TargetFinding& finding : judge_->Judge(entry, reading_.loaders.back())) {
+      const auto place = given_.find(finding.element);
+      Say(finding.kind, place == given_.end() ? open : *place->second, finding.text);
+    }
   }
 
   void TakeTargetElement(TargetType type, const PolicyToken& token, FLEXBOOT_TARGET& entry) {
-    if (token.name.starts_with("<!--")) {
-      ObjectToComment(token);
+    if (IsComment(token)) {
       return;
     }
-    if (IsAnyOf(token, kLoaderOnlyTokens) || IsAnyOf(token, kLoaderTokens)) {
-      TakeLoaderText(token);
+    if (IsLoaderToken(token)) {
+      ObjectToLoaderText(token);
       return;
     }
-    const bds::LayoutField* field = FindField(type, token);
+    const bds::LayoutField* field = FindLayoutField(type, bds::GetTargetElementId(token.name.c_str()));
     if (field == nullptr) {
       if (!ExplainSpelling(token)) {
         ObjectToElement(type, token);
       }
       return;
     }
-    if (++given_[field->Element] > 1) {
+    if (!given_.insert_or_assign(field->Element, &token).second) {
       Say(FindingKind::Warning, token,
           fmt::format("{}> was given before in this target; the last one counts", token.name));
     }
@@ -307,41 +305,57 @@ class Reader {
               : fmt::format("{}> is no element of a target", token.name));
   }
 
-  // These are compared letter for letter, which the others are not.
-  void TakeLoaderText(const PolicyToken& token) {
-    const auto exact = [&](std::span<const char* const> names) {
-      return std::ranges::any_of(names, [&](const char* name) { return token.name == name; });
-    };
-    if (!exact(kLoaderOnlyTokens) && !exact(kLoaderTokens)) {
+  void ObjectToLoaderText(const PolicyToken& token) {
+    if (!IsExactLoaderToken(token)) {
       Say(FindingKind::Warning, token,
           fmt::format("{}> is not seen: the elements of a loader must be written in their own letter case",
                       token.name));
-      return;
-    }
-    if (token.name == bds::kPrimaryLoaderGroup || token.name == bds::kSecondaryLoaderGroup) {
-      inSanGroup_ = true;
-      sanPrefix_ = token.name == bds::kPrimaryLoaderGroup ? "Pri" : "Sec";
-    } else if (token.name == bds::kPrimaryLoaderGroupEnd || token.name == bds::kSecondaryLoaderGroupEnd) {
-      inSanGroup_ = false;
-    } else {
-      KeepLoaderText(token);
+    } else if (token.name.find("UEFIBootParam") != std::string::npos) {
+      return;  // a group
+    } else if (IsNoValue(token)) {
+      ObjectToMissingValue(token);
+    } else if (token.value.empty()) {
+      Say(FindingKind::Note, token, fmt::format("{}: empty, counts as not given", token.name));
+    } else if (token.name == bds::kPartitionGuidToken && token.value.size() > kGuidLength) {
+      Say(FindingKind::Warning, token, fmt::format("\"{}\" is longer than a GUID and is not looked at", token.value));
+    } else if (token.name == bds::kLoaderPathToken) {
+      ObjectToLoaderPath(token);
     }
   }
 
-  void KeepLoaderText(const PolicyToken& token) {
-    if (IsNoValue(token)) {
-      ObjectToMissingValue(token);
-      return;
+  void ObjectToLoaderPath(const PolicyToken& token) {
+    const std::string normal = NormalLoaderPath(token.value);
+    if (normal != token.value && normal != token.value + "\\") {
+      Say(FindingKind::Note, token, fmt::format("{}: read as {}", token.name, normal));
     }
-    if (token.value.empty()) {
-      Say(FindingKind::Note, token, fmt::format("{}: empty, counts as not given", token.name));
-      return;
+  }
+
+  // The name of the tag whose '<' is there.
+  std::string NameAt(std::size_t offset) const {
+    return std::string(text_.substr(offset, text_.find_first_of(" >/\t\r\n", offset + 1) - offset));
+  }
+
+  // What a tag took beyond its own end: without quotes of its own, and comments, it takes the next value.
+  void JudgeExtents() {
+    std::size_t commentEnd = 0;
+    for (const PolicyToken& token : std::span(tokens_.tokens).first(next_)) {
+      if (token.offset < commentEnd) {
+        Say(FindingKind::Warning, token, fmt::format("{}> stands in a comment, yet the driver reads it", token.name));
+        continue;
+      }
+      if (IsComment(token)) {
+        commentEnd = std::min(text_.find("-->", token.offset), text_.size());
+      }
+      const std::size_t taken = text_.substr(0, token.end).find('<', std::max(token.offset + 1, commentEnd));
+      if (taken != std::string_view::npos) {
+        Say(FindingKind::Warning, token,
+            fmt::format("{} has no value between double quotes: the driver takes that of {}>, which it does not see",
+                        IsComment(token) ? "a comment, which is an element to the driver," : token.name,
+                        NameAt(taken)));
+      } else if (IsComment(token)) {
+        Say(FindingKind::Note, token, "the driver knows no comments: it reads this one as an element of its own");
+      }
     }
-    if (token.name == bds::kPartitionGuidToken && token.value.size() > 36) {
-      Say(FindingKind::Warning, token, fmt::format("\"{}\" is longer than a GUID and is not looked at", token.value));
-    }
-    const std::string name = token.name.substr(1);
-    reading_.loaders.back().push_back({inSanGroup_ ? sanPrefix_ + " " + name : name, token.value});
   }
 
   void JudgeWhole() {
@@ -366,9 +380,8 @@ class Reader {
   const PolicyToken* countToken_ = nullptr;
   std::size_t count_ = 0;
   bool listEnded_ = false;
-  std::map<bds::TargetElement, int> given_;
-  bool inSanGroup_ = false;
-  std::string sanPrefix_;
+  std::map<bds::TargetElement, const PolicyToken*> given_;  // in the target at hand
+  std::optional<TargetJudge> judge_;
 };
 
 }  // namespace

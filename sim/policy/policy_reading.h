@@ -9,33 +9,17 @@
 #include <vector>
 
 #include "flexboot/policy_format.h"
+#include "sim/policy/finding.h"
+#include "sim/policy/loader_reading.h"
 
 namespace sim {
-
-enum class FindingKind {
-  Note,     // worth knowing; nothing is lost
-  Warning,  // something does not become what was meant
-  Refusal,  // the driver refuses the policy
-};
-
-struct PolicyFinding {
-  FindingKind kind;
-  std::size_t line = 0;    // from 1
-  std::size_t column = 0;  // from 1, in bytes
-  std::string text;
-};
 
 // What the driver takes of one policy.
 struct PolicyReading {
   FLEXBOOT_ORDER_HEADER header = {};
-  std::vector<FLEXBOOT_TARGET> targets;  // as many as the header announces; all zero where the text had none
-  // What the policy says of each target's loader, in the order of the text: tag names and values.
-  struct LoaderText {
-    std::string name;
-    std::string value;
-  };
-  std::vector<std::vector<LoaderText>> loaders;
-  std::vector<PolicyFinding> findings;  // by line and column
+  std::vector<FLEXBOOT_TARGET> targets;          // as many as the header announces; all zero where the text had none
+  std::vector<std::vector<LoaderText>> loaders;  // of each target, those that are not used too
+  std::vector<PolicyFinding> findings;           // by line and column
   bool refused = false;
 };
 

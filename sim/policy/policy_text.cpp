@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "sim/policy/target_findings.h"
+
 namespace sim {
 namespace {
 
@@ -46,15 +48,6 @@ std::string ValueText(const bds::LayoutField& field, const UINT8* data) {
   return {};
 }
 
-std::string ElementName(bds::TargetElement element) {
-  for (const bds::TargetElementRow& row : bds::kTargetElements) {
-    if (row.Id == element) {
-      return row.Token + 1;
-    }
-  }
-  return "?";
-}
-
 }  // namespace
 
 std::vector<std::string> DescribePolicyHeader(const FLEXBOOT_ORDER_HEADER& header) {
@@ -84,7 +77,7 @@ std::vector<std::string> DescribePolicyTarget(const FLEXBOOT_TARGET& target) {
           lines.push_back(fmt::format("RN {}", FieldText(target.RN, sizeof(target.RN))));
         }
       } else if (data[field.Size] != 0) {  // the present flag
-        lines.push_back(fmt::format("{} {}", ElementName(field.Element), ValueText(field, data)));
+        lines.push_back(fmt::format("{} {}", ElementToken(field.Element).substr(1), ValueText(field, data)));
       }
     }
   }

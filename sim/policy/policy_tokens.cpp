@@ -36,7 +36,7 @@ PolicyTokens TokenizePolicy(std::string_view text) {
   EFI_STATUS status = bds::GetFirstToken(cursor, name, value);
   result.first = status;
   while (!EFI_ERROR(status)) {
-    result.tokens.push_back({start, name, value});
+    result.tokens.push_back({start, static_cast<std::size_t>(cursor.Offset), name, value});
     start = StartOfToken(text, cursor.Offset);
     status = bds::GetNextToken(cursor, name, value);
   }

@@ -12,6 +12,7 @@ namespace sim {
 
 struct PolicyToken {
   std::size_t offset = 0;  // of its '<'
+  std::size_t end = 0;     // behind what the tokenizer took for it
   std::string name;        // with the '<'
   std::string value;       // as the tokenizer gives it
 };
