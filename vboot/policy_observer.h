@@ -23,6 +23,8 @@ struct POLICY_EVENT {
   EFI_STATUS Status = EFI_SUCCESS;
   const char* Text = nullptr;
   FOUND_VALUE Found = {};
+  const char* TagName = nullptr;   // Marked: the tag, or of a composite its part, that compared, and the value wanted
+  const char* TagValue = nullptr;  // may be null
 };
 
 // Everything in the event is valid during the call only.

@@ -13,8 +13,13 @@ bool IsRefused(const BOOT_OPTION& option) { return option.Tag >= kRefusedTag && 
 void SetTag(const TAG_CALL& call, BOOT_OPTION& option, UINT32 tag, const char* why) {
   const UINT32 before = option.Tag;
   option.Tag = tag;
-  ObservePolicy(
-      {.Moment = PolicyMoment::Marked, .Option = &option, .Before = before, .Text = why, .Found = call.Found});
+  ObservePolicy({.Moment = PolicyMoment::Marked,
+                 .Option = &option,
+                 .Before = before,
+                 .Text = why,
+                 .Found = call.Found,
+                 .TagName = call.TagName,
+                 .TagValue = call.TagValue});
 }
 
 void SayLine(const char* line) {

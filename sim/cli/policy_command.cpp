@@ -48,7 +48,8 @@ int Check(const fs::path& file) {
     return kExitWrong;
   }
   if (status == kExitStarted) {
-    fmt::print("{}: {} targets, nothing to object to\n", PrintableText(file.string()), reading.targets.size());
+    const std::size_t count = reading.targets.size();
+    fmt::print("{}: {} target{}, nothing to object to\n", PrintableText(file.string()), count, count == 1 ? "" : "s");
   }
   return status;
 }

@@ -175,15 +175,15 @@ INSTANTIATE_TEST_SUITE_P(
             kLan,
             Target("VirtualMedia", R"(<VMSubType value="IXMOVMediaFDD" />)"),
             {"9:7 warning <VMSubType: \"IXMOVMediaFDD\" becomes 0, which stands for any"}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(PolicyFindingsOf, TargetsAfterOneThatEndsTheList) {
   const std::string two = Replaced(Replaced(kGood, "value=\"1\"", "value=\"2\""), kLan,
                                    Target("LANAny", "</FlexBootTarget>\n    <FlexBootTarget value=\"LANAny\">"));
   EXPECT_THAT(Findings(two), testing::ElementsAre(testing::StartsWith(
                                  "10:5 warning selects nothing: a policy's first LANAny target is its only one")));
-  EXPECT_THAT(Findings(Replaced(two, "LANAny", "Lan")),
-              testing::ElementsAre(testing::StartsWith("8:5 warning \"Lan\" is no target type"),
+  EXPECT_THAT(Findings(Replaced(two, "LANAny", "Network")),
+              testing::ElementsAre(testing::StartsWith("8:5 warning \"Network\" is no target type"),
                                    testing::StartsWith("10:5 warning not used: a target before it")));
 }
 

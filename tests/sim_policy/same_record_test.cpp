@@ -120,7 +120,7 @@ class SameRecord : public test::DriverTest {
     if (!bds::gFlexBoot.mUefiParamTargets) {
       return texts;
     }
-    for (const auto* target = bds::gFlexBoot.mUefiParamTargets->First; target != nullptr; target = target->Next) {
+    for (const auto* target = bds::gFlexBoot.mUefiParamTargets.get()->First; target != nullptr; target = target->Next) {
       for (const auto* tag = target->TagList.First; tag != nullptr; tag = tag->Next) {
         const std::string name = tag->Name;
         if (!name.starts_with("Pri") && !name.starts_with("Sec")) {
