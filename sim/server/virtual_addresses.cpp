@@ -11,8 +11,8 @@ extern "C" const std::byte _end[];                // NOLINT
 namespace sim {
 namespace {
 
-constexpr std::string_view kPrefix = "0x";
-constexpr std::size_t kShortest = 8;  // digits; what is shorter is no address of the host's
+constexpr std::string_view kPrefixes[] = {"0x", "=  "};  // what stands before an address; the dumps write no 0x
+constexpr std::size_t kShortest = 8;                     // digits; what is shorter is no address of the host's
 
 bool InProgram(std::uint64_t address) {
   return address >= reinterpret_cast<std::uintptr_t>(__executable_start) &&
@@ -48,16 +48,18 @@ std::string VirtualAddresses::Shown(const Identity& identity) {
 
 std::string VirtualAddresses::Replace(const std::string& line) {
   std::string replaced = line;
-  std::size_t at = 0;
-  while ((at = replaced.find(kPrefix, at)) != std::string::npos) {
-    at += kPrefix.size();
-    const char* const begin = replaced.data() + at;
-    std::uint64_t address = 0;
-    const auto [end, error] = std::from_chars(begin, replaced.data() + replaced.size(), address, 16);
-    const auto digits = static_cast<std::size_t>(end - begin);
-    Identity identity;
-    if (error == std::errc{} && digits >= kShortest && Identify(address, identity)) {
-      replaced.replace(at, digits, Shown(identity));
+  for (const std::string_view prefix : kPrefixes) {
+    std::size_t at = 0;
+    while ((at = replaced.find(prefix, at)) != std::string::npos) {
+      at += prefix.size();
+      const char* const begin = replaced.data() + at;
+      std::uint64_t address = 0;
+      const auto [end, error] = std::from_chars(begin, replaced.data() + replaced.size(), address, 16);
+      const auto digits = static_cast<std::size_t>(end - begin);
+      Identity identity;
+      if (error == std::errc{} && digits >= kShortest && address != 0 && Identify(address, identity)) {
+        replaced.replace(at, digits, Shown(identity));
+      }
     }
   }
   return replaced;

@@ -58,7 +58,8 @@ Row gRows[] = {
     {"*", "long/*/call SetVariable */*", "known"},
     {"*", "restored/*/call SetVariable */*", "known"},
     {"options", "managed/*/call AllocatePool */*", "known"},
-    {"options", "managed/*/call GetVariable */*", "known"},
+    {"options", "managed/csm-*/call GetVariable */*", "known"},
+    {"order", "managed/csm-*/call GetVariable */*", "known"},
 };
 
 }  // namespace
