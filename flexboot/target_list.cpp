@@ -13,10 +13,6 @@
 namespace bds {
 namespace {
 
-constexpr UINT8 kPolicyLegacy = 0;
-constexpr UINT8 kPolicyUefi = 1;
-constexpr UINT8 kPolicyOpen = 2;
-
 // The firmware's own boot mode, as its Setup variable says.
 struct FIRMWARE_MODE {
   SetupVariable Setup;
@@ -43,9 +39,9 @@ FIRMWARE_MODE ReadFirmwareMode() {
 UINT8 ModeOfPolicy(const FLEXBOOT_ORDER_HEADER& order) {
   const char* type = order.BootType;
   if (TextEqual(type, "legacy")) {
-    return kPolicyLegacy;
+    return kBootModeLegacy;
   }
-  return TextEqual(type, "uefi") ? kPolicyUefi : kPolicyOpen;
+  return TextEqual(type, "uefi") ? kBootModeUefi : kBootModeOther;
 }
 
 bool SecureBootIsOn() {
@@ -74,11 +70,11 @@ void SwitchFirmware(FIRMWARE_MODE& mode, bool uefi) {
 // On a standalone server the policy's mode and the firmware's have to agree. Secure Boot forbids to switch.
 void ReconcileModes(FIRMWARE_MODE& mode) {
   UINT8& bootMode = gPolicyEngine.BootMode;
-  if (SecureBootIsOn() || bootMode == kPolicyOpen) {
+  if (SecureBootIsOn() || bootMode == kBootModeOther) {
     bootMode = mode.Setup.At(kSetupUefiMode);
     return;
   }
-  const bool policyUefi = bootMode == kPolicyUefi;
+  const bool policyUefi = bootMode == kBootModeUefi;
   if (mode.Uefi != policyUefi) {
     SwitchFirmware(mode, policyUefi);
   }
@@ -122,7 +118,7 @@ EFI_STATUS GenerateListFromPolicy(POLICY_TARGET_LIST& targets) {
   if (management == 0) {
     ReconcileModes(mode);
   }
-  DebugPrint("Zephan BootOrder Type=%a\n", gPolicyEngine.BootMode == kPolicyLegacy ? "Legacy" : "UEFI");
+  DebugPrint("Zephan BootOrder Type=%a\n", gPolicyEngine.BootMode == kBootModeLegacy ? "Legacy" : "UEFI");
   const TARGET_CONTEXT context{mode.Uefi, management == 1};
   for (FLEXBOOT_TARGET& entry : PolicyTargets(*order)) {
     const TargetRow* row = entry.Valid == 1 ? FindTargetRow(entry.Type) : nullptr;
