@@ -12,7 +12,7 @@ packages=(
   libexpat1-dev libpugixml-dev                  # what the tokenizer is measured against
   gdisk fdisk dosfstools mtools xorriso              # disk images
   systemd-boot-efi grub-efi-amd64-bin           # real loaders for the disk images
-  efibootmgr libxml2-utils python3 binutils     # outside judges
+  efibootmgr libxml2-utils python3 python3-jsonschema binutils  # outside judges
   openipmi libopenipmi-dev ipmitool             # a BMC simulator and an operator's tool
 )
 

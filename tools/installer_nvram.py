@@ -43,7 +43,9 @@ def load_option(label, loader, partition):
 
 
 def write(directory, name, data):
-    (directory / f"{name}-{GLOBAL}").write_bytes(struct.pack("<I", NON_VOLATILE_BOOT_RUNTIME) + data)
+    file = directory / f"{name}-{GLOBAL}"
+    file.unlink(missing_ok=True)
+    file.write_bytes(struct.pack("<I", NON_VOLATILE_BOOT_RUNTIME) + data)
 
 
 def main(arguments):

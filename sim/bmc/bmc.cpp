@@ -45,6 +45,7 @@ bool Bmc::ConnectIpmi(std::string& error) {
     responder_ = std::move(client);
   }
   transport_ = std::make_unique<IpmiTransportDevice>(*responder_, clock_, counters_);
+  transport_->onExchange = hooks_.onIpmi;
   transport_->onTraffic = hooks_.onTraffic;
   return true;
 }

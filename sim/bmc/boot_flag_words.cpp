@@ -74,9 +74,23 @@ bool SetBootFlags(BmcState& state, std::span<const std::string> words, std::stri
       return false;
     }
   }
-  state.bootFlags = device->selector == 0 ? std::array<std::uint8_t, 5>{} : flags;
+  state.bootFlags = flags;
   state.acknowledge |= kNotHandledByBios;
   return true;
+}
+
+std::string BootDeviceWord(const BootFlagBytes& flags) {
+  const std::uint8_t selector = (flags[1] >> 2) & 0x0F;
+  for (const DeviceWord& device : kDevices) {
+    if (device.selector == selector) {
+      return std::string(device.word);
+    }
+  }
+  return fmt::format("device {}", selector);
+}
+
+std::optional<unsigned> BootInstance(const BootFlagBytes& flags) {
+  return (flags[4] & kInstanceGiven) != 0 ? std::optional<unsigned>(flags[4] & 0x0F) : std::nullopt;
 }
 
 std::string BootFlagsText(const BmcState& state) {
@@ -84,17 +98,11 @@ std::string BootFlagsText(const BmcState& state) {
   if ((flags[0] & BmcState::kValid) == 0) {
     return "none";
   }
-  const std::uint8_t selector = (flags[1] >> 2) & 0x0F;
-  std::string text = fmt::format("device {}", selector);
-  for (const DeviceWord& device : kDevices) {
-    if (device.selector == selector) {
-      text = device.word;
-    }
-  }
+  std::string text = BootDeviceWord(flags);
   text += (flags[0] & kPersistent) != 0 ? " persistent" : "";
   text += (flags[0] & kEfi) != 0 ? " efi" : "";
-  if ((flags[4] & kInstanceGiven) != 0) {
-    text += fmt::format(" instance={}", flags[4] & 0x0F);
+  if (const auto instance = BootInstance(flags)) {
+    text += fmt::format(" instance={}", *instance);
   }
   return text;
 }

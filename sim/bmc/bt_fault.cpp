@@ -93,7 +93,7 @@ std::optional<BmcFault> BmcFault::Parse(std::string_view words, std::string& err
   if (row == nullptr) {
     return wrong("no such name");
   }
-  BmcFault fault{row->kind, 0, 1, 1};
+  BmcFault fault{row->kind, 0, 1, 1, std::string(whole)};
   if (first) {
     const auto number = Number(*first);
     if (!number || *number == 0) {

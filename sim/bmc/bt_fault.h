@@ -34,6 +34,8 @@ struct BmcFault {
   std::uint64_t count = 1;  // how many of the exchanges that it can befall it befalls; kAlways without end
   std::uint64_t first = 1;  // the number of the first exchange that it can befall, from 1; a request sent again counts
 
+  std::string words;  // as Parse was given them
+
   // Words as on the command line: NAME[:VALUE][xCOUNT][@FIRST], VALUE being the count for the faults that have no
   // value of their own, COUNT a number or "always": "bad-checksum:3", "late:6000@2", "no-answer:always". Empty with
   // `error` set, which then lists what is known, when it is not one.

@@ -79,6 +79,9 @@ bool BtInterface::Befalls(BmcFault::Kind kind, std::uint64_t exchange, std::uint
       *value = fault.value;
     }
     Note(BmcFault::Name(kind));
+    if (hooks_.onFault) {
+      hooks_.onFault(fault.words, exchange);
+    }
     return true;
   }
   return false;

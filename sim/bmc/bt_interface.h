@@ -9,6 +9,7 @@
 
 #include "sim/bmc/bt_fault.h"
 #include "sim/bmc/file_protocol.h"
+#include "sim/bmc/ipmi_exchange.h"
 #include "sim/firmware/clock.h"
 #include "sim/firmware/counters.h"
 #include "sim/firmware/port_bus.h"
@@ -21,6 +22,10 @@ struct BmcHooks {
   std::function<void()> onPowerLoss;                   // of a scripted fault
   // One line per request taken, with what befell it in brackets, and per wait that the host gives up. Ends no boot.
   std::function<void(const std::string& line)> onTraffic;
+  // A scripted fault befell that exchange.
+  std::function<void(std::string_view words, std::uint64_t exchange)> onFault;
+  // One IPMI request and its answer.
+  std::function<void(const IpmiExchange& exchange)> onIpmi;
 };
 
 class BtInterface {

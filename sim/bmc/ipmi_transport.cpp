@@ -41,6 +41,9 @@ EFI_STATUS IpmiTransportDevice::Send(UINT8 netFn, UINT8 command, std::span<const
     }
   }
   const std::optional<IpmiReply> reply = responder_.Request(netFn, command, request);
+  if (onExchange) {
+    onExchange({netFn, command, request, reply ? &*reply : nullptr});
+  }
   if (onTraffic) {
     const std::string answer = reply ? fmt::format("{:02x} {}", reply->completion, TrafficBytes(reply->data)) : "";
     onTraffic(fmt::format("IPMI {:02x}/{:02x} > {} < {}", netFn, command, TrafficBytes(request),

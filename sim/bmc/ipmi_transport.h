@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/ipmi_transport.h"
-#include "sim/bmc/ipmi_model.h"
+#include "sim/bmc/ipmi_exchange.h"
 #include "sim/firmware/counters.h"
 
 namespace sim {
@@ -22,7 +22,8 @@ class IpmiTransportDevice {
 
   // Asked before each request with its number, from 1: the status to answer in its place, if any.
   std::function<std::optional<EFI_STATUS>(std::uint64_t nth)> onRequest;
-  // One line per request.
+  // Called with each request and its answer, and with one line about it.
+  std::function<void(const IpmiExchange& exchange)> onExchange;
   std::function<void(const std::string& line)> onTraffic;
 
  private:

@@ -3,12 +3,15 @@
 
 #include <fstream>
 
+#include "bmc/ipmi_variables.h"
 #include "sim/bmc/bmc.h"
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/commands.h"
 #include "sim/cli/load_option_text.h"
 #include "sim/cli/printable_text.h"
+#include "sim/cli/state_variables.h"
 #include "sim/cli/terminal.h"
+#include "sim/cli/variable_decoder.h"
 #include "sim/server/host_file.h"
 
 namespace sim {
@@ -18,10 +21,22 @@ namespace fs = std::filesystem;
 
 std::string HexBytes(std::span<const std::uint8_t> bytes) { return fmt::format("{:02x}", fmt::join(bytes, " ")); }
 
+// What the driver keeps of earlier requests: the variable, and what the next boot makes of it.
+struct KeptVariable {
+  const CHAR16* name;
+  const char* title;
+  const char* meaning;
+};
+constexpr KeptVariable kKept[] = {
+    {bds::kIpmiBootFlagsName, "kept in NVRAM",
+     "persistent: each boot follows it until the BMC asks for something else"},
+    {bds::kSavedBootOrderName, "order before", "the next boot puts it back"},
+};
+
 class BmcFolder {
  public:
   explicit BmcFolder(const fs::path& state)
-      : folder_(state / "bmc"), parameters_(Bmc::ParametersOf(folder_)), files_(Bmc::FilesOf(folder_)) {}
+      : state_(state), folder_(state / "bmc"), parameters_(Bmc::ParametersOf(folder_)), files_(Bmc::FilesOf(folder_)) {}
 
   int Show() const;
   int ListFiles() const;
@@ -31,10 +46,28 @@ class BmcFolder {
   int Remove(const std::string& name);
 
  private:
+  void ShowKept() const;
+
+  fs::path state_;
   fs::path folder_;
   fs::path parameters_;
   FileStore files_;
 };
+
+void BmcFolder::ShowKept() const {
+  std::error_code ignored;
+  if (!fs::is_directory(state_ / "nvram", ignored)) {
+    fmt::print("kept in NVRAM     none\n");
+    return;
+  }
+  const StateVariables variables(state_);
+  for (const KeptVariable& kept : kKept) {
+    const Variable* variable = variables.Find(kept.name, bds::kIpmiVariablesGuid);
+    const std::string text = variable == nullptr ? "none" : DecodeVariable(*variable).front();
+    const std::string meaning = variable == nullptr ? "" : fmt::format("  ({})", kept.meaning);
+    fmt::print("{:<18}{}{}\n", kept.title, text, meaning);
+  }
+}
 
 int BmcFolder::Show() const {
   std::string error;
@@ -44,6 +77,7 @@ int BmcFolder::Show() const {
   }
   constexpr const char* kProgress[] = {"complete", "in progress", "commit", "reserved"};
   fmt::print("boot flags        {}  (bytes {})\n", BootFlagsText(*state), HexBytes(state->bootFlags));
+  ShowKept();
   fmt::print("handled by BIOS   {}\n", (state->acknowledge & 1) != 0 ? "no" : "yes");
   fmt::print("set in progress   {}\n", kProgress[state->setInProgress & 3]);
   fmt::print("valid bit         {}\n", (state->validBitClearing & 0x08) != 0 ? "stays" : "ends after 60 s");
@@ -118,8 +152,10 @@ int BmcFolder::Remove(const std::string& name) {
 
 int RunBmc(const BmcArguments& arguments) {
   std::error_code ignored;
-  if (fs::exists(arguments.state, ignored) && !fs::is_directory(arguments.state, ignored)) {
-    return Fail(fmt::format("{}: is no folder", arguments.state.string()));
+  for (const fs::path& place : {arguments.state, arguments.state / "bmc"}) {
+    if (fs::exists(place, ignored) && !fs::is_directory(place, ignored)) {
+      return Fail(fmt::format("{}: is no folder", place.string()));
+    }
   }
   BmcFolder bmc(arguments.state);
   switch (arguments.action) {

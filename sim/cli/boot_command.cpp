@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "sim/cli/commands.h"
+#include "sim/cli/findings_text.h"
 #include "sim/cli/json_report.h"
 #include "sim/cli/options_text.h"
 #include "sim/cli/printable_text.h"
@@ -53,12 +54,14 @@ class BootRun {
   void OpenLog();
   void CheckJson() const;
   void ConnectConsole();
+  void ConnectScreen();
   BootResult BootOnce();
   void Show(unsigned number, const BootResult& result) const;
   void WriteJson() const;
   void WriteVariables() const;
   // With the JSON on standard output the texts go to standard error.
   std::FILE* Texts() const { return arguments_.json == "-" ? stderr : stdout; }
+  bool OnTerminal() const { return isatty(fileno(Texts())) == 1; }
 
   const BootArguments& arguments_;
   Server server_;
@@ -69,6 +72,7 @@ class BootRun {
   std::unique_ptr<TypedKeys> keys_;
   unsigned startsLogged_ = 0;
   std::vector<BootResult> results_;
+  bool screenUsed_ = false;  // a program placed the cursor, so that its text makes no sense line by line
 };
 
 void BootRun::OpenLog() {
@@ -103,12 +107,29 @@ void BootRun::ConnectConsole() {
   keys_ = std::make_unique<TypedKeys>(std::move(*keys), typing ? STDIN_FILENO : TypedKeys::kNone);
   request_.keys = keys_.get();
   if (!arguments_.quiet) {
+    ConnectScreen();
     request_.onConsole = [this](std::string_view utf8) {
+      if (screenUsed_ && !OnTerminal()) {
+        return;  // the screen is shown at the end
+      }
       const std::string shown = PrintableText(utf8, true);
       std::fwrite(shown.data(), 1, shown.size(), Texts());
       std::fflush(Texts());
     };
   }
+}
+
+// A loader's menu is drawn with the cursor. A terminal follows it; elsewhere the last screen is shown.
+void BootRun::ConnectScreen() {
+  if (!arguments_.execute) {
+    return;
+  }
+  request_.onCursor = [this](int column, int row, bool cleared) {
+    screenUsed_ = screenUsed_ || !cleared;
+    if (OnTerminal()) {
+      fmt::print(Texts(), "{}\x1B[{};{}H", cleared ? "\x1B[2J" : "", row + 1, column + 1);
+    }
+  };
 }
 
 // Until something is started, nothing is, or the firmware resets once too often.
@@ -140,6 +161,9 @@ void BootRun::Show(unsigned number, const BootResult& result) const {
       arguments_.boots > 1 ? fmt::format(", boot {} of {}", number, arguments_.boots) : std::string();
   const std::string title = server_.Description().name + boot;
   const char* limit = result.resetLimitReached ? ", one reset too many" : "";
+  if (screenUsed_ && !arguments_.quiet) {
+    fmt::print(Texts(), "{}", OnTerminal() ? "\n" : ScreenText(result));
+  }
   const std::string text = arguments_.quiet
                                ? fmt::format("{}: {}{}\n", PrintableText(title), OutcomeText(result.Last()), limit)
                                : SummaryText(title, result, style_);
@@ -151,7 +175,7 @@ void BootRun::WriteJson() const {
   if (arguments_.json.empty()) {
     return;
   }
-  const std::string text = JsonReport(server_.Description().name, results_);
+  const std::string text = JsonReport(server_.Description().name, server_.Notes(), results_);
   if (arguments_.json == "-") {
     fmt::print("{}", text);
     return;
@@ -174,6 +198,9 @@ void BootRun::WriteVariables() const {
 }
 
 int BootRun::Run() {
+  for (const std::string& note : arguments_.quiet ? std::vector<std::string>() : server_.Notes()) {
+    fmt::print(Texts(), "Note: {}\n", PrintableText(note));
+  }
   for (unsigned number = 1; number <= arguments_.boots; ++number) {
     results_.push_back(BootOnce());
     Show(number, results_.back());

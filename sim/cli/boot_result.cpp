@@ -36,12 +36,16 @@ const AttemptReport* AttemptOn(const OptionReport& option, const BootReport& rep
   return first;
 }
 
-std::string ReasonFor(const OptionReport& option, const AttemptReport* attempt) {
+std::string ReasonFor(const OptionReport& option, const BootReport& report) {
+  const AttemptReport* attempt = AttemptOn(option, report);
   if (!option.readable) {
     return "no such variable, or it is malformed";
   }
   if (attempt != nullptr) {
     return AttemptText(*attempt);
+  }
+  if (report.bootNextTaken && report.bootNextTaken == report.bootCurrent) {
+    return fmt::format("not its turn: BootNext named Boot{:04X}", *report.bootNextTaken);
   }
   return (option.attributes & LOAD_OPTION_ACTIVE) == 0 ? "not active" : "no attempt on record";
 }
@@ -78,7 +82,7 @@ std::vector<PassedOver> OptionsPassedOver(const BootReport& report) {
   const auto stops = [booted](const OptionReport& option) { return &option == booted || !option.inOrder; };
   const auto end = std::ranges::find_if(report.options, stops);
   for (const OptionReport& option : std::span(report.options.begin(), end)) {
-    passed.push_back({option.number, ReasonFor(option, AttemptOn(option, report))});
+    passed.push_back({option.number, ReasonFor(option, report)});
   }
   return passed;
 }

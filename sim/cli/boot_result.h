@@ -17,6 +17,14 @@ struct BootResult {
 
   const BootReport& Last() const { return starts.back(); }
   bool Started() const { return Last().Started(); }
+  // Virtual time of all starts.
+  Ticks Time() const {
+    Ticks time = 0;
+    for (const BootReport& start : starts) {
+      time += start.outcome.time;
+    }
+    return time;
+  }
 };
 
 // The driver crashed, or nothing could end its waiting.
@@ -24,7 +32,7 @@ inline bool BrokeDown(BootEnd end) {
   return end == BootEnd::Crashed || end == BootEnd::WaitsForever || end == BootEnd::TimeLimit;
 }
 
-// The option that BootCurrent names; null when there is none.
+// The option that was started, or tried last; null when there is none.
 const OptionReport* BootedOption(const BootReport& report);
 
 // "active", "inactive" or "hidden"; "missing" for a number in BootOrder without a readable variable.

@@ -17,11 +17,13 @@ constexpr const char* kFooter = R"(Examples:
   bds-sim boot rack.toml --boots 3 --json -           three boots, the report as JSON on standard output
   bds-sim bmc st bootdev pxe --persistent --efi       ask for network boots, as ipmitool would
   bds-sim vars st                                     what is in NVRAM now
-  EFIVARFS_PATH=st/nvram/ efibootmgr -v               the same through efibootmgr
+  bds-sim vars st order 0002 0000                     another boot order
+  bds-sim run st -- efibootmgr -v -o 0002,0000        the same through efibootmgr
   bds-sim policy check fleet.xml                      what the driver makes of a boot policy
 
 Exit status: 0 an option was started (other commands: done), 1 a policy has warnings, 2 the command line, the
-description or the state is wrong, or a policy is refused, 3 no option was started, 4 the driver crashed or waited for what can never come.
+description or the state is wrong, or a policy is refused, 3 no option was started, 4 the driver crashed or waited for
+what can never come.
 Run "bds-sim COMMAND --help" for a command's options. NO_COLOR=1 turns colours off.)";
 
 constexpr const char* kBootFooter = R"(Faults (each with its own --fault, for every start; a power cut befalls once):
@@ -36,6 +38,7 @@ struct Arguments {
   BootArguments boot;
   DescribeArguments describe;
   VarsArguments vars;
+  RunArguments run;
   BmcArguments bmc;
   PolicyArguments policy;
   std::vector<std::string> bootWords;
@@ -95,10 +98,81 @@ void AddDescribe(CLI::App& app, DescribeArguments& describe, int& status) {
   command.callback([&describe, &status] { status = RunDescribe(describe); });
 }
 
+// The folder stands in front of the action, which the library's usage line does not say.
+class FolderFirst : public CLI::Formatter {
+ public:
+  explicit FolderFirst(std::string command) : command_("bds-sim " + std::move(command)) {}
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    if (name.size() > command_.size()) {
+      name.insert(command_.size(), " DIR");
+    }
+    return CLI::Formatter::make_usage(app, name);
+  }
+
+ private:
+  std::string command_;
+};
+
+template <typename Action, typename Arguments>
+CLI::App& AddAction(CLI::App& parent, Arguments& arguments, int& status, Action action, int (*run)(const Arguments&),
+                    const std::string& name, const std::string& help) {
+  CLI::App& command = *parent.add_subcommand(name, help);
+  command.callback([&arguments, &status, action, run] {
+    arguments.action = action;
+    status = run(arguments);
+  });
+  return command;
+}
+
 void AddVars(CLI::App& app, VarsArguments& vars, int& status) {
-  CLI::App& command = *app.add_subcommand("vars", "List the variables of a state folder, decoded");
+  using Action = VarsArguments::Action;
+  CLI::App& command = *app.add_subcommand("vars", "List the variables of a state folder, decoded, or change them");
+  command.formatter(std::make_shared<FolderFirst>("vars"));
   command.add_option("DIR", vars.state, "The state folder, or a folder of variables")->required();
-  command.callback([&vars, &status] { status = RunVars(vars); });
+  command.require_subcommand(0, 1);
+  command.callback([&command, &vars, &status] {
+    if (command.get_subcommands().empty()) {
+      status = RunVars(vars);
+    }
+  });
+  struct Row {
+    Action action;
+    const char* name;
+    const char* help;
+    const char* words;
+    const char* wordsHelp;
+  };
+  constexpr Row kRows[] = {
+      {Action::Order, "order", "Set BootOrder", "NUMBER", "The options in their order, such as 0002 0000; or none"},
+      {Action::Delete, "delete", "Delete options, and take them out of BootOrder", "NUMBER", "Such as 0002"},
+      {Action::Activate, "activate", "Make options active", "NUMBER", "Such as 0002"},
+      {Action::Deactivate, "deactivate", "Make options inactive", "NUMBER", "Such as 0002"},
+      {Action::Next, "next", "Set BootNext", "NUMBER", "The option; or none"},
+      {Action::Setup, "setup", "Set bytes of the Setup record", "FIELD=VALUE",
+       "A field as in a description's [setup], or a byte's offset: uefi_mode=0, 161=0"},
+  };
+  for (const Row& row : kRows) {
+    AddAction(command, vars, status, row.action, RunVars, row.name, row.help)
+        .add_option(row.words, vars.words, row.wordsHelp)
+        ->required();
+  }
+  CLI::App& add = AddAction(command, vars, status, Action::Add, RunVars, "add", "Add an option, first in BootOrder");
+  add.add_option("NAME", vars.name, "Its name")->required();
+  add.add_option("PATH", vars.path, "Its device path as text")->required();
+  add.add_option("--data", vars.data, "Optional data")->type_name("HEX");
+  add.add_option("--number", vars.number, "Its number (default: the lowest that is free)")->type_name("NUMBER");
+  add.add_flag("--inactive", vars.inactive, "Not active");
+  add.add_flag("--last", vars.last, "Last in BootOrder");
+}
+
+void AddRun(CLI::App& app, RunArguments& run, int& status) {
+  CLI::App& command = *app.add_subcommand("run", "Run efibootmgr or the like on the variables of a state folder");
+  command.add_option("DIR", run.state, "The state folder")->required();
+  command.add_option("COMMAND", run.command, "Behind --, the program and its arguments")->required();
+  command.footer(
+      "Example: bds-sim run st -- efibootmgr -o 0002,0000\n"
+      "The exit status is the program's; 128 + n when signal n ended it.");
+  command.callback([&run, &status] { status = RunProgram(run); });
 }
 
 // The options become the words that the boot flags are set from.
@@ -132,45 +206,24 @@ void AddBootDevice(CLI::App& bmc, Arguments& arguments, int& status) {
   });
 }
 
-CLI::App& AddBmcAction(CLI::App& bmc, BmcArguments& arguments, int& status, BmcArguments::Action action,
-                       const std::string& name, const std::string& help) {
-  CLI::App& command = *bmc.add_subcommand(name, help);
-  command.callback([&arguments, &status, action] {
-    arguments.action = action;
-    status = RunBmc(arguments);
-  });
-  return command;
-}
-
-// The folder stands in front of the action, which the library's usage line does not say.
-class BmcUsage : public CLI::Formatter {
- public:
-  std::string make_usage(const CLI::App* app, std::string name) const override {
-    constexpr std::string_view kCommand = "bds-sim bmc";
-    if (name.size() > kCommand.size()) {
-      name.insert(kCommand.size(), " DIR");
-    }
-    return CLI::Formatter::make_usage(app, name);
-  }
-};
-
 void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   using Action = BmcArguments::Action;
   BmcArguments& bmc = arguments.bmc;
   CLI::App& command = *app.add_subcommand("bmc", "Look at and set the BMC's side of a state folder");
-  command.formatter(std::make_shared<BmcUsage>());
+  command.formatter(std::make_shared<FolderFirst>("bmc"));
   command.add_option("DIR", bmc.state, "The state folder")->required();
   command.require_subcommand(1);
-  AddBmcAction(command, bmc, status, Action::Show, "show", "Boot flags and the other boot option parameters");
-  AddBmcAction(command, bmc, status, Action::Files, "files", "List the BMC's files");
+  AddAction(command, bmc, status, Action::Show, RunBmc, "show", "Boot flags and the other boot option parameters");
+  AddAction(command, bmc, status, Action::Files, RunBmc, "files", "List the BMC's files");
   AddBootDevice(command, arguments, status);
-  CLI::App& get = AddBmcAction(command, bmc, status, Action::Get, "get", "Copy a file of the BMC's to this machine");
+  CLI::App& get =
+      AddAction(command, bmc, status, Action::Get, RunBmc, "get", "Copy a file of the BMC's to this machine");
   get.add_option("NAME", bmc.file, "Its name on the BMC")->required();
   get.add_option("FILE", bmc.host, "Where to; standard output when not given");
-  CLI::App& put = AddBmcAction(command, bmc, status, Action::Put, "put", "Copy a file to the BMC");
+  CLI::App& put = AddAction(command, bmc, status, Action::Put, RunBmc, "put", "Copy a file to the BMC");
   put.add_option("NAME", bmc.file, "Its name on the BMC")->required();
   put.add_option("FILE", bmc.host, "The file")->required();
-  CLI::App& remove = AddBmcAction(command, bmc, status, Action::Remove, "remove", "Remove a file of the BMC's");
+  CLI::App& remove = AddAction(command, bmc, status, Action::Remove, RunBmc, "remove", "Remove a file of the BMC's");
   remove.add_option("NAME", bmc.file, "Its name on the BMC")->required();
 }
 
@@ -199,12 +252,14 @@ void AddPolicy(CLI::App& app, PolicyArguments& policy, int& status) {
 int RunCommandLine(int argc, char** argv) {
   CLI::App app("Boots a simulated rack server through the boot device selection driver.", "bds-sim");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "bds-sim " BDS_VERSION);
   app.footer(kFooter);
   Arguments arguments;
   int status = kExitStarted;
   AddBoot(app, arguments.boot, status);
   AddDescribe(app, arguments.describe, status);
   AddVars(app, arguments.vars, status);
+  AddRun(app, arguments.run, status);
   AddBmc(app, arguments, status);
   AddPolicy(app, arguments.policy, status);
   try {

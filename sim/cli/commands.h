@@ -45,9 +45,25 @@ struct DescribeArguments {
 int RunDescribe(const DescribeArguments& arguments);
 
 struct VarsArguments {
+  enum class Action { List, Order, Add, Delete, Activate, Deactivate, Next, Setup };
+  Action action = Action::List;
   std::filesystem::path state;
+  std::vector<std::string> words;  // option numbers, or Setup's FIELD=VALUE
+  std::string name;                // Add: of the option
+  std::string path;                // Add: its device path as text
+  std::string data;                // Add: optional data in hexadecimal
+  std::string number;              // Add: empty: the lowest that is free
+  bool inactive = false;
+  bool last = false;  // Add: behind the order, not in front of it
 };
 int RunVars(const VarsArguments& arguments);
+
+struct RunArguments {
+  std::filesystem::path state;
+  std::vector<std::string> command;  // the program and its arguments
+};
+// The program's exit status; 128 + n when a signal ended it.
+int RunProgram(const RunArguments& arguments);
 
 struct BmcArguments {
   enum class Action { Show, Files, BootDevice, Get, Put, Remove };

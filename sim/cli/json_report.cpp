@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "sim/bmc/boot_flag_words.h"
+#include "sim/cli/findings_text.h"
 #include "sim/cli/phases.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/guid_text.h"
@@ -53,6 +55,60 @@ Json WriteJson(const VariableWrite& write) {
           {"status", StatusName(write.status)}};
 }
 
+template <typename Element, typename Convert>
+Json List(const std::vector<Element>& elements, Convert convert) {
+  Json list = Json::array();
+  for (const Element& element : elements) {
+    list.push_back(convert(element));
+  }
+  return list;
+}
+
+Json NumberJson(const std::optional<std::uint16_t>& number) {
+  return number ? Json(NumberText(*number)) : Json(nullptr);
+}
+
+Json RequestJson(const BootReport& report) {
+  const BootRequestReport& request = report.request;
+  Json json = {{"source", nullptr},
+               {"flags", fmt::format("{:02x}", fmt::join(request.flags, " "))},
+               {"device", nullptr},
+               {"persistent", request.Persistent()},
+               {"efi", request.Efi()},
+               {"instance", nullptr},
+               {"acknowledged", request.acknowledged},
+               {"cleared", request.cleared},
+               {"kept", request.kept},
+               {"followed", request.followed},
+               {"option", NumberJson(request.option)},
+               {"result", RequestResult(report)}};
+  if (request.Asked()) {
+    json["source"] = request.source == BootRequestReport::Source::Bmc ? "bmc" : "nvram";
+    json["device"] = BootDeviceWord(request.flags);
+  }
+  if (const auto instance = BootInstance(request.flags)) {
+    json["instance"] = *instance;
+  }
+  return json;
+}
+
+Json FaultJson(const FaultReport& fault) {
+  const bool met = fault.met != 0;
+  return {{"words", fault.words},
+          {"met", fault.met},
+          {"first", met ? Json(fault.first) : Json(nullptr)},
+          {"step", met ? Json(fault.step) : Json(nullptr)},
+          {"time", met ? Json(Seconds(fault.at)) : Json(nullptr)}};
+}
+
+Json DamagedJson(const DamagedOption& option) {
+  return {{"name", PrintableText(option.name)}, {"size", option.size}, {"deleted", option.deleted}};
+}
+
+Json DeviceJson(const DeviceWithoutOption& device) {
+  return {{"path", PrintableText(device.path)}, {"reason", device.reason}};
+}
+
 Json BootedJson(const BootReport& report) {
   if (!report.Started()) {
     return nullptr;
@@ -66,6 +122,8 @@ Json BootedJson(const BootReport& report) {
   }
   if (const auto path = DevicePathText(report.outcome.path.Bytes()); path && !path->empty()) {
     booted["path"] = PrintableText(*path);
+  } else if (const OptionReport* option = BootedOption(report)) {  // the firmware's own file has no path but this
+    booted["path"] = PrintableText(option->path);
   }
   return booted;
 }
@@ -88,7 +146,8 @@ Json TimeJson(const BootReport& report) {
     for (std::size_t i = 0; i < step.waited.size(); ++i) {
       waited[kPassingNames[i]] = Seconds(step.waited[i]);
     }
-    steps.push_back({{"name", step.name},
+    steps.push_back({{"number", StepNumber(step.name)},
+                     {"name", step.name},
                      {"start", Seconds(step.start)},
                      {"duration", Seconds(step.duration)},
                      {"waited", std::move(waited)}});
@@ -127,16 +186,8 @@ Json BmcJson(const BootReport& report) {
     waited += PhaseOf(step.name) == Phase::Bmc ? step.duration : 0;
   }
   bmc["seconds_in_steps"] = Seconds(waited);
+  bmc["silent"] = BmcSilences(report) != 0;
   return bmc;
-}
-
-template <typename Element, typename Convert>
-Json List(const std::vector<Element>& elements, Convert convert) {
-  Json list = Json::array();
-  for (const Element& element : elements) {
-    list.push_back(convert(element));
-  }
-  return list;
 }
 
 Json StartJson(const BootReport& report) {
@@ -149,26 +200,35 @@ Json StartJson(const BootReport& report) {
           {"options", List(report.options, OptionJson)},
           {"attempts", List(report.attempts, AttemptJson)},
           {"passed_over", std::move(passed)},
+          {"boot_next", NumberJson(report.bootNext)},
+          {"boot_next_taken", NumberJson(report.bootNextTaken)},
+          {"bmc_request", RequestJson(report)},
+          {"faults", List(report.faults, FaultJson)},
+          {"damaged_options", List(report.damaged, DamagedJson)},
+          {"devices_without_option", List(report.devicesWithoutOption, DeviceJson)},
           {"variables_written", List(report.writes, WriteJson)},
           {"counts", report.counts},
           {"bmc", BmcJson(report)},
           {"time", TimeJson(report)},
           {"pool", PoolJson(report)},
           {"complaints", report.complaints},
-          {"console", report.console}};
+          {"console", report.console},
+          {"screen", report.screen}};
 }
 
 Json BootJson(const BootResult& boot) {
   return {{"started", boot.Started()},
           {"booted", BootedJson(boot.Last())},
+          {"time", Seconds(boot.Time())},
           {"resets", {{"warm", boot.warmResets}, {"cold", boot.coldResets}, {"limit_reached", boot.resetLimitReached}}},
           {"starts", List(boot.starts, StartJson)}};
 }
 
 }  // namespace
 
-std::string JsonReport(const std::string& serverName, const std::vector<BootResult>& boots) {
-  const Json report = {{"server", serverName}, {"boots", List(boots, BootJson)}};
+std::string JsonReport(const std::string& serverName, const std::vector<std::string>& notes,
+                       const std::vector<BootResult>& boots) {
+  const Json report = {{"server", serverName}, {"notes", notes}, {"boots", List(boots, BootJson)}};
   return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

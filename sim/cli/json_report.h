@@ -8,7 +8,9 @@
 
 namespace sim {
 
-// Texts that are no UTF-8 have the bad bytes replaced; the output ends with a line feed.
-std::string JsonReport(const std::string& serverName, const std::vector<BootResult>& boots);
+// notes: what Server::Notes() says. Texts that are no UTF-8 have the bad bytes replaced; the output ends with a line
+// feed.
+std::string JsonReport(const std::string& serverName, const std::vector<std::string>& notes,
+                       const std::vector<BootResult>& boots);
 
 }  // namespace sim

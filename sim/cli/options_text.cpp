@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 
+#include "sim/cli/findings_text.h"
 #include "sim/cli/phases.h"
 #include "sim/cli/printable_text.h"
 
@@ -143,7 +144,7 @@ std::string ResetsText(const BootResult& result, const Style& style) {
     const BootReport& report = result.starts[i];
     text += fmt::format("  Start {} ended after {} with a {}\n", i + 1, SecondsText(report.outcome.time),
                         OutcomeText(report));
-    text += WritesText(report) + LeftOverText(report, style);
+    text += RequestText(report) + WritesText(report) + LeftOverText(report, style);
   }
   if (result.resetLimitReached) {
     text += "  " + style.Bad("Too many resets: the last one was not carried out") + "\n";
@@ -174,11 +175,14 @@ std::string SummaryText(const std::string& title, const BootResult& result, cons
   const BootReport& report = result.Last();
   const std::string outcome = OutcomeText(report);
   std::string text = style.Strong(PrintableText(title)) + "\n" + ResetsText(result, style);
-  text += OptionsText(report, style) + AttemptsText(report) + PassedOverText(report);
+  text += OptionsText(report, style) + DevicesWithoutOptionText(report) + DamagedOptionsText(report);
+  text += RequestText(report) + BootNextText(report) + AttemptsText(report) + PassedOverText(report);
   text += "  Outcome: " + (result.Started() ? style.Good(outcome) : style.Bad(outcome)) + "\n";
-  text += TimeText(report) + WritesText(report) + LeftOverText(report, style);
+  text +=
+      TimeText(report) + SilenceText(report) + FaultsText(result) + WritesText(report) + LeftOverText(report, style);
   if (result.warmResets + result.coldResets != 0) {
-    text += fmt::format("  Resets: {} warm, {} cold\n", result.warmResets, result.coldResets);
+    text += fmt::format("  Resets: {} warm, {} cold; virtual time of all {} starts {}\n", result.warmResets,
+                        result.coldResets, result.starts.size(), SecondsText(result.Time()));
   }
   return text;
 }

@@ -95,6 +95,11 @@ Phase PhaseOf(std::string_view step) {
   return found == std::end(kSteps) ? Phase::Other : found->phase;
 }
 
+unsigned StepNumber(std::string_view step) {
+  const auto found = std::ranges::find(kSteps, step, &PhaseStep::step);
+  return found == std::end(kSteps) ? 0 : static_cast<unsigned>(found - std::begin(kSteps)) + 1;
+}
+
 std::array<Ticks, kPhaseCount> PhaseTimes(const BootReport& report) {
   std::array<Ticks, kPhaseCount> times{};
   Ticks inSteps = 0;

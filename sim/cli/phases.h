@@ -24,6 +24,9 @@ const char* PhaseName(Phase phase);
 // Phase::Other for a name that is no step's.
 Phase PhaseOf(std::string_view step);
 
+// Its place in the control flow, from 1; 0 for a name that is no step's.
+unsigned StepNumber(std::string_view step);
+
 // Virtual time by phase, in the order of the enumeration. What passed outside all steps is Phase::Other, so that the
 // phases add up to the whole boot.
 std::array<Ticks, kPhaseCount> PhaseTimes(const BootReport& report);

@@ -2,13 +2,18 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cstring>
 
+#include "bmc/ipmi_variables.h"
 #include "bootopt/legacy_dev_order.h"
+#include "platform/setup_variable.h"
+#include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/load_option_text.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/services/device_path_kinds.h"
 #include "sim/firmware/services/device_path_text.h"
+#include "sim/server/setup_fields.h"
 
 namespace sim {
 namespace {
@@ -104,6 +109,27 @@ Lines LegacyOrderLines(Bytes bytes) {
   return lines.empty() ? Lines{"empty"} : lines;
 }
 
+Lines SetupLines(Bytes bytes) {
+  const std::span setup(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  Lines lines;
+  for (const SetupField& field : SetupFields()) {
+    lines.push_back(fmt::format("{:<20} {:<12} byte {}, {}", field.name, SetupFieldText(field, setup), field.offset,
+                                field.meaning));
+  }
+  return lines;
+}
+
+// The answer of the BMC's that holds the request: version, selector, then the flags (IPMI 2.0, table 28-14).
+Lines RequestLines(Bytes bytes) {
+  const auto answer = Exactly<std::array<std::uint8_t, 2 + sizeof(BmcState::bootFlags)>>(bytes);
+  if (!answer) {
+    return Raw(bytes, "a persistent boot request");
+  }
+  BmcState state;
+  std::copy(answer->begin() + 2, answer->end(), state.bootFlags.begin());
+  return {BootFlagsText(state)};
+}
+
 Lines OptionLines(Bytes bytes) { return LoadOptionText(bytes); }
 
 struct NamedDecoder {
@@ -128,6 +154,9 @@ const NamedDecoder kByName[] = {
     {u"PlatformLangCodes", gEfiGlobalVariableGuid, AsciiLines},
     {u"LegacyDevOrder", bds::kLegacyDevOrderGuid, LegacyOrderLines},
     {u"OldLegacyDevOrder", bds::kLegacyDevOrderGuid, LegacyOrderLines},
+    {kSetupName, kSetupGuid, SetupLines},
+    {bds::kIpmiBootFlagsName, bds::kIpmiVariablesGuid, RequestLines},
+    {bds::kSavedBootOrderName, bds::kIpmiVariablesGuid, OrderLines},
 };
 
 // "Boot0001", "Driver00ab": one of the words and four hexadecimal digits in either case.

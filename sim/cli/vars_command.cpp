@@ -1,4 +1,5 @@
-// bds-sim vars: the variables of a state folder. It reads the files by itself, so that one damaged file hides no other.
+// bds-sim vars: the variables of a state folder, listed or changed. The list reads the files by itself, so that one
+// damaged file hides no other.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,8 +9,10 @@
 
 #include "sim/cli/commands.h"
 #include "sim/cli/printable_text.h"
+#include "sim/cli/state_variables.h"
 #include "sim/cli/terminal.h"
 #include "sim/cli/variable_decoder.h"
+#include "sim/cli/vars_edit.h"
 #include "sim/firmware/guid_text.h"
 #include "sim/firmware/variables/variable_name_text.h"
 
@@ -59,11 +62,8 @@ std::vector<fs::path> SortedFiles(const fs::path& folder) {
 // Well-known GUIDs go without saying.
 std::string GuidSuffix(const EFI_GUID& guid) { return guid == gEfiGlobalVariableGuid ? "" : "  " + GuidText(guid); }
 
-}  // namespace
-
-int RunVars(const VarsArguments& arguments) {
-  const fs::path nvram = arguments.state / "nvram";
-  const fs::path folder = fs::is_directory(nvram) ? nvram : arguments.state;
+int ListVariables(const fs::path& state) {
+  const fs::path folder = VariablesOf(state);
   if (!fs::is_directory(folder)) {
     return Fail(fmt::format("{}: expected a state folder with nvram/ in it", folder.string()));
   }
@@ -83,6 +83,17 @@ int RunVars(const VarsArguments& arguments) {
     }
   }
   return status;
+}
+
+}  // namespace
+
+int RunVars(const VarsArguments& arguments) {
+  if (arguments.action == VarsArguments::Action::List) {
+    return ListVariables(arguments.state);
+  }
+  StateVariables variables(arguments.state);
+  fmt::print("{}\n", EditVariables(variables, arguments));
+  return kExitStarted;
 }
 
 }  // namespace sim

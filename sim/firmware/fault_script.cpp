@@ -25,11 +25,11 @@ std::optional<std::uint64_t> Number(const std::string& text) {
 }  // namespace
 
 void FaultScript::FailCall(std::string service, std::uint64_t nth, EFI_STATUS status, std::uint64_t count) {
-  callFaults_.push_back({std::move(service), nth, count, status});
+  callFaults_.push_back({std::move(service), nth, count, status, {}});
 }
 
 void FaultScript::LosePowerAfterWrite(std::string kind, std::uint64_t nth) {
-  powerFaults_.push_back({std::move(kind), nth});
+  powerFaults_.push_back({std::move(kind), nth, {}});
 }
 
 bool FaultScript::Add(std::string_view words, std::string& error) {
@@ -45,6 +45,7 @@ bool FaultScript::Add(std::string_view words, std::string& error) {
       return wrong("expected a kind of write: nvram, bmc or bmc-exchange");
     }
     LosePowerAfterWrite(parts[1], *nth);
+    powerFaults_.back().words = words;
     return true;
   }
   if (nth && parts[0] == "call" && (parts.size() == 4 || parts.size() == 5)) {
@@ -58,6 +59,7 @@ bool FaultScript::Add(std::string_view words, std::string& error) {
     }
     if (count) {
       FailCall(parts[1], *nth, *status, *count);
+      callFaults_.back().words = words;
       return true;
     }
   }
@@ -71,6 +73,7 @@ std::optional<EFI_STATUS> FaultScript::OnCall(std::string_view service) {
   const std::uint64_t nth = ++calls_[std::string(service)];
   for (const CallFault& fault : callFaults_) {
     if (fault.service == service && nth >= fault.first && nth - fault.first < fault.count) {
+      Met(fault.words, nth);
       return fault.status;
     }
   }
@@ -84,10 +87,17 @@ bool FaultScript::OnWrite(std::string_view kind) {
   }
   for (const PowerFault& fault : powerFaults_) {
     if (fault.kind == kind && fault.nth == nth) {
+      Met(fault.words, nth);
       return true;
     }
   }
   return false;
+}
+
+void FaultScript::Met(std::string_view words, std::uint64_t nth) const {
+  if (metHook_) {
+    metHook_(words, nth);
+  }
 }
 
 std::uint64_t FaultScript::WritesOf(std::string_view kind) const {

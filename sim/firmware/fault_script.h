@@ -23,6 +23,9 @@ class FaultScript {
   void FailCall(std::string service, std::uint64_t nth, EFI_STATUS status, std::uint64_t count = 1);
   // The power goes right after write number `nth` (from 1) of that kind ("nvram", "bmc", "bmc-exchange") took effect.
   void LosePowerAfterWrite(std::string kind, std::uint64_t nth);
+  // Called for each call or write that a fault of the table befalls, with the fault's words and the number of the call
+  // or write; before the power goes.
+  void SetMetHook(std::function<void(std::string_view words, std::uint64_t nth)> hook) { metHook_ = std::move(hook); }
   // Hooks for what a table cannot say; asked after the table.
   void SetCallHook(CallHook hook) { callHook_ = std::move(hook); }
   void SetWriteHook(WriteHook hook) { writeHook_ = std::move(hook); }
@@ -44,13 +47,18 @@ class FaultScript {
     std::uint64_t first;
     std::uint64_t count;
     EFI_STATUS status;
+    std::string words;
   };
   struct PowerFault {
     std::string kind;
     std::uint64_t nth;
+    std::string words;
   };
+  void Met(std::string_view words, std::uint64_t nth) const;
+
   std::vector<CallFault> callFaults_;
   std::vector<PowerFault> powerFaults_;
+  std::function<void(std::string_view words, std::uint64_t nth)> metHook_;
   CallHook callHook_;
   WriteHook writeHook_;
   std::map<std::string, std::uint64_t, std::less<>> calls_;

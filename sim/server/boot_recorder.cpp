@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
@@ -47,10 +48,18 @@ OptionReport ReportOption(const VariableStore& store, std::uint16_t number) {
 BootRecorder::BootRecorder(Machine& machine, const BootRequest& request)
     : machine_(machine), request_(request), addresses_(machine) {
   machine_.Log().SetLineHandler([this](const std::string& line) { OnLine(line); });
+  for (const std::string& words : request.faults) {
+    if (std::ranges::find(faults_, words, &FaultReport::words) == faults_.end()) {
+      faults_.push_back({.words = words, .step = {}});
+    }
+  }
 }
 
-void BootRecorder::Connect(MachineParts& parts) {
+void BootRecorder::Connect(MachineParts& parts, bool transport) {
   parts_ = &parts;
+  bmcRequest_.Begin(parts.Runtime().Store(), transport);
+  bootNextBefore_ = NumberIn(u"BootNext");
+  NoteDamagedOptions();
   WatchAttempts();
   if (request_.trace && request_.onTraffic) {
     machine_.SetTrace([this](const std::string& call) { request_.onTraffic("FW " + call); });
@@ -58,6 +67,7 @@ void BootRecorder::Connect(MachineParts& parts) {
   if (request_.onConsole) {
     parts.Console().SetEcho(request_.onConsole);
   }
+  parts.Console().SetCursorHandler(request_.onCursor);
   if (request_.keys != nullptr) {
     parts.Console().SetKeySource([keys = request_.keys] { return keys->Next(); });
     machine_.SetIdle([keys = request_.keys] { return keys->Wait(); });
@@ -69,6 +79,25 @@ void BootRecorder::OnTraffic(const std::string& line) {
     const Ticks now = machine_.Time().Now();
     request_.onTraffic(fmt::format("BMC@{}.{:06} {}", now / kSecond, now % kSecond / kMicrosecond, line));
   }
+}
+
+void BootRecorder::NoteDamagedOptions() {
+  for (const Variable& variable : parts_->Runtime().Store().All()) {
+    const bool option = variable.guid == gEfiGlobalVariableGuid && BootOptionNumber(variable.name);
+    if (option && !ParseLoadOption(variable.data)) {
+      damaged_.push_back({variable.name, variable.data.size()});
+    }
+  }
+}
+
+void BootRecorder::OnFault(std::string_view words, std::uint64_t nth) {
+  const auto fault = std::ranges::find(faults_, words, &FaultReport::words);
+  if (fault == faults_.end() || ++fault->met != 1) {
+    return;
+  }
+  fault->first = nth;
+  fault->step = steps_.empty() ? "" : steps_.back().name;
+  fault->at = machine_.Time().Now();
 }
 
 void BootRecorder::CloseStep() {
@@ -99,30 +128,49 @@ void BootRecorder::OnLine(const std::string& line) {
   }
 }
 
-std::optional<std::uint16_t> BootRecorder::BootCurrent() const {
-  const Variable* current = parts_->Runtime().Store().Find(u"BootCurrent", gEfiGlobalVariableGuid);
-  if (current == nullptr || current->data.size() != 2) {
+std::optional<std::uint16_t> BootRecorder::NumberIn(std::u16string_view variable, bool volatileOnly) const {
+  const Variable* found = parts_->Runtime().Store().Find(variable, gEfiGlobalVariableGuid);
+  if (found == nullptr || found->data.size() != 2 || (volatileOnly && found->NonVolatile())) {
     return std::nullopt;
   }
   std::uint16_t number = 0;
-  std::memcpy(&number, current->data.data(), sizeof(number));
+  std::memcpy(&number, found->data.data(), sizeof(number));
   return number;
 }
 
-// The driver writes BootCurrent once an image is loaded, so a load that fails belongs to the option read before it.
+// What an image loads belongs to that image's option; else it belongs to the option that was read before the load.
+std::optional<std::uint16_t> BootRecorder::OptionOfLoad() const {
+  const auto& starts = parts_->Images().Starts();
+  for (auto start = starts.rbegin(); start != starts.rend(); ++start) {
+    const auto known = optionOfImage_.find(start->image);
+    if (!start->finished && known != optionOfImage_.end() && known->second) {
+      return known->second;
+    }
+  }
+  return BootOptionNumber(parts_->Runtime().LastRead());
+}
+
+// BootCurrent tells, when it could be written; one that lies in NVRAM is not of this boot.
+std::optional<std::uint16_t> BootRecorder::OptionOfLegacyBoot() const {
+  const auto read = BootOptionNumber(parts_->Runtime().LastBootOption());
+  return read ? read : NumberIn(u"BootCurrent", true);
+}
+
 void BootRecorder::WatchAttempts() {
   ImageService& images = parts_->Images();
+  images.SetLoadHandler([this](EFI_HANDLE image) { optionOfImage_[image] = OptionOfLoad(); });
   images.SetAttemptHandlers(
       [this, &images] {
-        attempts_.push_back({AttemptOf::Start, images.Starts().size() - 1, BootCurrent()});
+        const auto known = optionOfImage_.find(images.Starts().back().image);
+        const auto option = known == optionOfImage_.end() ? std::nullopt : known->second;
+        attempts_.push_back({AttemptOf::Start, images.Starts().size() - 1, option});
       },
       [this, &images] {
-        const auto number = BootOptionNumber(parts_->Runtime().LastRead());
-        attempts_.push_back({AttemptOf::Load, images.LoadFailures().size() - 1, number});
+        attempts_.push_back({AttemptOf::Load, images.LoadFailures().size() - 1, OptionOfLoad()});
       });
   if (Csm* csm = machine_.Get<Csm>(); csm != nullptr) {
     csm->onAttempt = [this, csm] {
-      attempts_.push_back({AttemptOf::Legacy, csm->Attempts().size() - 1, BootCurrent()});
+      attempts_.push_back({AttemptOf::Legacy, csm->Attempts().size() - 1, OptionOfLegacyBoot()});
     };
   }
 }
@@ -153,15 +201,38 @@ void BootRecorder::ReportAttempts(BootReport& report, EFI_HANDLE driver) const {
   }
 }
 
+// What was started, from the attempts themselves: the store may have refused every write about it.
+void BootRecorder::ReportBoot(BootReport& report, const VariableStore& store, EFI_HANDLE driver) {
+  ReportAttempts(report, driver);
+  report.bootNext = NumberIn(u"BootNext");
+  if (bootNextBefore_ && !report.bootNext) {
+    report.bootNextTaken = bootNextBefore_;
+  }
+  report.bootCurrent = NumberIn(u"BootCurrent", true);
+  if (report.Started()) {
+    const auto ended = std::ranges::find_if(report.attempts, &AttemptReport::ended);
+    report.bootCurrent = ended == report.attempts.end() ? std::nullopt : ended->option;
+  }
+  if (report.Started() || report.outcome.end == BootEnd::Returned) {
+    report.devicesWithoutOption = DevicesWithoutOption(machine_, store);
+  }
+}
+
 void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver) {
   CloseStep();
-  ReportAttempts(report, driver);
+  ReportBoot(report, store, driver);
+  report.request = bmcRequest_.Report(store);
+  report.faults = faults_;
+  for (DamagedOption& option : damaged_) {
+    option.deleted = store.Find(option.name, gEfiGlobalVariableGuid) == nullptr;
+  }
+  report.damaged = damaged_;
   report.steps = std::move(steps_);
   report.log = std::move(log_);
   report.console = parts_->Console().Text();
+  report.screen = parts_->Console().Screen().Lines();
   report.options = ReportOptions(store, report.bootOrder);
   report.writes = store.Journal();
-  report.bootCurrent = BootCurrent();
   report.counts = {machine_.Counts().All().begin(), machine_.Counts().All().end()};
   report.complaints = machine_.Counts().Complaints();
   report.poolPeak = machine_.Pool().Peak();

@@ -15,9 +15,13 @@ class BootRecorder {
   static constexpr std::uint64_t kStepLevel = 0x20;
 
   BootRecorder(Machine& machine, const BootRequest& request);
-  void Connect(MachineParts& parts);
+  // transport: the server has an IPMI transport.
+  void Connect(MachineParts& parts, bool transport);
   // A request or exchange of the BMC's in a line; handed on with the virtual time in front.
   void OnTraffic(const std::string& line);
+  void OnIpmi(const IpmiExchange& exchange) { bmcRequest_.OnIpmi(exchange); }
+  // A scripted fault befell that call, write or exchange.
+  void OnFault(std::string_view words, std::uint64_t nth);
   void Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver);
 
  private:
@@ -31,8 +35,12 @@ class BootRecorder {
 
   void OnLine(const std::string& line);
   void CloseStep();
-  std::optional<std::uint16_t> BootCurrent() const;
+  std::optional<std::uint16_t> NumberIn(std::u16string_view variable, bool volatileOnly = false) const;
+  std::optional<std::uint16_t> OptionOfLoad() const;
+  std::optional<std::uint16_t> OptionOfLegacyBoot() const;
+  void NoteDamagedOptions();
   void WatchAttempts();
+  void ReportBoot(BootReport& report, const VariableStore& store, EFI_HANDLE driver);
   AttemptReport Report(const AttemptPlace& place) const;
   void ReportAttempts(BootReport& report, EFI_HANDLE driver) const;
 
@@ -44,6 +52,11 @@ class BootRecorder {
   std::vector<StepReport> steps_;
   TimesPassed passedBefore_{};          // the last step
   std::vector<AttemptPlace> attempts_;  // in time order
+  std::map<EFI_HANDLE, std::optional<std::uint16_t>> optionOfImage_;
+  std::optional<std::uint16_t> bootNextBefore_;
+  BootRequestWatch bmcRequest_;
+  std::vector<FaultReport> faults_;
+  std::vector<DamagedOption> damaged_;
 };
 
 // The options that the variables describe, those of BootOrder first.

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "platform/setup_variable.h"
 #include "sim/server/host_file.h"
+#include "sim/server/setup_fields.h"
 
 namespace sim {
 namespace {
@@ -12,42 +15,38 @@ std::uint8_t Byte(TableReader& table, const char* key, std::uint64_t otherwise) 
   return static_cast<std::uint8_t>(table.Integer(key, otherwise, 0, 255));
 }
 
-std::optional<std::vector<std::uint8_t>> ReadSetup(TableReader& root) {
+void ReadSetupField(TableReader& table, const SetupField& field, std::vector<std::uint8_t>& setup) {
+  if (field.size == 1) {
+    setup[field.offset] = Byte(table, field.name, setup[field.offset]);
+    return;
+  }
+  const auto values = table.Integers(field.name, 0, 255);
+  if (!values.empty() && values.size() != field.size) {
+    table.Fail(field.name, fmt::format("{} numbers: {}", field.size, field.meaning));
+  }
+  std::ranges::transform(values, setup.begin() + static_cast<std::ptrdiff_t>(field.offset),
+                         [](std::uint64_t value) { return static_cast<std::uint8_t>(value); });
+}
+
+void ReadSetup(TableReader& root, NvramDescription& nvram) {
+  nvram.setup = DefaultSetup();
   auto table = root.Table("setup");
   if (!table) {
-    return DefaultSetup();
+    return;
   }
-  const bool present = table->Boolean("present", true);
-  std::vector<std::uint8_t> setup = DefaultSetup();
-  struct Field {
-    const char* key;
-    std::size_t offset;
-  };
-  constexpr Field kFields[] = {
-      {"driver_health", kSetupDriverHealthCheck},
-      {"health_in_quiet_boot", kSetupHealthInQuietBoot},
-      {"strict_group_order", kSetupStrictGroupOrder},
-      {"efi_boot_options", kSetupEfiBootOptionsEnable},
-      {"uefi_mode", kSetupUefiMode},
-      {"stbu_mode", kSetupStbuMode},
-  };
-  for (const Field& field : kFields) {
-    setup[field.offset] = Byte(*table, field.key, setup[field.offset]);
+  nvram.setupDescribed = true;
+  for (const SetupField& field : SetupFields()) {
+    ReadSetupField(*table, field, *nvram.setup);
   }
-  const auto policy = table->Integers("option_rom_policy", 0, 255);
-  if (!policy.empty() && policy.size() != kSetupOptionRomPolicySize) {
-    table->Fail("option_rom_policy", "six numbers: switch, network, serial bus, storage, display, other");
-  }
-  for (std::size_t i = 0; i < policy.size(); ++i) {
-    setup[kSetupOptionRomPolicy + i] = static_cast<std::uint8_t>(policy[i]);
+  if (!table->Boolean("present", true)) {
+    nvram.setup.reset();
   }
   table->Finish();
-  return present ? std::optional(setup) : std::nullopt;
 }
 
 NvramDescription ReadNvram(TableReader& root, const std::filesystem::path& folder) {
   NvramDescription nvram;
-  nvram.setup = ReadSetup(root);
+  ReadSetup(root, nvram);
   if (auto table = root.Table("nvram")) {
     nvram.size = table->Integer("size", nvram.size, 1024, 16 * 1024 * 1024);
     nvram.maximumVariable = table->Integer("maximum_variable", nvram.maximumVariable, 256, 1024 * 1024);
@@ -203,6 +202,21 @@ ServerDescription ReadServer(TableReader& root, const std::filesystem::path& fol
   return server;
 }
 
+// The parser's own words, but for two slips that it describes by what it met rather than by what is missing.
+std::string ParseFault(const toml::parse_error& error, std::string_view text) {
+  std::string fault(error.description());
+  for (std::uint32_t line = 1; line < error.source().begin.line; ++line) {
+    text.remove_prefix(std::min(text.find('\n') + 1, text.size()));
+  }
+  const std::string_view line = text.substr(0, text.find('\n'));
+  const bool controls = std::ranges::any_of(line, [](char each) { return each >= 0 && each < ' ' && each != '\t'; });
+  if (fault.find("control characters") != std::string::npos && !controls) {
+    return "a text that is closed by a quote on its own line was expected";
+  }
+  const bool untyped = fault.find("determine value type") != std::string::npos;
+  return untyped ? fault + "; a text stands in quotes" : fault;
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> DefaultSetup() {
@@ -220,7 +234,7 @@ ServerDescription ParseServerDescription(std::string_view text, const std::strin
     TableReader root(table, name, "");
     return ReadServer(root, folder);
   } catch (const toml::parse_error& error) {
-    throw DescriptionError(name, error.source().begin.line, "", std::string(error.description()));
+    throw DescriptionError(name, error.source().begin.line, "", ParseFault(error, text));
   }
 }
 

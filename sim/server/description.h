@@ -38,6 +38,7 @@ struct NvramDescription {
   std::uint64_t size = 256 * 1024;  // bytes of non-volatile storage
   std::uint64_t maximumVariable = 64 * 1024;
   std::optional<std::vector<std::uint8_t>> setup;  // the Setup variable; absent: the server has none
+  bool setupDescribed = false;                     // by a [setup] table, not by the defaults alone
   std::optional<std::uint8_t> bootMode;            // first byte of the platform's boot mode record
   std::filesystem::path initial;                   // efivarfs-style folder that a state without variables starts from
 };

@@ -1,7 +1,10 @@
 // The device part of a description: root bridges, PCI functions by kind, and what hangs on each controller.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
+#include <set>
 
 #include "sim/bus/option_rom.h"
 #include "sim/bus/utf_text.h"
@@ -28,6 +31,43 @@ std::vector<std::string> KindNames() {
     names.emplace_back(kind.name);
   }
   return names;
+}
+
+using MacAddress = decltype(NetworkPort::mac);
+
+std::optional<MacAddress> ParseMac(std::string_view text) {
+  MacAddress mac{};
+  if (text.size() != mac.size() * 3 - 1) {
+    return std::nullopt;
+  }
+  for (std::size_t i = 0; i < mac.size(); ++i) {
+    const char* digits = text.data() + i * 3;
+    const auto read = std::from_chars(digits, digits + 2, mac[i], 16);
+    if (read.ec != std::errc{} || read.ptr != digits + 2 || (i + 1 < mac.size() && digits[2] != ':')) {
+      return std::nullopt;
+    }
+  }
+  return mac;
+}
+
+// The tables that hang on one kind of function only.
+struct KindTable {
+  const char* key;
+  std::initializer_list<KindIndex> kinds;
+};
+const KindTable kKindTables[] = {
+    {"sata", {kAhci}},  {"ide", {kIde}},         {"namespace", {kNvme}},  {"scsi", {kSas, kRaid}},
+    {"floppy", {kIsa}}, {"usb", {kEhci, kXhci}}, {"function", {kBridge}},
+};
+
+// TOML hangs a table on the function that was begun last, which is easily another one than its writer meant.
+void FailForOtherKindsTables(const TableReader& table, std::size_t kind) {
+  for (const KindTable& each : kKindTables) {
+    if (table.Has(each.key) && std::ranges::find(each.kinds, kind) == each.kinds.end()) {
+      table.Fail(each.key, fmt::format("behind a function of kind \"{}\"; the function begun last is of kind \"{}\"",
+                                       kKinds[*each.kinds.begin()].name, kKinds[kind].name));
+    }
+  }
 }
 
 class DeviceReader {
@@ -57,6 +97,7 @@ class DeviceReader {
   }
 
   std::filesystem::path folder_;
+  mutable std::set<MacAddress> macs_;  // of the ports read so far
 };
 
 Medium DeviceReader::ReadMedium(TableReader& table, std::uint32_t blockSize) const {
@@ -72,6 +113,9 @@ Medium DeviceReader::ReadMedium(TableReader& table, std::uint32_t blockSize) con
   }
   if (!image.empty()) {
     std::string error;
+    if (std::filesystem::is_directory(folder_ / image)) {
+      table.Fail("image", "a disk image, but this is a folder; the key 'folder' shows one as a volume");
+    }
     medium.blocks = OpenDiskImage(folder_ / image, options, error);
     if (medium.blocks == nullptr) {
       table.Fail("image", "a readable disk image: " + error);
@@ -124,14 +168,14 @@ std::vector<UsbDevice> DeviceReader::UsbDevices(TableReader& table) const {
 
 NetworkController DeviceReader::ReadNetwork(TableReader& table) const {
   NetworkPort port;
-  const std::string mac = table.RequiredText("mac");
-  unsigned parts[6];
-  char rest = 0;
-  if (std::sscanf(mac.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &parts[0], &parts[1], &parts[2], &parts[3], &parts[4],
-                  &parts[5], &rest) != 6) {
-    table.Fail("mac", "six hexadecimal bytes with colons between them");
+  const auto mac = ParseMac(table.RequiredText("mac"));
+  if (!mac) {
+    table.Fail("mac", "six hexadecimal bytes of two digits with colons between them, such as \"02:00:00:00:00:01\"");
   }
-  std::copy(std::begin(parts), std::end(parts), port.mac.begin());
+  if (!macs_.insert(*mac).second) {
+    table.Fail("mac", "an address of the port's own; another port has this one");
+  }
+  port.mac = *mac;
   port.mediaPresent = table.Boolean("link", true);
   port.ipv4 = table.Boolean("ipv4", true);
   port.ipv6 = table.Boolean("ipv6", true);
@@ -177,7 +221,7 @@ Controller DeviceReader::ReadController(std::size_t kind, TableReader& table) co
     case kNvme:
       return NvmeController{Devices<NvmeNamespace>(table, "namespace", [this](TableReader& element, NvmeNamespace& ns) {
         ns.id = static_cast<std::uint32_t>(element.Integer("id", 1, 1, 0xFFFFFFFE));
-        ns.eui64 = element.Integer("eui64", 0, 0, INT64_MAX);
+        ns.eui64 = element.OptionalWide("eui64").value_or(0);
         ns.drive = ReadDrive(element, false);
       })};
     case kSas:
@@ -188,7 +232,7 @@ Controller DeviceReader::ReadController(std::size_t kind, TableReader& table) co
       scsi.devices = Devices<ScsiDevice>(table, "scsi", [this](TableReader& element, ScsiDevice& device) {
         device.target = static_cast<std::uint16_t>(element.RequiredInteger("target", 0, 0xFFFF));
         device.lun = element.Integer("lun", 0, 0, 0xFFFF);
-        device.sasAddress = element.OptionalInteger("sas_address", 0, INT64_MAX);
+        device.sasAddress = element.OptionalWide("sas_address");
         device.drive = ReadDrive(element, false);
       });
       return scsi;
@@ -238,6 +282,7 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   }
   function.driverName = Utf16OfText(table.Text("driver_name"));
   function.controllerName = Utf16OfText(table.Text("controller_name"));
+  FailForOtherKindsTables(table, kind);
   function.controller = ReadController(kind, table);
   table.Finish();
   return function;
@@ -251,11 +296,42 @@ void FailUnlessFitting(const DeviceTree& tree, const TableReader& entry) {
   }
 }
 
+// A last bus that is not given is the one before the segment's next root bridge, so that one first_bus is enough to
+// part two of them.
+struct BusRanges {
+  std::vector<bool> given;  // by root bridge
+
+  void Settle(DeviceTree& tree, const TableReader& table, bool lastGiven) {
+    given.push_back(lastGiven);
+    RootBridge& added = tree.rootBridges.back();
+    for (std::size_t i = 0; i + 1 < tree.rootBridges.size(); ++i) {
+      RootBridge& other = tree.rootBridges[i];
+      if (other.segment != added.segment) {
+        continue;
+      }
+      Part(other, given[i], added);
+      Part(added, lastGiven, other);
+      if (added.firstBus <= other.lastBus && other.firstBus <= added.lastBus) {
+        table.Fail("first_bus", fmt::format("buses of its own: root bridge {} has {} to {} of segment {}", other.uid,
+                                            other.firstBus, other.lastBus, other.segment));
+      }
+    }
+  }
+
+ private:
+  static void Part(RootBridge& lower, bool lastGiven, const RootBridge& upper) {
+    if (!lastGiven && lower.firstBus < upper.firstBus && lower.lastBus >= upper.firstBus) {
+      lower.lastBus = static_cast<std::uint8_t>(upper.firstBus - 1);
+    }
+  }
+};
+
 }  // namespace
 
 DeviceTree ReadDeviceTree(TableReader& root, const std::filesystem::path& folder) {
   const DeviceReader reader(folder);
   DeviceTree tree;
+  BusRanges buses;
   for (TableReader& table : root.Tables("root_bridge")) {
     const std::size_t number = tree.rootBridges.size();
     RootBridge& bridge = tree.rootBridges.emplace_back();
@@ -265,6 +341,7 @@ DeviceTree ReadDeviceTree(TableReader& root, const std::filesystem::path& folder
     bridge.firstBus = static_cast<std::uint8_t>(table.Integer("first_bus", 0, 0, 255));
     bridge.lastBus = static_cast<std::uint8_t>(table.Integer("last_bus", 255, 0, 255));
     FailUnlessFitting(tree, table);
+    buses.Settle(tree, table, table.Has("last_bus"));
     for (TableReader& element : table.Tables("function")) {
       bridge.functions.push_back(reader.Function(element));
       FailUnlessFitting(tree, element);

@@ -80,6 +80,22 @@ std::optional<std::uint16_t> BootOptionNumber(std::u16string_view name) {
   return number;
 }
 
+std::vector<std::span<const std::byte>> PathNodes(const DevicePath& path) {
+  std::vector<std::span<const std::byte>> nodes;
+  for (std::span<const std::byte> rest = path.Bytes(); rest.size() >= sizeof(EFI_DEVICE_PATH_PROTOCOL);) {
+    const auto* node = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(rest.data());
+    const std::size_t size = node->Length[0] + std::size_t{node->Length[1]} * 256;
+    if (size < sizeof(*node) || size > rest.size()) {
+      break;
+    }
+    if (node->Type != END_DEVICE_PATH_TYPE) {
+      nodes.push_back(rest.first(size));
+    }
+    rest = rest.subspan(size);
+  }
+  return nodes;
+}
+
 std::string DevicePathToUtf8(const DevicePath& path) {
   const auto text = DevicePathText(path.Bytes());
   return text ? Utf8OfText(*text) : fmt::format("({} bytes)", path.Size());

@@ -33,6 +33,9 @@ std::optional<LoadOption> ParseLoadOption(std::span<const std::byte> bytes);
 // The number of "Boot####" with four hexadecimal digits in either case; nothing for any other name.
 std::optional<std::uint16_t> BootOptionNumber(std::u16string_view name);
 
+// The nodes of a path with their headers, the end nodes left out.
+std::vector<std::span<const std::byte>> PathNodes(const DevicePath& path);
+
 // A path as text in UTF-8; the number of its bytes in parentheses when it has no text.
 std::string DevicePathToUtf8(const DevicePath& path);
 

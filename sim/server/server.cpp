@@ -11,6 +11,7 @@
 #include "sim/server/boot_recorder.h"
 #include "sim/server/host_file.h"
 #include "sim/server/machine_parts.h"
+#include "sim/server/setup_fields.h"
 
 // The host program's data and zero-initialised sections: the linked driver's state records lie in them.
 extern "C" std::byte __data_start[];  // NOLINT: names of the linker
@@ -61,6 +62,7 @@ Server::Server(ServerDescription description, ServerOptions options)
     image_ = ReadWhole(options_.image);
   }
   LoadVariables();
+  NoteSetup();
   GiveInitialVariables();
   PlaceBmc();
 }
@@ -76,6 +78,10 @@ Server::~Server() {
 void Server::PlaceBmc() {
   if (!options_.state.empty()) {
     bmcFolder_ = options_.state / "bmc";
+    std::error_code ignored;
+    if (std::filesystem::exists(bmcFolder_, ignored) && !std::filesystem::is_directory(bmcFolder_, ignored)) {
+      throw StateError(fmt::format("{}: is no folder", bmcFolder_.string()));
+    }
     return;
   }
   std::string place = (std::filesystem::temp_directory_path() / "bds-sim-bmc-XXXXXX").string();
@@ -116,6 +122,26 @@ void Server::LoadVariables() {
   store_.SetSink(folder_.get());
 }
 
+constexpr std::uint8_t kSwitchedOnByPolicy = 2;  // the driver's own doing
+
+// A description edited after the first boot changes nothing of a state, which looks like a boot that ignores it.
+void Server::NoteSetup() {
+  const Variable* setup = store_.Find(kSetupName, kSetupGuid);
+  if (setup == nullptr || !description_.nvram.setupDescribed || !description_.nvram.setup) {
+    return;
+  }
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(setup->data.data());
+  std::vector<std::uint8_t> described = *description_.nvram.setup;
+  if (setup->data.size() > kSetupEfiBootOptionsEnable && bytes[kSetupEfiBootOptionsEnable] == kSwitchedOnByPolicy) {
+    described[kSetupEfiBootOptionsEnable] = kSwitchedOnByPolicy;
+  }
+  const auto differences = SetupDifferences({bytes, setup->data.size()}, described);
+  if (!differences.empty()) {
+    notes_.push_back(
+        fmt::format("the state's own Setup holds and differs from the description: {}", fmt::join(differences, "; ")));
+  }
+}
+
 void Server::GiveInitialVariables() {
   const auto give = [this](const CHAR16* name, const EFI_GUID& guid, std::span<const std::byte> data) {
     constexpr std::uint32_t kKept = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS;
@@ -147,6 +173,9 @@ struct Server::Parts {
     BmcHooks hooks;
     hooks.onWrite = [this](std::string_view kind) { machine.OnWrite(kind); };
     hooks.onTraffic = [this](const std::string& line) { recorder.OnTraffic(line); };
+    hooks.onFault = [this](std::string_view words, std::uint64_t nth) { recorder.OnFault(words, nth); };
+    hooks.onIpmi = [this](const IpmiExchange& exchange) { recorder.OnIpmi(exchange); };
+    machine.Faults().SetMetHook(hooks.onFault);
     hooks.onPowerLoss = [this] { machine.EndBoot(BootEnd::PowerLost, "the power was lost in a BMC exchange"); };
     std::string error;
     bmc = Bmc::Create(std::move(options), machine.Time(), machine.Counts(), hooks, error);
@@ -155,7 +184,7 @@ struct Server::Parts {
     }
     parts = std::make_unique<MachineParts>(machine, server.description_, server.store_, *bmc);
     parts->Images().Policy() = request.loader;
-    recorder.Connect(*parts);
+    recorder.Connect(*parts, server.description_.ipmi != "none");
     CreateDriver();
   }
 

@@ -16,10 +16,13 @@
 #include "sim/firmware/clock.h"
 #include "sim/firmware/image/loader_policy.h"
 #include "sim/firmware/machine.h"
+#include "sim/firmware/services/console.h"
 #include "sim/firmware/variables/efivars_folder.h"
 #include "sim/firmware/variables/variable_store.h"
+#include "sim/server/boot_request_watch.h"
 #include "sim/server/console_keys.h"
 #include "sim/server/description.h"
+#include "sim/server/devices_without_option.h"
 
 namespace sim {
 
@@ -42,6 +45,7 @@ struct BootRequest {
   std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
   std::function<void(const std::string& line)> onTraffic;  // one per IPMI request and BMC exchange, with its time
   std::function<void(std::string_view utf8)> onConsole;    // as text appears on the console
+  ConsoleModel::CursorHandler onCursor;                    // as somebody places the cursor or clears the screen
   ConsoleKeys* keys = nullptr;                             // keys typed at the console; null: none
   std::function<void(Machine&)> beforeStart;  // for tests: the machine is complete, the driver not yet started
   std::function<void(Machine&, const BootOutcome&)> afterEnd;  // the machine is still there
@@ -78,9 +82,31 @@ struct StepReport {
   TimesPassed waited{};  // the duration by what it passed for
 };
 
+// A Boot#### variable that was no load option when the boot began.
+struct DamagedOption {
+  std::u16string name;
+  std::size_t size = 0;  // bytes
+  bool deleted = false;  // the driver deleted it
+};
+
+// A fault of the request, and where it was met.
+struct FaultReport {
+  std::string words;
+  std::uint64_t met = 0;    // how often
+  std::uint64_t first = 0;  // number of the call, write or exchange that it befell first
+  std::string step;         // in which that happened; empty: before the first
+  Ticks at = 0;
+};
+
 struct BootReport {
   BootOutcome outcome;
-  std::optional<std::uint16_t> bootCurrent;  // number of the option being booted
+  std::optional<std::uint16_t> bootCurrent;    // number of the option that was started, or that was being tried last
+  std::optional<std::uint16_t> bootNext;       // set at the end
+  std::optional<std::uint16_t> bootNextTaken;  // set at the beginning and taken away in this boot
+  BootRequestReport request;                   // the BMC's
+  std::vector<DamagedOption> damaged;          // found at the beginning
+  std::vector<FaultReport> faults;             // as scripted, those that were not met too
+  std::vector<DeviceWithoutOption> devicesWithoutOption;  // of a boot that saved its options
   std::vector<std::uint16_t> bootOrder;
   std::vector<OptionReport> options;  // those in the order first, in order; then the others by number
   std::vector<AttemptReport> attempts;
@@ -92,7 +118,8 @@ struct BootReport {
   std::size_t poolInUse = 0;            // bytes held by the driver at the end
   std::string log;
   std::string console;
-  bool Started() const;  // an option was started
+  std::vector<std::string> screen;  // its lines at the end, UTF-8
+  bool Started() const;             // an option was started
 };
 
 class Server {
@@ -111,12 +138,16 @@ class Server {
   // What the BMC keeps between boots, as Bmc::FilesOf and Bmc::ParametersOf name it; may not exist yet.
   const std::filesystem::path& BmcFolder() const { return bmcFolder_; }
 
+  // What whoever wrote the description should know before a boot, one sentence each.
+  const std::vector<std::string>& Notes() const { return notes_; }
+
   // Power on (or after a reset), until the boot ends. Throws StateError when the BMC's state is damaged.
   BootReport Boot(const BootRequest& request);
 
  private:
   struct Parts;  // what one boot is made of
   void LoadVariables();
+  void NoteSetup();
   void GiveInitialVariables();
   void PlaceBmc();
 
@@ -124,6 +155,7 @@ class Server {
   ServerOptions options_;
   std::vector<std::byte> image_;
   std::filesystem::path bmcFolder_;
+  std::vector<std::string> notes_;
   VariableStore store_;
   std::unique_ptr<EfivarsFolder> folder_;
 };

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+
 namespace sim {
 namespace {
 
@@ -66,6 +68,27 @@ std::optional<std::uint64_t> TableReader::OptionalInteger(std::string_view key, 
 std::uint64_t TableReader::Integer(std::string_view key, std::uint64_t otherwise, std::uint64_t least,
                                    std::uint64_t most) {
   return OptionalInteger(key, least, most).value_or(otherwise);
+}
+
+std::optional<std::uint64_t> TableReader::OptionalWide(std::string_view key) {
+  const toml::node* node = Find(key);
+  if (node == nullptr) {
+    return std::nullopt;
+  }
+  const auto text = node->value_exact<std::string>();
+  const auto number = node->value_exact<std::int64_t>();
+  if (number && *number >= 0) {
+    return static_cast<std::uint64_t>(*number);
+  }
+  std::uint64_t value = 0;
+  if (text && text->starts_with("0x") && text->size() > 2) {
+    const char* end = text->data() + text->size();
+    const auto read = std::from_chars(text->data() + 2, end, value, 16);
+    if (read.ec == std::errc{} && read.ptr == end) {
+      return value;
+    }
+  }
+  Fail(key, "a number from 0 to 0x7FFFFFFFFFFFFFFF, or a text such as \"0xFFFFFFFFFFFFFFFF\"");
 }
 
 std::uint64_t TableReader::RequiredInteger(std::string_view key, std::uint64_t least, std::uint64_t most) {

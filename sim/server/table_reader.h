@@ -31,6 +31,8 @@ class TableReader {
   std::uint64_t Integer(std::string_view key, std::uint64_t otherwise, std::uint64_t least, std::uint64_t most);
   std::optional<std::uint64_t> OptionalInteger(std::string_view key, std::uint64_t least, std::uint64_t most);
   std::uint64_t RequiredInteger(std::string_view key, std::uint64_t least, std::uint64_t most);
+  // All 64 bits: a number, or, since TOML's numbers end at 2^63 - 1, a text of hexadecimal digits behind "0x".
+  std::optional<std::uint64_t> OptionalWide(std::string_view key);
   std::string Text(std::string_view key, std::string otherwise = {});
   std::string RequiredText(std::string_view key);
   std::vector<std::uint64_t> Integers(std::string_view key, std::uint64_t least, std::uint64_t most);

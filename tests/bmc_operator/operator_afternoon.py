@@ -8,7 +8,6 @@ MODULE is ipmi_sim's (tools/ipmi_sim_module). With BDS_EFI a part of the tables 
 Exit status: 0 right, 1 wrong, 77 a tool is missing.
 """
 import fcntl
-import json
 import os
 import re
 import shutil
@@ -21,6 +20,10 @@ import tempfile
 from dataclasses import dataclass
 from itertools import product
 from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.append(str(Path(__file__).resolve().parents[1]))
+import result_schema  # noqa: E402
 
 OLD = "UEFI: Built-in EFI Shell"  # what the operator's own order starts
 # Name, device selector, and what is started in legacy and in EFI mode.
@@ -188,7 +191,7 @@ class Server:
                                timeout=60)
         if ended.returncode != 0:
             raise Wrong(f"bds-sim ended with {ended.returncode}: {ended.stderr[-2000:]}")
-        boot = json.loads(ended.stdout)["boots"][-1]
+        boot = result_schema.read(ended.stdout)["boots"][-1]
         if starts is not None:
             expect("started", boot["booted"]["name"], starts)
             expect("starts of the machine", len(boot["starts"]), 1)
@@ -328,8 +331,8 @@ def prepare(source, sim, work, port):
                    stdout=subprocess.DEVNULL)
     options = {option["name"]: int(option["number"], 16) for option in server.boot()["starts"][-1]["options"]}
     order = sorted(server.numbers("BootOrder"), key=lambda number: number != options[OLD])
-    (file,) = server.nvram.glob("BootOrder-*")
-    file.write_bytes(file.read_bytes()[:4] + struct.pack(f"<{len(order)}H", *order))
+    subprocess.run([sim, "vars", work / "settled", "order", *(f"{number:04X}" for number in order)], check=True,
+                   stdout=subprocess.DEVNULL)
     server.boot()
     server.boot(OLD)
     expect("order", server.numbers("BootOrder"), order)

@@ -16,7 +16,7 @@ cp "$source/tests/loader/server.toml" "$work/"
 "$source/tools/installer_nvram.py" "$work/state/nvram" "$work/loader.img" 0000 hello '\EFI\hello\hello.efi' >/dev/null
 # The shell's option is made by a first boot; then an operator puts the loader in front of it.
 "$sim" boot "$work/server.toml" --state "$work/state" --quiet >/dev/null
-EFIVARFS_PATH=$work/state/nvram/ efibootmgr -q -o 0000,0001
+"$sim" run "$work/state" -- efibootmgr -q -o 0000,0001
 
 for driver in linked image; do
   arguments=()

@@ -70,7 +70,7 @@ TEST(DescriptionErrors, NumbersOutOfRangeNameTheRange) {
   const ErrorCase cases[] = {
       {"[setup]\nuefi_mode = 256\n", "rack.toml:2: setup.uefi_mode: expected ", "from 0 to 255"},
       {"[setup]\nuefi_mode = -1\n", "rack.toml:2: setup.uefi_mode: expected ", "from 0 to 255"},
-      {"[setup]\noption_rom_policy = [0, 1]\n", "rack.toml:2: setup.option_rom_policy: expected ", "six numbers"},
+      {"[setup]\noption_rom_policy = [0, 1]\n", "rack.toml:2: setup.option_rom_policy: expected ", "6 numbers"},
       {"[nvram]\nsize = 1023\n", "rack.toml:2: nvram.size: expected ", "from 1024 to 0x1000000"},
       {"[csm]\n[[csm.entry]]\nindex = 256\n", "rack.toml:3: csm.entry[0].index: expected ", "from 0 to 255"},
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"isa\"\ndevice = 32\n",
@@ -100,6 +100,17 @@ TEST(DescriptionErrors, MissingKeysAndUnknownWords) {
        "rack.toml:5: root_bridge[0].function[0].mac: expected ", "six hexadecimal bytes"},
       {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"network\"\ndevice = 1\nmac = \"02:00:00:00:00:01:02\"\n",
        "rack.toml:5: root_bridge[0].function[0].mac: expected ", "six hexadecimal bytes"},
+      {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"network\"\ndevice = 1\nmac = \"-1:+2:0x: 4:05:06\"\n",
+       "rack.toml:5: root_bridge[0].function[0].mac: expected ", "six hexadecimal bytes"},
+      {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"network\"\ndevice = 1\nmac = \"02:00:00:00:00:0a\"\n"
+       "[[root_bridge.function]]\nkind = \"network\"\ndevice = 2\nmac = \"02:00:00:00:00:0A\"\n",
+       "rack.toml:9: root_bridge[0].function[1].mac: expected ", "another port has this one"},
+      {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"vga\"\ndevice = 1\n[[root_bridge.function.namespace]]\n",
+       "rack.toml:5: root_bridge[0].function[0].namespace: expected ",
+       "behind a function of kind \"nvme\"; the function begun last is of kind \"vga\""},
+      {"[[root_bridge]]\n[[root_bridge.function]]\nkind = \"nvme\"\ndevice = 1\n[[root_bridge.function.namespace]]\n"
+       "eui64 = \"0x10000000000000000\"\n",
+       "rack.toml:6: root_bridge[0].function[0].namespace[0].eui64: expected ", "0xFFFFFFFFFFFFFFFF"},
   };
   Check(cases);
 }
@@ -110,11 +121,13 @@ TEST(DescriptionErrors, FilesThatAreNotThere) {
       "[[root_bridge.function.sata]]\nport = 0\n";
   const std::string image = sata + "image = \"no/such.img\"\n";
   const std::string folder = sata + "folder = \"no/such\"\n";
+  const std::string noImage = sata + "image = \".\"\n";
   const std::string both = sata + "folder = \".\"\nimage = \"a\"\n";
   const ErrorCase cases[] = {
       {"[nvram]\ninitial = \"no/such\"\n", "rack.toml:2: nvram.initial: expected ", "an existing folder"},
       {"[firmware]\nshell = \"no/such.efi\"\n", "rack.toml:2: firmware.shell: expected ", "an existing file"},
       {image.c_str(), "rack.toml:7: root_bridge[0].function[0].sata[0].image: expected ", "a readable disk image"},
+      {noImage.c_str(), "rack.toml:7: root_bridge[0].function[0].sata[0].image: expected ", "this is a folder"},
       {folder.c_str(), "rack.toml:7: root_bridge[0].function[0].sata[0].folder: expected ", "an existing folder"},
       {both.c_str(), "rack.toml:7: root_bridge[0].function[0].sata[0].folder: expected ", "not both"},
   };
@@ -132,6 +145,9 @@ TEST(DescriptionErrors, TwoDevicesInOnePlace) {
        "rack.toml:2: root_bridge[0].function[0]: expected ", "devices that fit together: "},
       {"[[root_bridge]]\nuid = 3\n[[root_bridge]]\nuid = 3\n", "rack.toml:3: root_bridge[1]: expected ",
        "devices that fit together: "},
+      {"[[root_bridge]]\n[[root_bridge]]\n", "rack.toml:2: root_bridge[1].first_bus: expected ", "buses of its own"},
+      {"[[root_bridge]]\nlast_bus = 64\n[[root_bridge]]\nfirst_bus = 64\n",
+       "rack.toml:4: root_bridge[1].first_bus: expected ", "root bridge 0 has 0 to 64"},
   };
   Check(cases);
 }
@@ -140,6 +156,9 @@ TEST(DescriptionErrors, TextThatIsNoToml) {
   const ErrorCase cases[] = {
       {"name = \"a\"\nname = \"b\"\n", "rack.toml:2: description: ", "name"},
       {"\n\n[setup\n", "rack.toml:3: description: ", ""},
+      {"\nname = \"a\n[setup]\n", "rack.toml:2: description: ", "closed by a quote on its own line"},
+      {"name = \"a\x01\"\n", "rack.toml:1: description: ", "control characters"},
+      {"name = a\n", "rack.toml:1: description: ", "a text stands in quotes"},
       {"name = \"a\xFF\"\n", "rack.toml:1: description: ", ""},
   };
   Check(cases);

@@ -60,7 +60,9 @@ class Registers : public testing::Test {
                  counters,
                  {[this](std::string_view kind) { writes.emplace_back(kind); },
                   {},
-                  [this](const std::string& line) { traffic.push_back(line); }}};
+                  [this](const std::string& line) { traffic.push_back(line); },
+                  {},
+                  {}}};
   const Frame open = MakeResponse(12, std::vector<std::uint8_t>{'f'});
   const Frame create = MakeResponse(6, std::vector<std::uint8_t>{'f'});
   const Frame opened{4, 12, 1, 0, 0xEF};

@@ -116,7 +116,7 @@ TEST(BootFlagWords, WordsAndBytesCorrespond) {
       {{"cdrom", "efi", "persistent"}, {0xE0, 0x14, 0, 0, 0}, "cdrom persistent efi"},
       {{"bios"}, {0x80, 0x18, 0, 0, 0}, "bios"},
       {{"floppy", "instance=2"}, {0x80, 0x3C, 0, 0, 0x12}, "floppy instance=2"},
-      {{"none"}, {0, 0, 0, 0, 0}, "none"},
+      {{"none"}, {0x80, 0, 0, 0, 0}, "none"},
   };
   for (const auto& c : cases) {
     BmcState state;

@@ -11,7 +11,7 @@ namespace sim {
 namespace {
 
 nlohmann::json Report(const std::vector<BootResult>& boots, const std::string& name = "rack") {
-  return nlohmann::json::parse(JsonReport(name, boots));
+  return nlohmann::json::parse(JsonReport(name, {}, boots));
 }
 
 BootResult OneBoot() {

@@ -91,6 +91,7 @@ TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
   WriteEmptyServer();
   Write("bad.toml", "name = \"x\"\nnmae = 1\n");
   Write("state/nvram/Boot0001", "no variable");
+  Write("bmc-file/bmc", "");
   Write("bmc-state/bmc/parameters.toml", "set_in_progress = \"never\"\n");
   const WrongCase cases[] = {
       {"", "subcommand"},
@@ -109,6 +110,10 @@ TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
       {"boot empty.toml --state bad.toml", "bad.toml/nvram: cannot be made"},
       {"boot state", "bds-sim: state: cannot be read"},
       {"bmc bad.toml show", "bad.toml: is no folder"},
+      {"bmc bmc-file show", "bmc-file/bmc: is no folder"},
+      {"boot empty.toml --state bmc-file", "bmc-file/bmc: is no folder"},
+      {"run no-such-folder -- true", "expected a state folder"},
+      {"run state -- true", "Boot0001"},
       {"bmc new put name state", "state: cannot be read"},
       {"boot empty.toml --keys '{nokey}'", "nokey"},
       {"boot empty.toml --log no/such/folder/log", "log"},

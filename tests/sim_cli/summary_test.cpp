@@ -41,7 +41,7 @@ TEST(Summary, OfABootWithAResetIsWordForWord) {
     a protocol closed twice
   Pool blocks that nobody holds: 1
     48 bytes, allocation 17
-  Resets: 1 warm, 0 cold
+  Resets: 1 warm, 0 cold; virtual time of all 2 starts 4.250 s
 )");
 }
 

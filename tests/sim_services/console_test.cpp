@@ -32,6 +32,26 @@ TEST(Console, ScriptedKeysComeInOrderAndWakeAWaiter) {
   EXPECT_EQ(in->ReadKeyStroke(in, &key), EFI_NOT_READY);
 }
 
+TEST(Console, TheScreenShowsWhatWasDrawnOnIt) {
+  ConsoleModel console;
+  auto* out = console.Output();
+  const auto lines = [&] { return console.Screen().Lines(); };
+  out->OutputString(out, u"gone");
+  out->ClearScreen(out);
+  out->SetCursorPosition(out, 3, 1);
+  out->OutputString(out, u"menu  \b\bx\r\n>");
+  EXPECT_EQ(lines(), (std::vector<std::string>{"", "   menux", ">"}));
+  EXPECT_EQ(out->SetCursorPosition(out, 80, 0), EFI_UNSUPPORTED);
+  EXPECT_EQ(out->Mode->CursorColumn, 1);
+  EXPECT_EQ(out->Mode->CursorRow, 2);
+  out->SetCursorPosition(out, 79, 24);
+  out->OutputString(out, u"ab");  // a full line goes on in the next, and the last one scrolls
+  EXPECT_EQ(lines().size(), 25u);
+  EXPECT_EQ(lines()[0], "   menux");
+  EXPECT_EQ(lines()[23].back(), 'a');
+  EXPECT_EQ(lines()[24], "b");
+}
+
 TEST(TerminalKeys, SequencesAreOneKey) {
   TerminalKeys keys;
   keys.Feed("a\x1B[A\x1B[D\n\x7F");

@@ -217,7 +217,13 @@ EFI_STATUS ImageService::Load(bool bootPolicy, EFI_HANDLE parent, EFI_DEVICE_PAT
   }
   Source origin{found.status, std::move(found.bytes), found.device, std::move(found.whole), std::move(found.filePath)};
   const EFI_STATUS status = Make(origin, parent, handle);
-  return EFI_ERROR(status) ? Fail(path, status, error_) : status;
+  if (EFI_ERROR(status)) {
+    return Fail(path, status, error_);
+  }
+  if (onLoaded_) {
+    onLoaded_(*handle);
+  }
+  return status;
 }
 
 EFI_HANDLE ImageService::CreateBuiltinImage(const std::string& name, Builtin function, const DevicePath& path) {

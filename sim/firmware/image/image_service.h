@@ -75,6 +75,9 @@ class ImageService : public CurrentModel<ImageService> {
     onLoadFailure_ = std::move(onLoadFailure);
   }
 
+  // Called behind each LoadImage call that gave an image.
+  void SetLoadHandler(std::function<void(EFI_HANDLE image)> handler) { onLoaded_ = std::move(handler); }
+
   // Asked before ExitBootServices ends the boot: the variable store switches to its runtime rules there.
   void SetExitBootServicesHandler(std::function<void()> handler) { exitHandler_ = std::move(handler); }
 
@@ -126,6 +129,7 @@ class ImageService : public CurrentModel<ImageService> {
   std::function<void()> exitHandler_;
   std::function<void()> onStart_;
   std::function<void()> onLoadFailure_;
+  std::function<void(EFI_HANDLE image)> onLoaded_;
 };
 
 }  // namespace sim

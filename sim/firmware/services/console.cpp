@@ -1,8 +1,6 @@
 // Text output with the cursor arithmetic of UEFI 2.10, 12.4, and key input (12.2, 12.3).
 #include "sim/firmware/services/console.h"
 
-#include <algorithm>
-
 #include "sim/firmware/variables/variable_name_text.h"
 
 namespace sim {
@@ -62,16 +60,16 @@ struct ConsoleModel::OutputCalls {
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI ClearScreen(Protocol* protocol) {
-    Of(protocol).mode_.CursorColumn = 0;
-    Of(protocol).mode_.CursorRow = 0;
+    Of(protocol).screen_.Clear();
+    Of(protocol).TellCursor(true);
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI SetCursorPosition(Protocol* protocol, UINTN column, UINTN row) {
     if (column >= kColumns || row >= kRows) {
       return EFI_UNSUPPORTED;
     }
-    Of(protocol).mode_.CursorColumn = static_cast<INT32>(column);
-    Of(protocol).mode_.CursorRow = static_cast<INT32>(row);
+    Of(protocol).screen_.MoveTo(static_cast<int>(column), static_cast<int>(row));
+    Of(protocol).TellCursor(false);
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI EnableCursor(Protocol* protocol, BOOLEAN visible) {
@@ -154,27 +152,24 @@ EFI_STATUS ConsoleModel::CreateKeyEvents(EFI_BOOT_SERVICES* services) {
   return EFI_SUCCESS;
 }
 
-void ConsoleModel::MoveCursor(char16_t character) {
-  if (character == u'\r') {
-    mode_.CursorColumn = 0;
-  } else if (character == u'\n') {
-    mode_.CursorRow = std::min(mode_.CursorRow + 1, kRows - 1);
-  } else if (character == u'\b') {
-    mode_.CursorColumn = std::max(mode_.CursorColumn - 1, 0);
-  } else if (++mode_.CursorColumn == kColumns) {
-    mode_.CursorColumn = 0;
-    mode_.CursorRow = std::min(mode_.CursorRow + 1, kRows - 1);
+void ConsoleModel::TellCursor(bool cleared) {
+  mode_.CursorColumn = screen_.Column();
+  mode_.CursorRow = screen_.Row();
+  if (onCursor_) {
+    onCursor_(screen_.Column(), screen_.Row(), cleared);
   }
 }
 
 void ConsoleModel::Write(std::u16string_view text) {
   std::u16string shown;
   for (const char16_t character : text) {
-    MoveCursor(character);
+    screen_.Put(character);
     if (character != u'\r') {
       shown.push_back(character);
     }
   }
+  mode_.CursorColumn = screen_.Column();
+  mode_.CursorRow = screen_.Row();
   const std::string utf8 = Utf8FromUtf16(shown);
   text_ += utf8;
   if (text_.size() > kMaxText) {

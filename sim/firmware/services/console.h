@@ -11,6 +11,7 @@
 #include "platform/boot_services.h"
 #include "platform/simple_text_in.h"
 #include "platform/simple_text_out.h"
+#include "sim/firmware/services/text_screen.h"
 
 namespace sim {
 
@@ -24,6 +25,7 @@ inline constexpr std::uint16_t kScanEsc = 0x17;
 class ConsoleModel {
  public:
   using Echo = std::function<void(std::string_view utf8)>;
+  using CursorHandler = std::function<void(int column, int row, bool cleared)>;
   using KeySource = std::function<std::optional<EFI_INPUT_KEY>()>;
 
   // The interfaces exist from here on; the events that wait for a key are made by CreateKeyEvents.
@@ -42,6 +44,9 @@ class ConsoleModel {
   bool Contains(std::string_view part) const { return text_.find(part) != std::string::npos; }
   void Clear() { text_.clear(); }
   void SetEcho(Echo echo) { echo_ = std::move(echo); }
+  // The screen as it is now, and a handler that is told where somebody put the cursor; cleared: the screen is empty.
+  const TextScreen& Screen() const { return screen_; }
+  void SetCursorHandler(CursorHandler handler) { onCursor_ = std::move(handler); }
 
   // Keys that are read before the source is asked. Type sends each character of a text; "\n" is the enter key.
   void Press(EFI_INPUT_KEY key) { keys_.push_back(key); }
@@ -64,7 +69,7 @@ class ConsoleModel {
   struct InputCalls;
 
   void Write(std::u16string_view text);
-  void MoveCursor(char16_t character);
+  void TellCursor(bool cleared);
   bool KeyWaiting();
 
   Interface<EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL> output_;
@@ -73,7 +78,9 @@ class ConsoleModel {
   SIMPLE_TEXT_OUTPUT_MODE mode_{};
   EFI_BOOT_SERVICES* services_ = nullptr;
   std::string text_;
+  TextScreen screen_{kColumns, kRows};
   Echo echo_;
+  CursorHandler onCursor_;
   std::deque<EFI_INPUT_KEY> keys_;
   KeySource source_;
 };

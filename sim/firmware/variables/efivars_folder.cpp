@@ -152,7 +152,11 @@ bool EfivarsFolder::Write(const Variable& variable) {
     fs::remove(temporary, code);
     return Fail(file, "cannot be written");
   }
-  fs::rename(temporary, file, code);
+  // What writes in place, without cutting the file at the variable's end, is kept from it.
+  fs::permissions(temporary, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read, code);
+  if (!code) {
+    fs::rename(temporary, file, code);
+  }
   return !code || Fail(file, "cannot be written: " + code.message());
 }
 

@@ -11,6 +11,7 @@ namespace sim {
 namespace {
 
 constexpr INT16 kUnspecifiedTimeZone = 0x07FF;
+constexpr std::size_t kBootOptionName = 8;  // characters
 
 const char* ResetName(EFI_RESET_TYPE type) {
   static constexpr const char* kNames[] = {"cold", "warm", "shutdown", "platform specific"};
@@ -33,6 +34,9 @@ struct RuntimeServices::Calls {
       const EFI_STATUS status = self.store_.GetVariable(name, guid, attributes, size, data);
       if (!EFI_ERROR(status)) {
         self.lastRead_ = *guid == gEfiGlobalVariableGuid ? name : u"";
+        if (self.lastRead_.size() == kBootOptionName && self.lastRead_.starts_with(u"Boot")) {
+          self.lastBootOption_ = self.lastRead_;
+        }
       }
       return status;
     });
@@ -48,14 +52,19 @@ struct RuntimeServices::Calls {
       Machine::Current().Trace(
           fmt::format("set {} attributes {:x}, {} bytes", VariableFileName(name, *guid), attributes, size));
     }
-    return Serve("SetVariable", [&](RuntimeServices& self) {
-      const std::uint64_t before = self.store_.NonVolatileWrites();
-      const EFI_STATUS status = self.store_.SetVariable(name, guid, attributes, size, data);
-      if (self.store_.NonVolatileWrites() != before) {
-        self.machine_.OnWrite("nvram");
+    if (const auto scripted = Machine::Current().OnCall("SetVariable")) {
+      if (EFI_ERROR(*scripted)) {
+        Self().store_.NoteRefused(name, guid, attributes, size, *scripted);
       }
-      return status;
-    });
+      return *scripted;
+    }
+    RuntimeServices& self = Self();
+    const std::uint64_t before = self.store_.NonVolatileWrites();
+    const EFI_STATUS status = self.store_.SetVariable(name, guid, attributes, size, data);
+    if (self.store_.NonVolatileWrites() != before) {
+      self.machine_.OnWrite("nvram");
+    }
+    return status;
   }
   static EFI_STATUS EFIAPI QueryVariableInfo(UINT32 attributes, UINT64* maximum, UINT64* remaining, UINT64* largest) {
     return Serve("QueryVariableInfo", [&](RuntimeServices& self) {

@@ -18,6 +18,8 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
   VariableStore& Store() { return store_; }
   // Name of the variable of the standard's own GUID that GetVariable gave last; empty when the last was another's.
   const std::u16string& LastRead() const { return lastRead_; }
+  // Name of the last boot option (UEFI 2.10, 3.1.3: Boot and four digits) that GetVariable gave.
+  const std::u16string& LastBootOption() const { return lastBootOption_; }
 
  private:
   struct Calls;
@@ -26,6 +28,7 @@ class RuntimeServices : public CurrentModel<RuntimeServices> {
   Machine& machine_;
   VariableStore& store_;
   std::u16string lastRead_;
+  std::u16string lastBootOption_;
   // The wall clock at power-on, 2026-01-01 00:00:00 UTC; GetTime adds the virtual time.
   EFI_TIME start_{2026, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
 };

@@ -194,10 +194,22 @@ EFI_STATUS VariableStore::Set(std::u16string_view name, const EFI_GUID& guid, st
     write.status = protected_.contains(key) ? EFI_WRITE_PROTECTED : Change(key, attributes, data, write.kind);
   }
   const EFI_STATUS status = write.status;
+  Record(std::move(write));
+  return status;
+}
+
+void VariableStore::NoteRefused(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size,
+                                EFI_STATUS status) {
+  const auto bounded = name == nullptr || guid == nullptr ? std::nullopt : BoundedName(name, kMaxNameLength + 1);
+  if (bounded) {
+    Record({VariableWrite::Kind::Refused, std::u16string(*bounded), *guid, attributes, size, status});
+  }
+}
+
+void VariableStore::Record(VariableWrite write) {
   if (journal_.size() < kMaxJournal) {
     journal_.push_back(std::move(write));
   }
-  return status;
 }
 
 EFI_STATUS VariableStore::Change(const Key& key, std::uint32_t attributes, std::span<const std::byte> data,

@@ -103,6 +103,9 @@ class VariableStore {
   // In the order of creation, which is also the order of GetNextVariableName.
   const std::list<Variable>& All() const { return variables_; }
 
+  // Puts a write on record that was refused before it came here.
+  void NoteRefused(const CHAR16* name, const EFI_GUID* guid, UINT32 attributes, UINTN size, EFI_STATUS status);
+
   const std::vector<VariableWrite>& Journal() const { return journal_; }
   // Begins the journal anew, for a report of one boot.
   void ForgetJournal() { journal_.clear(); }
@@ -122,6 +125,7 @@ class VariableStore {
   EFI_STATUS Delete(const Key& key, VariableWrite::Kind& kind);
   EFI_STATUS Store(const Key& key, std::uint32_t attributes, std::vector<std::byte> data, std::size_t written);
   bool Fits(const Key& key, std::uint32_t attributes, std::size_t size) const;
+  void Record(VariableWrite write);
   void Count(const Key& key, std::size_t bytes, bool nonVolatile);
 
   Limits limits_;
