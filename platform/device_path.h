@@ -97,6 +97,25 @@ struct SCSI_DEVICE_PATH {
 };
 static_assert(sizeof(SCSI_DEVICE_PATH) == 8);
 
+// Two subtypes with one layout: the older one holds both fields as integers, the newer one as bytes in order.
+struct FIBRECHANNEL_DEVICE_PATH {
+  EFI_DEVICE_PATH_PROTOCOL Header;
+  UINT32 Reserved;
+  UINT8 WWN[8];  // world wide port name of the target
+  UINT8 Lun[8];
+};
+static_assert(sizeof(FIBRECHANNEL_DEVICE_PATH) == 24);
+
+// The target's name, ASCII, without a NUL of its own, fills the node behind these fields.
+struct ISCSI_DEVICE_PATH {
+  EFI_DEVICE_PATH_PROTOCOL Header;
+  UINT16 NetworkProtocol;  // 0: TCP
+  UINT16 LoginOption;      // bits 1:0 header digest, 3:2 data digest (0 none, 2 CRC32C), 11:10 authentication (2 none)
+  UINT8 Lun[8];            // bytes in order
+  UINT16 TargetPortalGroupTag;
+};
+static_assert(sizeof(ISCSI_DEVICE_PATH) == 18);
+
 struct USB_DEVICE_PATH {
   EFI_DEVICE_PATH_PROTOCOL Header;
   UINT8 ParentPortNumber;

@@ -131,6 +131,29 @@ std::string Scsi(Bytes node, DevicePathTextStyle) {
   const auto scsi = As<SCSI_DEVICE_PATH>(node);
   return fmt::format("Scsi(0x{:X},0x{:X})", +scsi.Pun, +scsi.Lun);
 }
+std::string Fibre(Bytes node, DevicePathTextStyle) {
+  const auto fibre = As<FIBRECHANNEL_DEVICE_PATH>(node);
+  return fmt::format("Fibre(0x{:X},0x{:X})", As<std::uint64_t>(std::as_bytes(std::span(fibre.WWN))),
+                     As<std::uint64_t>(std::as_bytes(std::span(fibre.Lun))));
+}
+std::string FibreEx(Bytes node, DevicePathTextStyle) {
+  const auto fibre = As<FIBRECHANNEL_DEVICE_PATH>(node);
+  return fmt::format("FibreEx(0x{},0x{})", HexBytes(std::as_bytes(std::span(fibre.WWN))),
+                     HexBytes(std::as_bytes(std::span(fibre.Lun))));
+}
+std::string Iscsi(Bytes node, DevicePathTextStyle) {
+  const auto iscsi = As<ISCSI_DEVICE_PATH>(node);
+  const Bytes tail = node.subspan(sizeof(ISCSI_DEVICE_PATH));
+  std::string name(reinterpret_cast<const char*>(tail.data()), tail.size());
+  name = name.substr(0, name.find('\0'));
+  const auto digest = [&](unsigned shift) { return ((iscsi.LoginOption >> shift) & 2) != 0 ? "CRC32C" : "None"; };
+  const char* authentication = (iscsi.LoginOption & 0x800) != 0    ? "None"
+                               : (iscsi.LoginOption & 0x1000) != 0 ? "CHAP_UNI"
+                                                                   : "CHAP_BI";
+  return fmt::format("iSCSI({},0x{:X},0x{},{},{},{},{})", Quoted(name), +iscsi.TargetPortalGroupTag,
+                     HexBytes(std::as_bytes(std::span(iscsi.Lun))), digest(0), digest(2), authentication,
+                     iscsi.NetworkProtocol == 0 ? "TCP" : "reserved");
+}
 std::string Usb(Bytes node, DevicePathTextStyle) {
   const auto usb = As<USB_DEVICE_PATH>(node);
   return fmt::format("USB(0x{:X},0x{:X})", usb.ParentPortNumber, usb.InterfaceNumber);
@@ -264,6 +287,9 @@ constexpr NodeWriter kWriters[] = {
     {ACPI_DEVICE_PATH, ACPI_DP, sizeof(ACPI_HID_DEVICE_PATH), Acpi},
     {MESSAGING_DEVICE_PATH, MSG_ATAPI_DP, sizeof(ATAPI_DEVICE_PATH), Atapi},
     {MESSAGING_DEVICE_PATH, MSG_SCSI_DP, sizeof(SCSI_DEVICE_PATH), Scsi},
+    {MESSAGING_DEVICE_PATH, MSG_FIBRECHANNEL_DP, sizeof(FIBRECHANNEL_DEVICE_PATH), Fibre},
+    {MESSAGING_DEVICE_PATH, MSG_FIBRECHANNELEX_DP, sizeof(FIBRECHANNEL_DEVICE_PATH), FibreEx},
+    {MESSAGING_DEVICE_PATH, MSG_ISCSI_DP, sizeof(ISCSI_DEVICE_PATH), Iscsi},
     {MESSAGING_DEVICE_PATH, MSG_USB_DP, sizeof(USB_DEVICE_PATH), Usb},
     {MESSAGING_DEVICE_PATH, MSG_VENDOR_DP, sizeof(VENDOR_DEVICE_PATH), Vendor},
     {MESSAGING_DEVICE_PATH, MSG_MAC_ADDR_DP, sizeof(MAC_ADDR_DEVICE_PATH), Mac},

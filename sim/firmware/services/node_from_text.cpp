@@ -111,6 +111,35 @@ std::vector<std::byte> Scsi(Arguments& in, const NodeReader&) {
   node.Lun = static_cast<UINT16>(in.Number(0xFFFF));
   return Record(MESSAGING_DEVICE_PATH, MSG_SCSI_DP, node);
 }
+std::vector<std::byte> Fibre(Arguments& in, const NodeReader&) {
+  FIBRECHANNEL_DEVICE_PATH node{};
+  const std::uint64_t name = in.Number();
+  const std::uint64_t lun = in.Number();
+  std::memcpy(node.WWN, &name, sizeof(name));
+  std::memcpy(node.Lun, &lun, sizeof(lun));
+  return Record(MESSAGING_DEVICE_PATH, MSG_FIBRECHANNEL_DP, node);
+}
+std::vector<std::byte> FibreEx(Arguments& in, const NodeReader&) {
+  FIBRECHANNEL_DEVICE_PATH node{};
+  in.Fill(node.WWN);
+  in.Fill(node.Lun);
+  return Record(MESSAGING_DEVICE_PATH, MSG_FIBRECHANNELEX_DP, node);
+}
+std::vector<std::byte> Iscsi(Arguments& in, const NodeReader&) {
+  static constexpr const char* kDigests[] = {"None", "-", "CRC32C"};
+  static constexpr const char* kAuthentications[] = {"CHAP_BI", "-", "None", "-", "CHAP_UNI"};
+  static constexpr const char* kProtocols[] = {"TCP", "reserved"};
+  ISCSI_DEVICE_PATH node{};
+  const std::string name = in.Text();
+  node.TargetPortalGroupTag = static_cast<UINT16>(in.Number(0xFFFF));
+  in.Fill(node.Lun);
+  const std::uint64_t header = in.Word(kDigests, 2);
+  const std::uint64_t data = in.Word(kDigests, 2);
+  node.LoginOption = static_cast<UINT16>(header | data << 2 | in.Word(kAuthentications, 4) << 10);
+  node.NetworkProtocol = static_cast<UINT16>(in.Word(kProtocols, 1));
+  std::string body(reinterpret_cast<const char*>(&node) + kHeaderSize, sizeof(node) - kHeaderSize);
+  return RawNode(MESSAGING_DEVICE_PATH, MSG_ISCSI_DP, body + name);
+}
 std::vector<std::byte> Usb(Arguments& in, const NodeReader&) {
   USB_DEVICE_PATH node{};
   in.Number(node.ParentPortNumber);
@@ -301,6 +330,9 @@ constexpr NodeReader kReaders[] = {
     {"Acpi", Acpi},
     {"Ata", Atapi},
     {"Scsi", Scsi},
+    {"Fibre", Fibre},
+    {"FibreEx", FibreEx},
+    {"iSCSI", Iscsi},
     {"USB", Usb},
     {"VenMsg", Vendor, MESSAGING_DEVICE_PATH, MSG_VENDOR_DP},
     {"UartFlowCtrl", UartFlowControl},
