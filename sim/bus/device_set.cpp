@@ -3,18 +3,15 @@
 
 #include "sim/bus/media_drivers.h"
 #include "sim/bus/pci_drivers.h"
+#include "sim/bus/pci_slot_info.h"
 #include "sim/bus/root_bridge_io.h"
 
 namespace sim {
-namespace {
-
-constexpr std::uint32_t kFirstPciAddress = 0xC0000000;
-
-}  // namespace
-
 struct DeviceSet::State {
   DeviceTree tree;
+  PciSpace space;
   std::vector<std::unique_ptr<RootBridgeIo>> rootBridges;
+  std::unique_ptr<PciSlotInfo> slots;
   std::vector<std::unique_ptr<DevicePath>> paths;
   std::vector<EFI_HANDLE> handles;
   std::vector<std::unique_ptr<BusDriver>> drivers;
@@ -24,9 +21,8 @@ DeviceSet::DeviceSet(Machine& machine, DeviceTree tree, const BuildOptions& opti
     : state_(std::make_unique<State>()) {
   state_->tree = std::move(tree);
   const BusContext context = ContextOf(machine);
-  std::uint32_t nextAddress = kFirstPciAddress;
   for (const RootBridge& bridge : state_->tree.rootBridges) {
-    state_->rootBridges.push_back(std::make_unique<RootBridgeIo>(bridge, nextAddress, context));
+    state_->rootBridges.push_back(std::make_unique<RootBridgeIo>(bridge, state_->space, context));
     state_->paths.push_back(std::make_unique<DevicePath>(state_->rootBridges.back()->Path()));
     std::vector<Interface> interfaces = state_->rootBridges.back()->Interfaces();
     interfaces.insert(interfaces.begin(), {ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>, state_->paths.back()->Get()});
@@ -36,8 +32,14 @@ DeviceSet::DeviceSet(Machine& machine, DeviceTree tree, const BuildOptions& opti
     }
     state_->handles.push_back(handle);
   }
+  if (state_->tree.slotInformation && !state_->handles.empty()) {
+    state_->slots = std::make_unique<PciSlotInfo>(state_->tree, state_->space);
+    for (const Interface& item : state_->slots->Interfaces()) {
+      (void)machine.Handles().Install(&state_->handles[0], &item.guid, item.pointer);
+    }
+  }
   auto& drivers = state_->drivers;
-  drivers.push_back(MakePciBusDriver(machine));
+  drivers.push_back(MakePciBusDriver(machine, state_->tree));
   for (auto& driver : MakeControllerDrivers(machine, state_->tree)) drivers.push_back(std::move(driver));
   if (auto thunk = MakeThunkDriver(machine, state_->tree); thunk != nullptr) drivers.push_back(std::move(thunk));
   drivers.push_back(MakeUsbMassStorageDriver(machine));
@@ -57,5 +59,10 @@ DeviceSet& BuildDevices(Machine& machine, DeviceTree tree, const BuildOptions& o
 const DeviceTree& DeviceSet::Tree() const { return state_->tree; }
 
 const std::vector<EFI_HANDLE>& DeviceSet::RootBridgeHandles() const { return state_->handles; }
+
+const PciFunction* DeviceSet::FunctionAt(const PciLocation& place) const {
+  const PciNode* node = state_->space.At(place);
+  return node == nullptr ? nullptr : &node->Function();
+}
 
 }  // namespace sim

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "sim/bus/device_tree.h"
+#include "sim/bus/pci_node.h"
 #include "sim/firmware/machine.h"
 
 namespace sim {
@@ -24,6 +25,8 @@ class DeviceSet {
 
   [[nodiscard]] const DeviceTree& Tree() const;
   [[nodiscard]] const std::vector<EFI_HANDLE>& RootBridgeHandles() const;
+  // The described function there; null when there is none.
+  [[nodiscard]] const PciFunction* FunctionAt(const PciLocation& place) const;
 
  private:
   struct State;

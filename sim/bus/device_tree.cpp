@@ -44,6 +44,7 @@ class TreeChecker {
       if (!uids.insert(bridge.uid).second) Fault(fmt::format("two root bridges have the uid {}", bridge.uid));
       if (bridge.firstBus > bridge.lastBus)
         Fault(fmt::format("root bridge {}: its last bus is before its first", bridge.uid));
+      CheckBuses(tree, bridge);
       CheckFunctions(bridge.functions, fmt::format("root bridge {}", bridge.uid), 0);
     }
   }
@@ -54,6 +55,16 @@ class TreeChecker {
 
   void Fault(std::string text) {
     if (fault.empty()) fault = std::move(text);
+  }
+
+  // Configuration cycles carry a bus number alone, so that one number is one bus. Looks at the root bridges before it.
+  void CheckBuses(const DeviceTree& tree, const RootBridge& bridge) {
+    for (const RootBridge& other : tree.rootBridges) {
+      if (&other == &bridge) return;
+      if (other.segment == bridge.segment && other.firstBus <= bridge.lastBus && bridge.firstBus <= other.lastBus) {
+        Fault(fmt::format("root bridges {} and {} have bus numbers in common", other.uid, bridge.uid));
+      }
+    }
   }
 
   void CheckFunctions(const std::vector<PciFunction>& functions, const std::string& where, int depth) {
@@ -116,6 +127,24 @@ class TreeChecker {
       }
     }
   }
+  void CheckController(const FibreChannelController& fibre, const std::string& name, int) {
+    std::set<std::pair<std::uint64_t, std::uint64_t>> places;
+    for (const FibreChannelLun& unit : fibre.luns) {
+      if (unit.present && !places.insert({unit.portName, unit.lun}).second) {
+        Fault(fmt::format("{}: two units at {:016x}, LUN {}", name, unit.portName, unit.lun));
+      }
+    }
+  }
+  void CheckController(const NetworkController& network, const std::string& name, int) {
+    for (const NetworkPort& port : network.ports) {
+      std::set<std::pair<std::string, std::uint64_t>> places;
+      for (const IscsiLun& unit : port.iscsi) {
+        if (unit.present && !places.insert({unit.target, unit.lun}).second) {
+          Fault(fmt::format("{}: two units at {}, LUN {}", name, unit.target, unit.lun));
+        }
+      }
+    }
+  }
   void CheckController(const UsbHostController& usb, const std::string& name, int) { CheckUsb(usb.devices, name, 0); }
 
   void CheckUsb(const std::vector<UsbDevice>& devices, const std::string& name, int depth) {
@@ -159,6 +188,24 @@ PciFunction Network(std::uint8_t device, std::uint8_t function, std::array<std::
   NetworkPort port;
   port.mac = mac;
   return Make(device, function, 0x020000, NetworkController{{port}});
+}
+
+PciFunction FibreChannel(std::uint8_t device, std::uint8_t function, std::vector<FibreChannelLun> luns) {
+  return Make(device, function, 0x0C0400, FibreChannelController{std::move(luns)});
+}
+
+PciFunction VirtualNic(std::uint8_t device, std::uint8_t function, std::array<std::uint8_t, 6> mac) {
+  PciFunction made = Network(device, function, mac);
+  made.vendorId = kVirtualCardVendor;
+  made.deviceId = kVirtualNicDevice;
+  return made;
+}
+
+PciFunction VirtualHba(std::uint8_t device, std::uint8_t function, std::vector<FibreChannelLun> luns) {
+  PciFunction made = FibreChannel(device, function, std::move(luns));
+  made.vendorId = kVirtualCardVendor;
+  made.deviceId = kVirtualHbaDevice;
+  return made;
 }
 
 PciFunction Isa(std::uint8_t device, std::uint8_t function) { return Make(device, function, 0x060100, IsaBridge{}); }

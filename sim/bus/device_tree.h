@@ -31,6 +31,7 @@ enum class DriveKind { Disk, CdRom, Floppy };
 struct Drive {
   DriveKind kind = DriveKind::Disk;
   bool removable = false;         // CD-ROM and floppy drives always are
+  bool attached = true;           // false: a USB device's unit of this number is not there
   std::string vendor = "SIM";     // 8 characters, INQUIRY only
   std::string model = "DISK";     // 40 characters in Identify data, 16 in INQUIRY
   std::string revision = "1.00";  // 8 characters in Identify data, 4 in INQUIRY
@@ -69,6 +70,27 @@ struct ScsiDevice {
   Drive drive;
 };
 
+// How a Fibre Channel unit appears in device paths: the node of older or of newer drivers. Either holds the port name
+// byte by byte in the order in which it is written down.
+enum class FibreNode { FibreEx, Fibre };
+
+struct FibreChannelLun {
+  bool present = true;
+  std::uint64_t portName = 0;  // of the target; the first byte written down is the highest
+  std::uint64_t lun = 0;
+  FibreNode node = FibreNode::FibreEx;
+  Drive drive;
+};
+
+// A disk that a network port reaches over iSCSI.
+struct IscsiLun {
+  bool present = true;
+  std::string target;  // the target's iSCSI name
+  std::uint16_t portalGroup = 1;
+  std::uint64_t lun = 0;
+  Drive drive;
+};
+
 enum class UsbKind { Hub, Keyboard, Mouse, MassStorage };
 enum class UsbTransport : std::uint8_t { BulkOnly = 0x50, CbiInterrupt = 0x00, Cbi = 0x01 };
 // How the units behind LUN 0 appear in device paths; LUN 0 is the device itself.
@@ -104,6 +126,7 @@ struct NetworkPort {
   bool ipv6 = true;
   bool bootMacNode = false;  // offers load file on the MAC node itself
   NetworkBoot boot;
+  std::vector<IscsiLun> iscsi;
 };
 
 struct FloppyDrive {
@@ -135,6 +158,9 @@ struct ScsiController {
   bool olderPassThru = false;
   std::uint32_t adapterId = 7;
 };
+struct FibreChannelController {
+  std::vector<FibreChannelLun> luns;
+};
 struct UsbHostController {
   std::vector<UsbDevice> devices;
 };
@@ -151,8 +177,9 @@ struct PciBridge {
   std::vector<PciFunction> functions;
 };
 
-using Controller = std::variant<NoController, IsaBridge, AhciController, IdeController, NvmeController, ScsiController,
-                                UsbHostController, NetworkController, DisplayController, PciBridge>;
+using Controller =
+    std::variant<NoController, IsaBridge, AhciController, IdeController, NvmeController, ScsiController,
+                 UsbHostController, NetworkController, DisplayController, PciBridge, FibreChannelController>;
 
 // Memory or I/O behind a base address register, for functions whose registers software reads.
 class BarModel {
@@ -181,11 +208,13 @@ struct PciFunction {
   std::uint8_t revision = 0;
   std::uint32_t classCode = 0xFF0000;  // class, subclass, programming interface: 0x010601 is AHCI
   bool embedded = false;               // on the board: the embedded-device attribute
+  std::uint16_t boardClass = 0;        // what the platform tells of it: VEYRA_PCI_IO_PROPERTIES::Class
+  bool legacyBoot = true;              // false: what hangs on it has no BBS entries
   bool driver = true;                  // false: no driver serves the controller (its option ROM is not run)
   std::u16string driverName;           // component names; empty: the driver's own, and no controller name
   std::u16string controllerName;
   std::vector<PciBar> bars;
-  std::vector<std::byte> optionRom;    // one with a legacy image is served by the thunk driver too
+  std::vector<std::byte> optionRom;  // one with a legacy image is served by the thunk driver too
   Controller controller;
 };
 
@@ -198,9 +227,24 @@ struct RootBridge {
   std::vector<PciFunction> functions;
 };
 
+// A slot that the platform tells of; PlugSlot puts it and its root ports into a tree (pci_slots.h).
+struct SlotRecord {
+  std::uint8_t number = 1;
+  bool enabled = true;
+  bool riser = false;
+};
+
 struct DeviceTree {
   std::vector<RootBridge> rootBridges;
+  std::vector<SlotRecord> slots;
+  bool slotInformation = true;  // the platform tells of its slots,
+  bool pciProperties = true;    // and of its PCI functions
 };
+
+// Identifiers of a virtual interface card's functions.
+inline constexpr std::uint16_t kVirtualCardVendor = 0x1137;
+inline constexpr std::uint16_t kVirtualNicDevice = 0x0043;
+inline constexpr std::uint16_t kVirtualHbaDevice = 0x0045;
 
 // Short forms with the usual class codes, for tests and descriptions.
 [[nodiscard]] PciFunction Ahci(std::uint8_t device, std::uint8_t function, std::vector<SataDevice> devices);
@@ -211,6 +255,11 @@ struct DeviceTree {
 [[nodiscard]] PciFunction UsbHost(std::uint8_t device, std::uint8_t function, std::vector<UsbDevice> devices,
                                   bool xhci = false);
 [[nodiscard]] PciFunction Network(std::uint8_t device, std::uint8_t function, std::array<std::uint8_t, 6> mac);
+// A Fibre Channel adapter.
+[[nodiscard]] PciFunction FibreChannel(std::uint8_t device, std::uint8_t function, std::vector<FibreChannelLun> luns);
+// Functions of a virtual interface card: a network port, a Fibre Channel adapter.
+[[nodiscard]] PciFunction VirtualNic(std::uint8_t device, std::uint8_t function, std::array<std::uint8_t, 6> mac);
+[[nodiscard]] PciFunction VirtualHba(std::uint8_t device, std::uint8_t function, std::vector<FibreChannelLun> luns);
 [[nodiscard]] PciFunction Isa(std::uint8_t device, std::uint8_t function);
 [[nodiscard]] PciFunction Display(std::uint8_t device, std::uint8_t function, bool embedded);
 [[nodiscard]] PciFunction Bridge(std::uint8_t device, std::uint8_t function, std::vector<PciFunction> functions);

@@ -31,6 +31,7 @@ class UsbMassStorageDriver final : public BusDriver {
   [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath& path, Children& children) override {
     const UsbDevice& device = UsbInterface::From(static_cast<EFI_USB_IO_PROTOCOL*>(consumed)).Device();
     for (std::size_t lun = 0; lun < device.units.size(); ++lun) {
+      if (!device.units[lun].attached) continue;
       BusChild child{.objects = MakeDriveObjects(device.units[lun])};
       child.objects.push_back(DiskInfo::Scsi(device.units[lun], gEfiDiskInfoUsbInterfaceGuid));
       if (lun > 0) child.path = UnitPath(path, device.unitNode, static_cast<std::uint8_t>(lun));

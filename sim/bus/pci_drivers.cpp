@@ -11,7 +11,9 @@
 #include "sim/bus/network_device.h"
 #include "sim/bus/option_rom.h"
 #include "sim/bus/pci_io.h"
+#include "sim/bus/pci_properties.h"
 #include "sim/bus/root_bridge_io.h"
+#include "sim/bus/san_nodes.h"
 #include "sim/bus/scsi_adapter.h"
 #include "sim/bus/usb_interface.h"
 
@@ -22,19 +24,24 @@ using Children = std::vector<BusChild>;
 
 class PciBusDriver final : public BusDriver {
  public:
-  explicit PciBusDriver(Machine& machine)
+  PciBusDriver(Machine& machine, bool tellsProperties)
       : BusDriver(machine, {.name = u"PCI Bus Driver",
                             .consumed = ProtocolGuid<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>,
-                            .needsChild = false}) {}
+                            .needsChild = false}),
+        tellsProperties_(tellsProperties) {}
 
  private:
   [[nodiscard]] bool Serves(void*) override { return true; }
   [[nodiscard]] EFI_STATUS Enumerate(void* consumed, const DevicePath&, Children& children) override {
     for (const auto& node : RootBridgeIo::From(static_cast<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL*>(consumed)).Nodes()) {
-      children.push_back({.path = node->Path(), .objects = {std::make_shared<PciIo>(*node, Context())}});
+      BusChild child{.path = node->Path(), .objects = {std::make_shared<PciIo>(*node, Context())}};
+      if (tellsProperties_) child.objects.push_back(std::make_shared<PciProperties>(node->Function()));
+      children.push_back(std::move(child));
     }
     return EFI_SUCCESS;
   }
+
+  bool tellsProperties_;
 };
 
 // A drive's child: block I/O (and a folder's volume) with its disk info.
@@ -115,6 +122,14 @@ void Populate(const ScsiController& scsi, const BusContext& context, const Devic
   }
 }
 
+void Populate(const FibreChannelController& fibre, const BusContext&, const DevicePath& parent, Children& children) {
+  for (const FibreChannelLun& unit : fibre.luns) {
+    if (!unit.present) continue;
+    children.push_back(
+        DriveChild(FibrePath(parent, unit), unit.drive, DiskInfo::Scsi(unit.drive, gEfiDiskInfoScsiInterfaceGuid)));
+  }
+}
+
 void AddUsbDevices(const std::vector<UsbDevice>& devices, const BusContext& context, const DevicePath& parent,
                    Children& children) {
   for (const UsbDevice& device : devices) {
@@ -137,6 +152,11 @@ void Populate(const NetworkController& network, const BusContext&, const DeviceP
     BusChild child{.path = path, .objects = {std::make_shared<NetworkInterface>(port)}};
     if (port.bootMacNode) child.objects.push_back(std::make_shared<NetworkLoadFile>(port));
     children.push_back(std::move(child));
+    for (const IscsiLun& unit : port.iscsi) {
+      if (!unit.present) continue;
+      children.push_back(
+          DriveChild(IscsiPath(path, unit), unit.drive, DiskInfo::Scsi(unit.drive, gEfiDiskInfoScsiInterfaceGuid)));
+    }
   }
 }
 
@@ -161,7 +181,8 @@ constexpr std::u16string_view kDriverNames[] = {u"",
                                                 u"USB Host Controller Driver",
                                                 u"Network Interface Driver",
                                                 u"Display Driver",
-                                                u""};
+                                                u"",
+                                                u"Fibre Channel Driver"};
 static_assert(std::size(kDriverNames) == std::variant_size_v<Controller>);
 
 const PciFunction& FunctionOf(void* consumed) {
@@ -242,7 +263,9 @@ void CollectKinds(const std::vector<PciFunction>& functions, std::set<std::pair<
 
 }  // namespace
 
-std::unique_ptr<BusDriver> MakePciBusDriver(Machine& machine) { return std::make_unique<PciBusDriver>(machine); }
+std::unique_ptr<BusDriver> MakePciBusDriver(Machine& machine, const DeviceTree& tree) {
+  return std::make_unique<PciBusDriver>(machine, tree.pciProperties);
+}
 
 std::vector<std::unique_ptr<BusDriver>> MakeControllerDrivers(Machine& machine, const DeviceTree& tree) {
   std::set<std::pair<std::size_t, std::u16string>> kinds;

@@ -6,8 +6,8 @@
 
 namespace sim {
 
-// Makes a handle with PCI I/O for every function behind a root bridge.
-[[nodiscard]] std::unique_ptr<BusDriver> MakePciBusDriver(Machine& machine);
+// Makes a handle with PCI I/O, and with what the platform tells of it, for every function behind a root bridge.
+[[nodiscard]] std::unique_ptr<BusDriver> MakePciBusDriver(Machine& machine, const DeviceTree& tree);
 
 // The drivers that the tree's functions need: one per kind of controller, and one more per driver name of its own, so
 // that component names tell what the description says.

@@ -5,8 +5,9 @@
 
 namespace sim {
 
-RootBridgeIo::RootBridgeIo(const RootBridge& root, std::uint32_t& nextAddress, const BusContext& context)
-    : root_(root), context_(context), nodes_(EnumeratePci(root, nextAddress)) {
+RootBridgeIo::RootBridgeIo(const RootBridge& root, PciSpace& space, const BusContext& context)
+    : root_(root), space_(space), context_(context), nodes_(EnumeratePci(root, space.nextAddress)) {
+  for (const auto& node : nodes_) space.Add(*node);
   const std::uint64_t buses[5] = {0, root.firstBus, root.lastBus, 0, std::uint64_t{root.lastBus} - root.firstBus + 1};
   resources_[0] = 0x8A;  // ACPI 6.4, 6.4.3.5.1: QWORD address space descriptor, type 2: bus numbers
   resources_[1] = 43;
@@ -39,14 +40,9 @@ DevicePath RootBridgeIo::Path() const {
 }
 
 PciNode* RootBridgeIo::NodeAt(UINT64 address) const {
-  for (const auto& node : nodes_) {
-    const PciLocation& place = node->Location();
-    if (place.bus == ((address >> 24) & 0xFF) && place.device == ((address >> 16) & 0xFF) &&
-        place.function == ((address >> 8) & 0xFF)) {
-      return node.get();
-    }
-  }
-  return nullptr;
+  const auto byte = [address](unsigned shift) { return static_cast<std::uint8_t>(address >> shift); };
+  if (byte(16) > 31 || byte(8) > 7) return nullptr;
+  return space_.At({root_.segment, byte(24), byte(16), byte(8)});
 }
 
 const PciBar* RootBridgeIo::BarAt(UINT64 address, std::uint64_t& offset) const {

@@ -4,14 +4,15 @@
 #include "platform/pci_root_bridge_io.h"
 #include "sim/bus/bus_context.h"
 #include "sim/bus/device_object.h"
-#include "sim/bus/pci_node.h"
+#include "sim/bus/pci_space.h"
 
 namespace sim {
 
 class RootBridgeIo final : public DeviceObject {
  public:
-  // `root` has to outlive this. The functions behind it are numbered here, as firmware does before any driver runs.
-  RootBridgeIo(const RootBridge& root, std::uint32_t& nextAddress, const BusContext& context);
+  // `root` and `space` have to outlive this. The functions behind it are numbered here and put into the space, as
+  // firmware does before any driver runs. Its configuration cycles reach all functions of the space in its segment.
+  RootBridgeIo(const RootBridge& root, PciSpace& space, const BusContext& context);
 
   [[nodiscard]] std::vector<Interface> Interfaces() override { return {InterfaceOf(io_.protocol)}; }
   [[nodiscard]] const std::vector<std::unique_ptr<PciNode>>& Nodes() const { return nodes_; }
@@ -49,6 +50,7 @@ class RootBridgeIo final : public DeviceObject {
   [[nodiscard]] const PciBar* BarAt(UINT64 address, std::uint64_t& offset) const;
 
   const RootBridge& root_;
+  const PciSpace& space_;
   BusContext context_;
   std::vector<std::unique_ptr<PciNode>> nodes_;
   std::array<std::uint8_t, 48> resources_{};  // bus number range and end tag

@@ -23,13 +23,13 @@ class PciIoTest : public testing::Test {
   PciIoTest() {
     root_.functions = {Display(2, 0, true)};
     root_.functions[0].vendorId = 0x102B;
-    bridge_ = std::make_unique<RootBridgeIo>(root_, address_, bus_.context);
+    bridge_ = std::make_unique<RootBridgeIo>(root_, space_, bus_.context);
     pci_ = std::make_unique<PciIo>(*bridge_->Nodes()[0], bus_.context);
     io_ = ProtocolOf<EFI_PCI_IO_PROTOCOL>(*pci_);
   }
 
   FakeBus bus_;
-  std::uint32_t address_ = 0xC0000000;
+  PciSpace space_;
   RootBridge root_;
   std::unique_ptr<RootBridgeIo> bridge_;
   std::unique_ptr<PciIo> pci_;
