@@ -9,6 +9,8 @@
 #   DIR/floppy.img   a FAT12 volume of 1.44 MB without partitions, with \EFI\BOOT\BOOTX64.EFI
 #   DIR/netboot.efi  a loader as a network server sends it
 #   DIR/dvd.iso      ISO 9660 with an El Torito EFI boot image
+#   DIR/server/*.img copies of system.img (raid, sas, nvme, san1, san2, iscsi, hba) and of stick.img (the others), each
+#                    under identifiers of its own, so that a server can hold all of them
 set -euo pipefail
 dir=$1
 loader=${2:-}
@@ -92,3 +94,23 @@ if [ ! -e "$dir/dvd.iso" ]; then
   xorriso -as mkisofs -quiet -V BDS_DVD -eltorito-alt-boot -e boot/efi.img -no-emul-boot -o "$dir/dvd.iso.new" "$tree" 2>/dev/null
   finish "$dir/dvd.iso"
 fi
+
+# Identifiers are counted on: disk and partition GUIDs end in a copy's number, and so does an MBR's signature.
+number=0
+mkdir -p "$dir/server"
+for name in raid sas nvme san1 san2 iscsi hba; do
+  number=$((number + 1)) image=$dir/server/$name.img
+  [ -e "$image" ] && continue
+  cp --sparse=always "$dir/system.img" "$image.new"
+  tail=$(printf '%012x' "$number")
+  sgdisk --disk-guid="4D9A3C11-0003-4000-8000-$tail" --partition-guid=1:"4D9A3C11-0013-4000-8000-$tail" \
+    "$image.new" >/dev/null
+  finish "$image"
+done
+for name in front rear internal sd1 sd2 kvm bmc flash; do
+  number=$((number + 1)) image=$dir/server/$name.img
+  [ -e "$image" ] && continue
+  cp --sparse=always "$dir/stick.img" "$image.new"
+  sfdisk --quiet --disk-id "$image.new" "$(printf '0x5566%04x' "$number")"
+  finish "$image"
+done

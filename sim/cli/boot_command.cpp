@@ -11,6 +11,7 @@
 #include "sim/cli/options_text.h"
 #include "sim/cli/printable_text.h"
 #include "sim/cli/terminal.h"
+#include "sim/server/policy_files.h"
 
 namespace sim {
 namespace {
@@ -46,6 +47,9 @@ class BootRun {
     OpenLog();
     CheckJson();
     ConnectConsole();
+    if (!arguments.policy.empty()) {
+      PutPolicy(server_.BmcFolder(), arguments.policy, arguments.once ? PolicyFile::OneTime : PolicyFile::Lasting);
+    }
   }
 
   int Run();

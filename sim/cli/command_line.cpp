@@ -86,6 +86,9 @@ void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
       ->type_name("WORDS")
       ->expected(1)
       ->take_all();
+  CLI::Option* policy =
+      command.add_option("--policy", boot.policy, "Give the BMC this boot policy first")->type_name("FILE");
+  command.add_flag("--once", boot.once, "The policy is for one boot")->needs(policy);
   command.add_option("--keys", boot.keys, "Keys typed at the console")->type_name("TEXT");
   command.add_flag("--quiet", boot.quiet, "One line per boot, no console");
   command.footer(kBootFooter);

@@ -34,7 +34,9 @@ struct BootArguments {
   unsigned boots = 1;
   unsigned resets = 4;
   std::vector<std::string> faults;
-  std::string keys;  // as ParseKeys wants them
+  std::filesystem::path policy;  // given to the BMC before the first boot; empty: none
+  bool once = false;             // that policy is for one boot
+  std::string keys;              // as ParseKeys wants them
   bool quiet = false;
 };
 int RunBoot(const BootArguments& arguments);

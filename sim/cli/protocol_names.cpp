@@ -16,6 +16,7 @@
 #include "platform/network_interface_identifier.h"
 #include "platform/pci_io.h"
 #include "platform/pci_root_bridge_io.h"
+#include "platform/pci_slot_info.h"
 #include "platform/scsi_io.h"
 #include "platform/scsi_pass_thru.h"
 #include "platform/serial_io.h"
@@ -26,6 +27,7 @@
 #include "platform/simple_text_out.h"
 #include "platform/usb2_host_controller.h"
 #include "platform/usb_io.h"
+#include "platform/veyra_pci_io_properties.h"
 #include "sim/firmware/guid_text.h"
 
 namespace sim {
@@ -54,6 +56,7 @@ constexpr ProtocolName kProtocols[] = {
     {ProtocolGuid<EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL>, "NetworkInterfaceIdentifier"},
     {ProtocolGuid<EFI_PCI_IO_PROTOCOL>, "PciIo"},
     {ProtocolGuid<EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL>, "PciRootBridgeIo"},
+    {ProtocolGuid<PCI_SLOT_INFO>, "PciSlotInfo"},
     {ProtocolGuid<EFI_SCSI_IO_PROTOCOL>, "ScsiIo"},
     {ProtocolGuid<EFI_SCSI_PASS_THRU_PROTOCOL>, "ScsiPassThru"},
     {ProtocolGuid<EFI_SERIAL_IO_PROTOCOL>, "SerialIo"},
@@ -64,6 +67,7 @@ constexpr ProtocolName kProtocols[] = {
     {ProtocolGuid<EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL>, "SimpleTextOutput"},
     {ProtocolGuid<EFI_USB2_HC_PROTOCOL>, "Usb2Hc"},
     {ProtocolGuid<EFI_USB_IO_PROTOCOL>, "UsbIo"},
+    {ProtocolGuid<VEYRA_PCI_IO_PROPERTIES>, "VeyraPciIoProperties"},
     {gEfiPartTypeSystemPartGuid, "EfiSystemPartition"},
 };
 

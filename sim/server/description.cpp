@@ -5,6 +5,9 @@
 #include <algorithm>
 
 #include "platform/setup_variable.h"
+#include "sim/bus/utf_text.h"
+#include "sim/firmware/services/device_path_text.h"
+#include "sim/server/drive_reader.h"
 #include "sim/server/host_file.h"
 #include "sim/server/setup_fields.h"
 
@@ -44,6 +47,20 @@ void ReadSetup(TableReader& root, NvramDescription& nvram) {
   table->Finish();
 }
 
+InstalledOption ReadOption(TableReader& table) {
+  InstalledOption option;
+  option.number = static_cast<std::uint16_t>(table.RequiredInteger("number", 0, 0xFFFF));
+  option.name = table.RequiredText("name");
+  const auto path = DevicePathFromText(Utf16OfText(table.RequiredText("path")));
+  if (!path) {
+    table.Fail("path", "a device path as a text");
+  }
+  option.path = *path;
+  option.active = table.Boolean("active", true);
+  table.Finish();
+  return option;
+}
+
 NvramDescription ReadNvram(TableReader& root, const std::filesystem::path& folder) {
   NvramDescription nvram;
   ReadSetup(root, nvram);
@@ -52,6 +69,15 @@ NvramDescription ReadNvram(TableReader& root, const std::filesystem::path& folde
     nvram.maximumVariable = table->Integer("maximum_variable", nvram.maximumVariable, 256, 1024 * 1024);
     if (const auto mode = table->OptionalInteger("boot_mode", 0, 255)) {
       nvram.bootMode = static_cast<std::uint8_t>(*mode);
+    }
+    if (const auto flow = table->OptionalInteger("boot_flow", 0, 0xFFFFFFFF)) {
+      nvram.bootFlow = static_cast<std::uint32_t>(*flow);
+    }
+    if (table->Has("secure_boot")) {
+      nvram.secureBoot = table->Boolean("secure_boot", false);
+    }
+    for (TableReader& element : table->Tables("option")) {
+      nvram.options.push_back(ReadOption(element));
     }
     const std::string initial = table->Text("initial");
     if (!initial.empty()) {
@@ -116,13 +142,7 @@ FirmwareDescription ReadFirmware(TableReader& root, const std::filesystem::path&
   firmware.shellPresent = table->Boolean("shell_present", true);
   firmware.hiiStrings = table->Boolean("hii", true);
   firmware.pathToText = table->Boolean("path_to_text", true);
-  const std::string shell = table->Text("shell");
-  if (!shell.empty()) {
-    firmware.shell = folder / shell;
-    if (!std::filesystem::is_regular_file(firmware.shell)) {
-      table->Fail("shell", "an existing file");
-    }
-  }
+  firmware.shell = DriveReader(folder).ReadFile(*table, "shell");
   for (TableReader& element : table->Tables("memory_type")) {
     MemoryTypePages pages;
     pages.type = static_cast<std::uint32_t>(element.RequiredInteger("type", 0, 13));
@@ -170,7 +190,20 @@ void ReadManagement(TableReader& root, ServerDescription& server) {
   table->Finish();
 }
 
-void ReadBmc(TableReader& root, ServerDescription& server) {
+void ReadPlatform(TableReader& root, ServerDescription& server) {
+  auto table = root.Table("platform");
+  if (!table) {
+    return;
+  }
+  server.platform.sockets = static_cast<std::uint8_t>(table->Integer("sockets", server.platform.sockets, 1, 8));
+  server.platform.memoryBlock = table->Boolean("memory_hob", true);
+  server.platform.riserBlock = table->Boolean("riser_hob", true);
+  server.devices.slotInformation = table->Boolean("slot_info", true);
+  server.devices.pciProperties = table->Boolean("pci_properties", true);
+  table->Finish();
+}
+
+void ReadBmc(TableReader& root, ServerDescription& server, const std::filesystem::path& folder) {
   auto table = root.Table("bmc");
   if (!table) {
     return;
@@ -180,6 +213,9 @@ void ReadBmc(TableReader& root, ServerDescription& server) {
     table->Fail("ipmi", "\"builtin\", \"none\" or \"vm://127.0.0.1:PORT\"");
   }
   server.bmcFiles = table->Boolean("files", true);
+  const DriveReader files(folder);
+  server.policy = files.ReadFile(*table, "policy");
+  server.oneTimePolicy = files.ReadFile(*table, "one_time_policy");
   table->Finish();
 }
 
@@ -192,7 +228,8 @@ ServerDescription ReadServer(TableReader& root, const std::filesystem::path& fol
   server.nvram = ReadNvram(root, folder);
   server.health = ReadHealth(root, server.devices);
   ReadManagement(root, server);
-  ReadBmc(root, server);
+  ReadPlatform(root, server);
+  ReadBmc(root, server, folder);
   if (auto table = root.Table("front_end")) {
     server.frontEnd = static_cast<FrontEndKind>(table->RequiredWord("kind", {"absent", "returns", "boots", "menu"}));
     table->Finish();

@@ -34,12 +34,30 @@ struct FirmwareDescription {
   bool pathToText = true;  // the device-path-to-text protocol is there
 };
 
+// What the platform tells the driver besides its devices.
+struct PlatformDescription {
+  std::uint8_t sockets = 2;  // processors, in the memory block
+  bool memoryBlock = true;   // the two hand-off blocks
+  bool riserBlock = true;
+};
+
+// A boot option as an installer leaves it.
+struct InstalledOption {
+  std::uint16_t number = 0;
+  std::string name;
+  std::vector<std::byte> path;  // one device path
+  bool active = true;
+};
+
 struct NvramDescription {
   std::uint64_t size = 256 * 1024;  // bytes of non-volatile storage
   std::uint64_t maximumVariable = 64 * 1024;
   std::optional<std::vector<std::uint8_t>> setup;  // the Setup variable; absent: the server has none
   bool setupDescribed = false;                     // by a [setup] table, not by the defaults alone
   std::optional<std::uint8_t> bootMode;            // first byte of the platform's boot mode record
+  std::optional<std::uint32_t> bootFlow;           // hot key of the boot menu, at each boot; absent: no such variable
+  std::optional<bool> secureBoot;                  // the SecureBoot variable, at each boot; absent: there is none
+  std::vector<InstalledOption> options;            // of a state without variables, in boot order
   std::filesystem::path initial;                   // efivarfs-style folder that a state without variables starts from
 };
 
@@ -64,6 +82,9 @@ struct ServerDescription {
   bool usbSupport = true;
   std::string ipmi = "builtin";  // "builtin", "none" or "vm://127.0.0.1:PORT"
   bool bmcFiles = true;          // the BMC answers on its BT registers
+  std::filesystem::path policy;  // files that a BMC without files starts with; empty: none
+  std::filesystem::path oneTimePolicy;
+  PlatformDescription platform;
   FirmwareDescription firmware;
   NvramDescription nvram;
   std::vector<HealthDescription> health;
@@ -78,7 +99,7 @@ ServerDescription ParseServerDescription(std::string_view text, const std::strin
 // Defaults of the Setup record: UEFI boot off, option ROM policy 0, 2, 1, 2, 2, 1, no health checks.
 std::vector<std::uint8_t> DefaultSetup();
 
-// The [[root_bridge]] tables (description_devices.cpp).
+// The [[root_bridge]] and [[slot]] tables (description_devices.cpp).
 DeviceTree ReadDeviceTree(TableReader& root, const std::filesystem::path& folder);
 
 }  // namespace sim

@@ -3,13 +3,17 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <set>
 
+#include "platform/pci_config.h"
+#include "platform/veyra_pci_io_properties.h"
 #include "sim/bus/option_rom.h"
+#include "sim/bus/pci_slots.h"
 #include "sim/bus/utf_text.h"
 #include "sim/server/description.h"
-#include "sim/storage/disk_image.h"
+#include "sim/server/drive_reader.h"
+#include "sim/server/network_reader.h"
+#include "sim/server/usb_reader.h"
 
 namespace sim {
 namespace {
@@ -17,13 +21,48 @@ namespace {
 struct Kind {
   const char* name;
   std::uint32_t classCode;
+  std::uint16_t vendorId = 0x8086;
+  std::uint16_t deviceId = 0x0001;
 };
 constexpr std::array kKinds{
-    Kind{"isa", 0x060100}, Kind{"ahci", 0x010601},   Kind{"ide", 0x01018A},  Kind{"nvme", 0x010802},
-    Kind{"sas", 0x010700}, Kind{"ehci", 0x0C0320},   Kind{"xhci", 0x0C0330}, Kind{"network", 0x020000},
-    Kind{"vga", 0x030000}, Kind{"bridge", 0x060400}, Kind{"raid", 0x010400}, Kind{"other", 0xFF0000},
+    Kind{"isa", 0x060100},
+    Kind{"ahci", 0x010601},
+    Kind{"ide", 0x01018A},
+    Kind{"nvme", 0x010802},
+    Kind{"sas", 0x010700},
+    Kind{"ehci", 0x0C0320},
+    Kind{"xhci", 0x0C0330},
+    Kind{"network", 0x020000},
+    Kind{"vga", 0x030000},
+    Kind{"bridge", 0x060400},
+    Kind{"raid", 0x010400},
+    Kind{"other", 0xFF0000},
+    Kind{"fc", 0x0C0400},
+    Kind{"iscsi", 0x018000},
+    Kind{"vnic", 0x020000, kVirtualCardVendor, kVirtualNicDevice},
+    Kind{"vhba", 0x0C0400, kVirtualCardVendor, kVirtualHbaDevice},
 };
-enum KindIndex { kIsa, kAhci, kIde, kNvme, kSas, kEhci, kXhci, kNetwork, kVga, kBridge, kRaid, kOther };
+enum KindIndex {
+  kIsa,
+  kAhci,
+  kIde,
+  kNvme,
+  kSas,
+  kEhci,
+  kXhci,
+  kNetwork,
+  kVga,
+  kBridge,
+  kRaid,
+  kOther,
+  kFibre,
+  kIscsi,
+  kVirtualNic,
+  kVirtualHba
+};
+
+// The board's own names of functions, as the platform tells them.
+constexpr std::array kBoardClasses{std::uint16_t{0}, kPciClassLomPort, kPciClassChipsetStorage};
 
 std::vector<std::string> KindNames() {
   std::vector<std::string> names;
@@ -31,23 +70,6 @@ std::vector<std::string> KindNames() {
     names.emplace_back(kind.name);
   }
   return names;
-}
-
-using MacAddress = decltype(NetworkPort::mac);
-
-std::optional<MacAddress> ParseMac(std::string_view text) {
-  MacAddress mac{};
-  if (text.size() != mac.size() * 3 - 1) {
-    return std::nullopt;
-  }
-  for (std::size_t i = 0; i < mac.size(); ++i) {
-    const char* digits = text.data() + i * 3;
-    const auto read = std::from_chars(digits, digits + 2, mac[i], 16);
-    if (read.ec != std::errc{} || read.ptr != digits + 2 || (i + 1 < mac.size() && digits[2] != ':')) {
-      return std::nullopt;
-    }
-  }
-  return mac;
 }
 
 // The tables that hang on one kind of function only.
@@ -58,6 +80,7 @@ struct KindTable {
 const KindTable kKindTables[] = {
     {"sata", {kAhci}},  {"ide", {kIde}},         {"namespace", {kNvme}},  {"scsi", {kSas, kRaid}},
     {"floppy", {kIsa}}, {"usb", {kEhci, kXhci}}, {"function", {kBridge}},
+    {"lun", {kFibre, kVirtualHba}}, {"iscsi", {kNetwork, kVirtualNic, kIscsi}},
 };
 
 // TOML hangs a table on the function that was begun last, which is easily another one than its writer meant.
@@ -72,122 +95,26 @@ void FailForOtherKindsTables(const TableReader& table, std::size_t kind) {
 
 class DeviceReader {
  public:
-  explicit DeviceReader(std::filesystem::path folder) : folder_(std::move(folder)) {}
+  explicit DeviceReader(std::filesystem::path folder) : drives_(std::move(folder)) {}
 
   PciFunction Function(TableReader& table) const;
+  PciSlot Slot(TableReader& table) const;
 
  private:
-  Medium ReadMedium(TableReader& table, std::uint32_t blockSize) const;
-  Drive ReadDrive(TableReader& table, bool removableByDefault) const;
-  std::vector<UsbDevice> UsbDevices(TableReader& table) const;
-  NetworkController ReadNetwork(TableReader& table) const;
   Controller ReadController(std::size_t kind, TableReader& table) const;
 
-  template <typename Device, typename Read>
-  std::vector<Device> Devices(TableReader& table, const char* key, Read read) const {
-    std::vector<Device> devices;
-    for (TableReader& element : table.Tables(key)) {
-      Device device;
-      device.present = element.Boolean("present", true);
-      read(element, device);
-      element.Finish();
-      devices.push_back(std::move(device));
-    }
-    return devices;
-  }
+  NetworkController Network(TableReader& table, bool boots) const;
 
-  std::filesystem::path folder_;
-  mutable std::set<MacAddress> macs_;  // of the ports read so far
+  DriveReader drives_;
+  mutable std::set<decltype(NetworkPort::mac)> macs_;  // of the ports read so far
 };
 
-Medium DeviceReader::ReadMedium(TableReader& table, std::uint32_t blockSize) const {
-  Medium medium;
-  const std::string image = table.Text("image");
-  const std::string folder = table.Text("folder");
-  medium.label = table.Text("label");
-  DiskImageOptions options;
-  options.blockSize = static_cast<std::uint32_t>(table.Integer("block_size", blockSize, 512, 4096));
-  options.claimedSize = table.Integer("claimed_size", 0, 0, INT64_MAX);
-  if (!image.empty() && !folder.empty()) {
-    table.Fail("folder", "either an image or a folder, not both");
-  }
-  if (!image.empty()) {
-    std::string error;
-    if (std::filesystem::is_directory(folder_ / image)) {
-      table.Fail("image", "a disk image, but this is a folder; the key 'folder' shows one as a volume");
-    }
-    medium.blocks = OpenDiskImage(folder_ / image, options, error);
-    if (medium.blocks == nullptr) {
-      table.Fail("image", "a readable disk image: " + error);
-    }
-  }
-  if (!folder.empty()) {
-    medium.folder = folder_ / folder;
-    if (!std::filesystem::is_directory(medium.folder)) {
-      table.Fail("folder", "an existing folder");
-    }
-  }
-  return medium;
-}
-
-Drive DeviceReader::ReadDrive(TableReader& table, bool removableByDefault) const {
-  Drive drive;
-  drive.kind = static_cast<DriveKind>(table.Word("drive", {"disk", "cdrom", "floppy"}, 0));
-  drive.removable = table.Boolean("removable", removableByDefault || drive.kind != DriveKind::Disk);
-  drive.vendor = table.Text("vendor", drive.vendor);
-  drive.model = table.Text("model", drive.model);
-  drive.revision = table.Text("revision", drive.revision);
-  drive.serial = table.Text("serial");
-  drive.medium = ReadMedium(table, drive.kind == DriveKind::CdRom ? 2048 : 512);
-  return drive;
-}
-
-std::vector<UsbDevice> DeviceReader::UsbDevices(TableReader& table) const {
-  return Devices<UsbDevice>(table, "usb", [this](TableReader& element, UsbDevice& device) {
-    device.kind = static_cast<UsbKind>(element.Word("kind", {"hub", "keyboard", "mouse", "storage"}, 3));
-    device.port = static_cast<std::uint8_t>(element.RequiredInteger("port", 0, 254));
-    device.interfaceNumber = static_cast<std::uint8_t>(element.Integer("interface", 0, 0, 255));
-    device.vendorId = static_cast<std::uint16_t>(element.Integer("vendor_id", device.vendorId, 0, 0xFFFF));
-    device.productId = static_cast<std::uint16_t>(element.Integer("product_id", device.productId, 0, 0xFFFF));
-    if (device.kind == UsbKind::Hub) {
-      device.devices = UsbDevices(element);
-      return;
-    }
-    if (device.kind != UsbKind::MassStorage) {
-      return;
-    }
-    constexpr std::array kTransports{UsbTransport::BulkOnly, UsbTransport::CbiInterrupt, UsbTransport::Cbi};
-    device.transport = kTransports[element.Word("transport", {"bulk-only", "cbi-interrupt", "cbi"}, 0)];
-    Drive drive = ReadDrive(element, true);
-    device.serial = drive.serial;
-    device.product = drive.model;
-    device.manufacturer = drive.vendor;
-    device.units.push_back(std::move(drive));
-  });
-}
-
-NetworkController DeviceReader::ReadNetwork(TableReader& table) const {
-  NetworkPort port;
-  const auto mac = ParseMac(table.RequiredText("mac"));
-  if (!mac) {
-    table.Fail("mac", "six hexadecimal bytes of two digits with colons between them, such as \"02:00:00:00:00:01\"");
-  }
-  if (!macs_.insert(*mac).second) {
+NetworkController DeviceReader::Network(TableReader& table, bool boots) const {
+  NetworkController controller = ReadNetwork(table, drives_, boots);
+  if (!macs_.insert(controller.ports.at(0).mac).second) {
     table.Fail("mac", "an address of the port's own; another port has this one");
   }
-  port.mac = *mac;
-  port.mediaPresent = table.Boolean("link", true);
-  port.ipv4 = table.Boolean("ipv4", true);
-  port.ipv6 = table.Boolean("ipv6", true);
-  port.bootMacNode = table.Boolean("boot_mac_node", false);
-  const std::string bootFile = table.Text("boot_file");
-  if (!bootFile.empty()) {
-    port.boot.imageFile = folder_ / bootFile;
-    if (!std::filesystem::is_regular_file(port.boot.imageFile)) {
-      table.Fail("boot_file", "an existing file");
-    }
-  }
-  return {{std::move(port)}};
+  return controller;
 }
 
 Controller DeviceReader::ReadController(std::size_t kind, TableReader& table) const {
@@ -200,48 +127,55 @@ Controller DeviceReader::ReadController(std::size_t kind, TableReader& table) co
       isa.floppyController = table.Boolean("floppy_controller", false);
       if (auto floppy = table.Table("floppy")) {
         isa.floppy.present = floppy->Boolean("present", true);
-        isa.floppy.medium = ReadMedium(*floppy, 512);
+        isa.floppy.medium = drives_.ReadMedium(*floppy, 512);
         floppy->Finish();
       }
       return isa;
     }
     case kAhci:
-      return AhciController{Devices<SataDevice>(table, "sata", [this](TableReader& element, SataDevice& device) {
+      return AhciController{ReadDevices<SataDevice>(table, "sata", [this](TableReader& element, SataDevice& device) {
         device.port = static_cast<std::uint16_t>(element.RequiredInteger("port", 0, 31));
         device.multiplierPort = static_cast<std::uint16_t>(element.Integer("multiplier_port", 0xFFFF, 0, 0xFFFF));
-        device.drive = ReadDrive(element, false);
+        device.drive = drives_.ReadDrive(element, false);
       })};
     case kIde:
-      return IdeController{Devices<AtapiDevice>(table, "ide", [this](TableReader& element, AtapiDevice& device) {
+      return IdeController{ReadDevices<AtapiDevice>(table, "ide", [this](TableReader& element, AtapiDevice& device) {
         device.secondary = element.Word("channel", {"primary", "secondary"}, 0) == 1;
         device.slave = element.Word("place", {"master", "slave"}, 0) == 1;
         device.serialAta = element.Boolean("serial_ata", false);
-        device.drive = ReadDrive(element, false);
+        device.drive = drives_.ReadDrive(element, false);
       })};
     case kNvme:
-      return NvmeController{Devices<NvmeNamespace>(table, "namespace", [this](TableReader& element, NvmeNamespace& ns) {
-        ns.id = static_cast<std::uint32_t>(element.Integer("id", 1, 1, 0xFFFFFFFE));
-        ns.eui64 = element.OptionalWide("eui64").value_or(0);
-        ns.drive = ReadDrive(element, false);
-      })};
+      return NvmeController{
+          ReadDevices<NvmeNamespace>(table, "namespace", [this](TableReader& element, NvmeNamespace& ns) {
+            ns.id = static_cast<std::uint32_t>(element.Integer("id", 1, 1, 0xFFFFFFFE));
+            ns.eui64 = element.OptionalWide("eui64").value_or(0);
+            ns.drive = drives_.ReadDrive(element, false);
+          })};
     case kSas:
     case kRaid: {
       ScsiController scsi;
       scsi.extendedPassThru = table.Boolean("extended_pass_thru", true);
       scsi.olderPassThru = table.Boolean("older_pass_thru", false);
-      scsi.devices = Devices<ScsiDevice>(table, "scsi", [this](TableReader& element, ScsiDevice& device) {
+      scsi.devices = ReadDevices<ScsiDevice>(table, "scsi", [this](TableReader& element, ScsiDevice& device) {
         device.target = static_cast<std::uint16_t>(element.RequiredInteger("target", 0, 0xFFFF));
         device.lun = element.Integer("lun", 0, 0, 0xFFFF);
         device.sasAddress = element.OptionalWide("sas_address");
-        device.drive = ReadDrive(element, false);
+        device.drive = drives_.ReadDrive(element, false);
       });
       return scsi;
     }
     case kEhci:
     case kXhci:
-      return UsbHostController{UsbDevices(table)};
+      return UsbHostController{ReadUsbDevices(table, drives_)};
+    case kFibre:
+    case kVirtualHba:
+      return ReadFibre(table, drives_);
     case kNetwork:
-      return ReadNetwork(table);
+    case kVirtualNic:
+      return Network(table, true);
+    case kIscsi:
+      return Network(table, false);
     case kVga: {
       DisplayController display;
       display.width = static_cast<std::uint32_t>(table.Integer("width", display.width, 320, 16384));
@@ -269,13 +203,16 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   function.present = table.Boolean("present", true);
   function.device = static_cast<std::uint8_t>(table.RequiredInteger("device", 0, 31));
   function.function = static_cast<std::uint8_t>(table.Integer("number", 0, 0, 7));
-  function.vendorId = static_cast<std::uint16_t>(table.Integer("vendor_id", function.vendorId, 0, 0xFFFE));
-  function.deviceId = static_cast<std::uint16_t>(table.Integer("device_id", function.deviceId, 0, 0xFFFF));
+  function.vendorId = static_cast<std::uint16_t>(table.Integer("vendor_id", kKinds[kind].vendorId, 0, 0xFFFE));
+  function.deviceId = static_cast<std::uint16_t>(table.Integer("device_id", kKinds[kind].deviceId, 0, 0xFFFF));
   function.subsystemVendorId =
       static_cast<std::uint16_t>(table.Integer("subsystem_vendor_id", function.subsystemVendorId, 0, 0xFFFF));
   function.subsystemId = static_cast<std::uint16_t>(table.Integer("subsystem_id", 0, 0, 0xFFFF));
   function.classCode = static_cast<std::uint32_t>(table.Integer("class_code", kKinds[kind].classCode, 0, 0xFFFFFF));
   function.embedded = table.Boolean("embedded", false);
+  const bool onBoardNetwork = function.embedded && function.classCode >> 16 == PCI_CLASS_NETWORK;
+  function.boardClass = kBoardClasses[table.Word("board_port", {"none", "lom", "storage"}, onBoardNetwork ? 1 : 0)];
+  function.legacyBoot = table.Boolean("legacy_boot", true);
   function.driver = table.Boolean("driver", true);
   if (table.Boolean("legacy_rom", false)) {
     function.optionRom = LegacyOptionRom(function.vendorId, function.deviceId, function.classCode);
@@ -286,6 +223,19 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   function.controller = ReadController(kind, table);
   table.Finish();
   return function;
+}
+
+PciSlot DeviceReader::Slot(TableReader& table) const {
+  PciSlot slot;
+  slot.number = static_cast<std::uint8_t>(table.RequiredInteger("number", 1, kSlotPlaces.size()));
+  slot.enabled = table.Boolean("enabled", true);
+  slot.riser = table.Boolean("riser", false);
+  for (TableReader& element : table.Tables("function")) {
+    const std::size_t port = element.Integer("root_port", 0, 0, kRiserPorts - 1);
+    slot.functions[port].push_back(Function(element));
+  }
+  table.Finish();
+  return slot;
 }
 
 // Called behind each entry: what does not fit now is that entry's doing.
@@ -340,13 +290,20 @@ DeviceTree ReadDeviceTree(TableReader& root, const std::filesystem::path& folder
     bridge.segment = static_cast<std::uint32_t>(table.Integer("segment", 0, 0, 0xFFFF));
     bridge.firstBus = static_cast<std::uint8_t>(table.Integer("first_bus", 0, 0, 255));
     bridge.lastBus = static_cast<std::uint8_t>(table.Integer("last_bus", 255, 0, 255));
-    FailUnlessFitting(tree, table);
     buses.Settle(tree, table, table.Has("last_bus"));
+    FailUnlessFitting(tree, table);
     for (TableReader& element : table.Tables("function")) {
       bridge.functions.push_back(reader.Function(element));
       FailUnlessFitting(tree, element);
     }
     table.Finish();
+  }
+  for (TableReader& table : root.Tables("slot")) {
+    const std::string fault = PlugSlot(tree, reader.Slot(table));
+    if (!fault.empty()) {
+      table.Fail("", "a slot that fits the others: " + fault);
+    }
+    FailUnlessFitting(tree, table);
   }
   return tree;
 }

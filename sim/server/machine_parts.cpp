@@ -6,6 +6,7 @@
 #include "platform/memory_type_information.h"
 #include "platform/simple_text_in.h"
 #include "platform/simple_text_out.h"
+#include "platform/veyra_hobs.h"
 
 namespace sim {
 namespace {
@@ -32,6 +33,12 @@ EFI_STATUS RunShell(EFI_HANDLE image, EFI_SYSTEM_TABLE* table) {
   Machine::Current().EndBoot(std::move(outcome));
 }
 
+// The data of a block is what follows its header.
+template <typename Block>
+void AddBlock(HobList& hobs, const EFI_GUID& name, const Block& block) {
+  static_cast<void>(hobs.AddGuid(name, std::as_bytes(std::span(&block, 1)).subspan(sizeof(EFI_HOB_GUID_TYPE))));
+}
+
 EFI_STATUS EFIAPI UpdateBbsDevices() {
   if (Csm* csm = Machine::Current().Get<Csm>(); csm != nullptr) {
     csm->AddDeviceEntries(true);
@@ -51,6 +58,7 @@ MachineParts::MachineParts(Machine& machine, const ServerDescription& server, Va
       volume_(machine.BootServices()) {
   images_.SetExitBootServicesHandler([&store] { store.EnterRuntime(); });
   InstallConsole();
+  AddPlatformBlocks(server);
   InstallMemory(server.firmware);
   if (server.firmware.pathToText) {
     static_cast<void>(text_.Install());
@@ -80,6 +88,22 @@ void MachineParts::InstallConsole() {
   table->ConsoleInHandle = table->ConsoleOutHandle = table->StandardErrorHandle = handle;
   table->ConIn = console_.Input();
   table->ConOut = table->StdErr = console_.Output();
+}
+
+void MachineParts::AddPlatformBlocks(const ServerDescription& server) {
+  if (server.platform.memoryBlock) {
+    VEYRA_MEMORY_HOB memory{};
+    memory.SocketCount = server.platform.sockets;
+    AddBlock(hobs_, gVeyraMemoryHobGuid, memory);
+  }
+  if (server.platform.riserBlock) {
+    VEYRA_BRIGHTMERE_TYPE_HOB riser{};
+    for (const SlotRecord& slot : server.devices.slots) {
+      riser.Slot1 = slot.riser && slot.number == 1 ? kBrightmereInSlot1 : riser.Slot1;
+      riser.Slot2 = slot.riser && slot.number == 2 ? kBrightmereInSlot2 : riser.Slot2;
+    }
+    AddBlock(hobs_, gVeyraBrightmereTypeHobGuid, riser);
+  }
 }
 
 void MachineParts::InstallMemory(const FirmwareDescription& firmware) {

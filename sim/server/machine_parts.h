@@ -38,6 +38,7 @@ class MachineParts {
  private:
   void InstallConsole();
   void InstallMemory(const FirmwareDescription& firmware);
+  void AddPlatformBlocks(const ServerDescription& server);
   void InstallFirmwareVolume(const FirmwareDescription& firmware);
   void InstallHealth(const ServerDescription& server);
   void InstallPlatform(const ServerDescription& server, Bmc& bmc);

@@ -10,7 +10,9 @@
 #include "platform/setup_variable.h"
 #include "sim/server/boot_recorder.h"
 #include "sim/server/host_file.h"
+#include "sim/server/installed_options.h"
 #include "sim/server/machine_parts.h"
+#include "sim/server/policy_files.h"
 #include "sim/server/setup_fields.h"
 
 // The host program's data and zero-initialised sections: the linked driver's state records lie in them.
@@ -19,6 +21,8 @@ extern "C" std::byte _end[];          // NOLINT
 
 namespace sim {
 namespace {
+
+constexpr CHAR16 kSecureBootName[] = u"SecureBoot";
 
 std::vector<std::byte> ReadWhole(const std::filesystem::path& file) {
   const auto bytes = ReadHostFile(file);
@@ -65,6 +69,7 @@ Server::Server(ServerDescription description, ServerOptions options)
   NoteSetup();
   GiveInitialVariables();
   PlaceBmc();
+  GivePolicies();
 }
 
 Server::~Server() {
@@ -91,6 +96,22 @@ void Server::PlaceBmc() {
   bmcFolder_ = place;
 }
 
+// The description's policies are what a new BMC is handed over with; what becomes of them is the BMC's and the
+// driver's.
+void Server::GivePolicies() {
+  std::error_code none;
+  const std::filesystem::path files = Bmc::FilesOf(bmcFolder_);
+  if (std::filesystem::exists(files, none) && !std::filesystem::is_empty(files, none)) {
+    return;
+  }
+  if (!description_.policy.empty()) {
+    PutPolicy(bmcFolder_, description_.policy, PolicyFile::Lasting);
+  }
+  if (!description_.oneTimePolicy.empty()) {
+    PutPolicy(bmcFolder_, description_.oneTimePolicy, PolicyFile::OneTime);
+  }
+}
+
 void Server::LoadVariables() {
   const auto load = [this](const std::filesystem::path& path) {
     EfivarsFolder folder(path);
@@ -104,6 +125,9 @@ void Server::LoadVariables() {
   const bool fresh = !kept || !std::filesystem::exists(nvram, unusable) || std::filesystem::is_empty(nvram, unusable);
   if (fresh && !description_.nvram.initial.empty()) {
     load(description_.nvram.initial);
+  }
+  if (fresh && !InstallOptions(store_, description_.nvram.options)) {
+    throw StateError("the NVRAM is too small for the described boot options");
   }
   if (!kept) {
     return;
@@ -157,6 +181,22 @@ void Server::GiveInitialVariables() {
     std::vector<std::byte> record(kVeyraNvramDataSize);
     record[kVeyraBootMode] = std::byte{*description_.nvram.bootMode};
     give(kVeyraNvramDataName, kVeyraNvramDataGuid, record);
+  }
+}
+
+// What the firmware's earlier phases say anew at each boot.
+void Server::GiveBootVariables() {
+  const auto give = [this](const CHAR16* name, const EFI_GUID& guid, std::uint32_t attributes, auto value) {
+    if (EFI_ERROR(store_.Set(name, guid, attributes, std::as_bytes(std::span(&value, 1))))) {
+      throw StateError("there is no room for the variables of a boot");
+    }
+  };
+  if (description_.nvram.bootFlow) {
+    give(kBootFlowName, kBootFlowGuid, EFI_VARIABLE_BOOTSERVICE_ACCESS, *description_.nvram.bootFlow);
+  }
+  if (description_.nvram.secureBoot) {
+    give(kSecureBootName, gEfiGlobalVariableGuid, EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS,
+         static_cast<std::uint8_t>(*description_.nvram.secureBoot ? 1 : 0));
   }
 }
 
@@ -238,6 +278,7 @@ struct Server::Parts {
 
 BootReport Server::Boot(const BootRequest& request) {
   store_.PowerCycle();
+  GiveBootVariables();
   store_.ForgetJournal();
   Parts boot(*this, request);
   if (Csm* csm = boot.machine.Get<Csm>(); csm != nullptr) {

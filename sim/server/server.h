@@ -149,7 +149,9 @@ class Server {
   void LoadVariables();
   void NoteSetup();
   void GiveInitialVariables();
+  void GiveBootVariables();
   void PlaceBmc();
+  void GivePolicies();
 
   ServerDescription description_;
   ServerOptions options_;

@@ -101,6 +101,9 @@ ROWS = (
     as_it_stands("health_failed", "debian", {
         "health.repair": 1, "form_browser.send_form": 1, "health.set_options": 0, "csm.option_roms": 0}),
     as_it_stands("legacy_video", DISK, {"csm.option_roms": 2}),
+    as_it_stands("policy_storage", DISK, copies=True),
+    as_it_stands("policy_network", SHELL, copies=True),
+    as_it_stands("policy_removable", DISK, copies=True),
     # Requests of the BMC for one boot: the next one follows the old order.
     legacy_request("pxe", "pxe", "SIM 10G port 0", DISK, gone=("IpmiBootFlags", "BootOrderBeforeIpmiBoot")),
     legacy_request("pxe_persistent", "pxe --persistent", "SIM 10G port 0", "SIM 10G port 0", order=False,

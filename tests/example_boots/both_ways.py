@@ -132,6 +132,8 @@ class Bench:
 
     def installed(self):
         state = State(self.work / "start")
+        if "[[nvram.option]]" in self.toml.read_text():
+            return state  # the description says what an installer left
         run(self.source / "tools" / "installer_nvram.py", state.nvram, self.disks / "system.img", "0000", "debian",
             "\\EFI\\debian\\grubx64.efi", check=True)
         return state

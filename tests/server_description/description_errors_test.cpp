@@ -143,11 +143,46 @@ TEST(DescriptionErrors, TwoDevicesInOnePlace) {
        "4\n"
        "[[root_bridge.function.sata]]\nport = 4\n",
        "rack.toml:2: root_bridge[0].function[0]: expected ", "devices that fit together: "},
-      {"[[root_bridge]]\nuid = 3\n[[root_bridge]]\nuid = 3\n", "rack.toml:3: root_bridge[1]: expected ",
-       "devices that fit together: "},
       {"[[root_bridge]]\n[[root_bridge]]\n", "rack.toml:2: root_bridge[1].first_bus: expected ", "buses of its own"},
       {"[[root_bridge]]\nlast_bus = 64\n[[root_bridge]]\nfirst_bus = 64\n",
        "rack.toml:4: root_bridge[1].first_bus: expected ", "root bridge 0 has 0 to 64"},
+      {"[[root_bridge]]\nuid = 3\nlast_bus = 3\n[[root_bridge]]\nuid = 3\nfirst_bus = 4\n",
+       "rack.toml:4: root_bridge[1]: expected ", "devices that fit together: "},
+  };
+  Check(cases);
+}
+
+TEST(DescriptionErrors, SlotsThatCannotBe) {
+  const std::string bridges = "root_bridge = [{last_bus = 0x7F}, {first_bus = 0x80}]\n";
+  const std::string twice = bridges + "[[slot]]\nnumber = 3\n[[slot]]\nnumber = 3\n";
+  const std::string risers = bridges + "[[slot]]\nnumber = 1\nriser = true\n[[slot]]\nnumber = 2\nriser = true\n";
+  const std::string taken = bridges + "[[slot]]\nnumber = 5\n[[slot]]\nnumber = 2\nriser = true\n";
+  const std::string port =
+      bridges + "[[slot]]\nnumber = 4\nfunction = [{kind = \"nvme\", device = 0, root_port = 1}]\n";
+  const std::string high = bridges + "[[slot]]\nnumber = 3\nriser = true\n";
+  const ErrorCase cases[] = {
+      {"[[root_bridge]]\n[[slot]]\nnumber = 7\n", "rack.toml:3: slot[0].number: expected ", "from 1 to 6"},
+      {"[[root_bridge]]\n[[slot]]\nnumber = 2\n", "rack.toml:2: slot[0]: expected ", "whose first bus is 0x80"},
+      {twice.c_str(), "rack.toml:4: slot[1]: expected ", "described twice"},
+      {risers.c_str(), "rack.toml:5: slot[1]: expected ", "one riser"},
+      {taken.c_str(), "rack.toml:4: slot[1]: expected ", "the place is taken"},
+      {port.c_str(), "rack.toml:2: slot[0]: expected ", "one root port, 0, without a riser"},
+      {high.c_str(), "rack.toml:2: slot[0]: expected ", "slot 1 or 2"},
+  };
+  Check(cases);
+}
+
+TEST(DescriptionErrors, NamesAndPathsOfAnotherShape) {
+  const std::string function = "root_bridge = [{function = [{kind = ";
+  const std::string name = function + "\"fc\", device = 1, lun = [{wwpn = \"50:06:01\"}]}]}]\n";
+  const std::string units =
+      function + "\"ehci\", device = 1, usb = [{port = 1, unit = [{number = 1}, {number = 1}]}]}]}]\n";
+  const ErrorCase cases[] = {
+      {name.c_str(), "rack.toml:1: root_bridge[0].function[0].lun[0].wwpn: expected ", "eight hexadecimal bytes"},
+      {units.c_str(), "rack.toml:1: root_bridge[0].function[0].usb[0].unit[1].number: expected ", "no other unit"},
+      {"[[nvram.option]]\nnumber = 1\nname = \"a\"\npath = \"Pci(x)\"\n",
+       "rack.toml:4: nvram.option[0].path: expected ", "a device path"},
+      {"[bmc]\npolicy = \"no/such.xml\"\n", "rack.toml:2: bmc.policy: expected ", "an existing file"},
   };
   Check(cases);
 }

@@ -196,5 +196,18 @@ TEST_F(Program, VariablesAreListedWithTheBrokenOnesNamed) {
   EXPECT_THAT(ended.text, Not(HasSubstr("\x1B")));
 }
 
+TEST_F(Program, PoliciesReachTheBmc) {
+  Write("first.xml", "<first/>");
+  Write("other.xml", "<other/>");
+  Write("one.toml", "[bmc]\npolicy = \"first.xml\"\n[nvram]\nboot_flow = 6\n");
+  EXPECT_EQ(Run("boot one.toml --state st --quiet --log log").status, 0);
+  EXPECT_THAT(Read("log"), HasSubstr("F6 requested"));
+  EXPECT_EQ(Run("bmc st get ConfigPolicy.xml").text, "<first/>");
+  EXPECT_EQ(Run("boot one.toml --state st --quiet --policy other.xml").status, 0);
+  EXPECT_EQ(Run("bmc st get ConfigPolicy.xml").text, "<other/>");
+  EXPECT_EQ(Run("boot one.toml --state st --quiet --once").status, 2);
+  EXPECT_EQ(Run("boot one.toml --state st --quiet --policy missing.xml --once").status, 2);
+}
+
 }  // namespace
 }  // namespace sim

@@ -1,0 +1,62 @@
+#include "sim/server/network_reader.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+
+namespace sim {
+namespace {
+
+constexpr std::size_t kLongestIscsiName = 223;  // RFC 3720, 3.2.6.1
+
+// Six or eight bytes, as MAC addresses and world wide names are written; the first one becomes the highest.
+std::uint64_t ColonBytes(TableReader& table, const char* key, std::size_t count) {
+  const std::string text = table.RequiredText(key);
+  std::uint64_t value = 0;
+  bool fits = text.size() == count * 3 - 1;
+  for (std::size_t i = 0; fits && i < text.size(); ++i) {
+    const bool colon = i % 3 == 2;
+    fits = colon ? text[i] == ':' : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
+    value = colon ? value : value << 4 | static_cast<std::uint64_t>(std::stoi(std::string(1, text[i]), nullptr, 16));
+  }
+  if (!fits) {
+    table.Fail(key, fmt::format("{} hexadecimal bytes with colons between them", count == 6 ? "six" : "eight"));
+  }
+  return value;
+}
+
+}  // namespace
+
+FibreChannelController ReadFibre(TableReader& table, const DriveReader& drives) {
+  return {ReadDevices<FibreChannelLun>(table, "lun", [&drives](TableReader& element, FibreChannelLun& unit) {
+    unit.portName = ColonBytes(element, "wwpn", 8);
+    unit.lun = element.Integer("lun", 0, 0, INT64_MAX);
+    unit.node = static_cast<FibreNode>(element.Word("node", {"fibre-ex", "fibre"}, 0));
+    unit.drive = drives.ReadDrive(element, false);
+  })};
+}
+
+NetworkController ReadNetwork(TableReader& table, const DriveReader& drives, bool boots) {
+  NetworkPort port;
+  const std::uint64_t mac = ColonBytes(table, "mac", port.mac.size());
+  for (std::size_t i = 0; i < port.mac.size(); ++i) {
+    port.mac[i] = static_cast<std::uint8_t>(mac >> (8 * (port.mac.size() - 1 - i)));
+  }
+  port.mediaPresent = table.Boolean("link", true);
+  port.ipv4 = table.Boolean("ipv4", boots);
+  port.ipv6 = table.Boolean("ipv6", boots);
+  port.bootMacNode = table.Boolean("boot_mac_node", false);
+  port.boot.imageFile = drives.ReadFile(table, "boot_file");
+  port.iscsi = ReadDevices<IscsiLun>(table, "iscsi", [&drives](TableReader& element, IscsiLun& unit) {
+    unit.target = element.RequiredText("target");
+    if (unit.target.size() > kLongestIscsiName) {
+      element.Fail("target", "an iSCSI name of 223 characters at most");
+    }
+    unit.portalGroup = static_cast<std::uint16_t>(element.Integer("portal_group", 1, 0, 0xFFFF));
+    unit.lun = element.Integer("lun", 0, 0, INT64_MAX);
+    unit.drive = drives.ReadDrive(element, false);
+  });
+  return {{std::move(port)}};
+}
+
+}  // namespace sim

@@ -1,0 +1,29 @@
+#include "sim/server/policy_files.h"
+
+#include <fmt/format.h>
+
+#include "sim/bmc/bmc.h"
+#include "sim/bmc/file_store.h"
+#include "sim/server/host_file.h"
+#include "sim/server/server.h"
+
+namespace sim {
+namespace {
+
+// As the driver asks for them.
+constexpr const char* kNames[] = {"ConfigPolicy.xml", "OneTimeConfigPolicy.xml"};
+
+}  // namespace
+
+void PutPolicy(const std::filesystem::path& bmcFolder, const std::filesystem::path& policy, PolicyFile file) {
+  const auto text = ReadHostFile(policy);
+  if (!text) {
+    throw StateError(fmt::format("{}: cannot be read", policy.string()));
+  }
+  FileStore store(Bmc::FilesOf(bmcFolder));
+  if (!store.Write(kNames[static_cast<std::size_t>(file)], {text->begin(), text->end()})) {
+    throw StateError(fmt::format("{}: the BMC takes no file of this size, or cannot keep it", policy.string()));
+  }
+}
+
+}  // namespace sim
