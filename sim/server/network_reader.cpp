@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <cctype>
+#include "support/text.h"
 
 namespace sim {
 namespace {
@@ -15,12 +15,17 @@ std::uint64_t ColonBytes(TableReader& table, const char* key, std::size_t count)
   std::uint64_t value = 0;
   bool fits = text.size() == count * 3 - 1;
   for (std::size_t i = 0; fits && i < text.size(); ++i) {
-    const bool colon = i % 3 == 2;
-    fits = colon ? text[i] == ':' : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-    value = colon ? value : value << 4 | static_cast<std::uint64_t>(std::stoi(std::string(1, text[i]), nullptr, 16));
+    if (i % 3 == 2) {
+      fits = text[i] == ':';
+      continue;
+    }
+    const int digit = bds::HexDigitValue(text[i]);
+    fits = digit >= 0;
+    value = value << 4 | static_cast<std::uint64_t>(digit);
   }
   if (!fits) {
-    table.Fail(key, fmt::format("{} hexadecimal bytes with colons between them", count == 6 ? "six" : "eight"));
+    table.Fail(
+        key, fmt::format("{} hexadecimal bytes of two digits with colons between them", count == 6 ? "six" : "eight"));
   }
   return value;
 }
