@@ -6,9 +6,11 @@
 #include <iostream>
 
 #include "sim/cli/commands.h"
+#include "sim/cli/explain_text.h"
 #include "sim/cli/findings_text.h"
 #include "sim/cli/json_report.h"
 #include "sim/cli/options_text.h"
+#include "sim/cli/policy_variables.h"
 #include "sim/cli/printable_text.h"
 #include "sim/cli/terminal.h"
 #include "sim/server/policy_files.h"
@@ -44,6 +46,7 @@ class BootRun {
     request_.debugMask = arguments.debugMask;
     request_.faults = arguments.faults;
     request_.trace = arguments.trace;
+    HearPolicy();
     OpenLog();
     CheckJson();
     ConnectConsole();
@@ -55,6 +58,7 @@ class BootRun {
   int Run();
 
  private:
+  void HearPolicy();
   void OpenLog();
   void CheckJson() const;
   void ConnectConsole();
@@ -76,8 +80,19 @@ class BootRun {
   std::unique_ptr<TypedKeys> keys_;
   unsigned startsLogged_ = 0;
   std::vector<BootResult> results_;
+  std::optional<PolicyListener> listener_;
+  PolicyStory story_;        // of the start at hand
   bool screenUsed_ = false;  // a program placed the cursor, so that its text makes no sense line by line
 };
+
+// The linked driver tells why it orders the options as it does.
+void BootRun::HearPolicy() {
+  if (!arguments_.image.empty()) {
+    return;
+  }
+  listener_.emplace();
+  TellStory(request_, *listener_, server_, story_);
+}
 
 void BootRun::OpenLog() {
   if (arguments_.log.empty()) {
@@ -144,6 +159,9 @@ BootResult BootRun::BootOnce() {
       log_ << fmt::format("---- start {} ----\n", startsLogged_);
     }
     result.starts.push_back(server_.Boot(request_));
+    if (listener_) {
+      result.stories.push_back(std::exchange(story_, {}));
+    }
     log_.flush();
     const BootOutcome& outcome = result.Last().outcome;
     if (outcome.end == BootEnd::PowerLost) {
@@ -171,6 +189,9 @@ void BootRun::Show(unsigned number, const BootResult& result) const {
   const std::string text = arguments_.quiet
                                ? fmt::format("{}: {}{}\n", PrintableText(title), OutcomeText(result.Last()), limit)
                                : SummaryText(title, result, style_);
+  if (const auto bootType = BootTypeWithoutMode(server_.Variables()); bootType && !arguments_.quiet) {
+    fmt::print(Texts(), "{}", style_.Bad(NothingCanBootText(*bootType)));
+  }
   fmt::print(Texts(), "{}", text);
   std::fflush(Texts());
 }

@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "sim/policy/policy_story.h"
 #include "sim/server/server.h"
 
 namespace sim {
 
 struct BootResult {
-  std::vector<BootReport> starts;  // the power-on first, then one per reset carried out; never empty
+  std::vector<BootReport> starts;    // the power-on first, then one per reset carried out; never empty
+  std::vector<PolicyStory> stories;  // one for each start; none when an image ran, which tells nothing
   unsigned warmResets = 0;
   unsigned coldResets = 0;  // shutdowns and platform-specific resets count as cold
   bool resetLimitReached = false;

@@ -20,6 +20,7 @@ constexpr const char* kFooter = R"(Examples:
   bds-sim vars st order 0002 0000                     another boot order
   bds-sim run st -- efibootmgr -v -o 0002,0000        the same through efibootmgr
   bds-sim policy check fleet.xml                      what the driver makes of a boot policy
+  bds-sim explain rack.toml --policy fleet.xml        why each boot option stands where it stands
 
 Exit status: 0 an option was started (other commands: done), 1 a policy has warnings, 2 the command line, the
 description or the state is wrong, or a policy is refused, 3 no option was started, 4 the driver crashed or waited for
@@ -40,6 +41,7 @@ struct Arguments {
   VarsArguments vars;
   RunArguments run;
   BmcArguments bmc;
+  ExplainArguments explain;
   PolicyArguments policy;
   std::vector<std::string> bootWords;
   bool persistent = false;
@@ -230,6 +232,14 @@ void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   remove.add_option("NAME", bmc.file, "Its name on the BMC")->required();
 }
 
+void AddExplain(CLI::App& app, ExplainArguments& explain, int& status) {
+  CLI::App& command = *app.add_subcommand("explain", "Boot a copy of a server and tell why its options stand where");
+  command.add_option("SERVER.toml", explain.description, "The server's description")->required();
+  command.add_option("--state", explain.state, "The state folder; it stays as it is")->type_name("DIR");
+  command.add_option("--policy", explain.policy, "Give the BMC this boot policy first")->type_name("FILE");
+  command.callback([&explain, &status] { status = RunExplain(explain); });
+}
+
 void AddPolicyAction(CLI::App& command, PolicyArguments& policy, int& status, PolicyArguments::Action action,
                      const std::string& name, const std::string& files, const std::string& help) {
   CLI::App& subcommand = *command.add_subcommand(name, help);
@@ -264,6 +274,7 @@ int RunCommandLine(int argc, char** argv) {
   AddVars(app, arguments.vars, status);
   AddRun(app, arguments.run, status);
   AddBmc(app, arguments, status);
+  AddExplain(app, arguments.explain, status);
   AddPolicy(app, arguments.policy, status);
   try {
     app.parse(argc, argv);

@@ -77,6 +77,13 @@ struct BmcArguments {
 };
 int RunBmc(const BmcArguments& arguments);
 
+struct ExplainArguments {
+  std::filesystem::path description;
+  std::filesystem::path state;   // copied, not changed; empty: a new server
+  std::filesystem::path policy;  // given to the BMC first; empty: none
+};
+int RunExplain(const ExplainArguments& arguments);
+
 struct PolicyArguments {
   enum class Action { Check, Show };
   Action action = Action::Check;

@@ -7,6 +7,7 @@
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/findings_text.h"
 #include "sim/cli/phases.h"
+#include "sim/cli/policy_json.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/guid_text.h"
 #include "sim/firmware/services/device_path_text.h"
@@ -46,12 +47,22 @@ Json AttemptJson(const AttemptReport& attempt) {
           {"ended_boot", attempt.ended}};
 }
 
+std::string HexBytes(const std::vector<std::byte>& data) {
+  std::string text;
+  for (const std::byte each : data) {
+    text += fmt::format("{:02x}", std::to_integer<unsigned>(each));
+  }
+  return text;
+}
+
 Json WriteJson(const VariableWrite& write) {
   return {{"kind", VariableWriteKindName(write.kind)},
           {"name", PrintableText(write.name)},
           {"guid", GuidText(write.guid)},
           {"attributes", write.attributes},
           {"size", write.size},
+          {"step", write.step},
+          {"data", HexBytes(write.data)},
           {"status", StatusName(write.status)}};
 }
 
@@ -190,7 +201,8 @@ Json BmcJson(const BootReport& report) {
   return bmc;
 }
 
-Json StartJson(const BootReport& report) {
+// story: null when nobody told one.
+Json StartJson(const BootReport& report, const PolicyStory* story) {
   Json passed = List(OptionsPassedOver(report), [](const PassedOver& each) {
     return Json{{"number", NumberText(each.number)}, {"reason", each.reason}};
   });
@@ -206,6 +218,7 @@ Json StartJson(const BootReport& report) {
           {"faults", List(report.faults, FaultJson)},
           {"damaged_options", List(report.damaged, DamagedJson)},
           {"devices_without_option", List(report.devicesWithoutOption, DeviceJson)},
+          {"policy", story == nullptr ? Json(nullptr) : PolicyJson(*story)},
           {"variables_written", List(report.writes, WriteJson)},
           {"counts", report.counts},
           {"bmc", BmcJson(report)},
@@ -217,11 +230,15 @@ Json StartJson(const BootReport& report) {
 }
 
 Json BootJson(const BootResult& boot) {
+  Json starts = Json::array();
+  for (std::size_t i = 0; i < boot.starts.size(); ++i) {
+    starts.push_back(StartJson(boot.starts[i], i < boot.stories.size() ? &boot.stories[i] : nullptr));
+  }
   return {{"started", boot.Started()},
           {"booted", BootedJson(boot.Last())},
           {"time", Seconds(boot.Time())},
           {"resets", {{"warm", boot.warmResets}, {"cold", boot.coldResets}, {"limit_reached", boot.resetLimitReached}}},
-          {"starts", List(boot.starts, StartJson)}};
+          {"starts", std::move(starts)}};
 }
 
 }  // namespace

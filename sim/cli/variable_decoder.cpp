@@ -10,6 +10,7 @@
 #include "platform/setup_variable.h"
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/load_option_text.h"
+#include "sim/cli/policy_variables.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/services/device_path_kinds.h"
 #include "sim/firmware/services/device_path_text.h"
@@ -176,6 +177,9 @@ std::vector<std::string> DecodeVariable(const Variable& variable) {
     if (variable.name == each.name && variable.guid == each.guid) {
       return each.decode(variable.data);
     }
+  }
+  if (auto lines = DecodePolicyVariable(variable)) {
+    return *lines;
   }
   const bool option = variable.guid == gEfiGlobalVariableGuid && IsLoadOptionName(variable.name);
   return option ? OptionLines(variable.data) : Raw(variable.data);

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <utility>
 
-#include "bmc/management_mode.h"
 #include "bootopt/boot_lists.h"
 #include "flexboot/policy_record.h"
 #include "sim/firmware/policy_observer.h"
@@ -13,8 +13,6 @@
 
 namespace sim {
 namespace {
-
-constexpr std::uint8_t kManaged = 1;
 
 struct GroupName {
   UINT32 id;
@@ -84,14 +82,17 @@ class PolicyListener::Ear {
     }
   }
 
-  PolicyStory Finish() {
-    story_.managed = bds::gPolicyEngine.ManagementMode == kManaged;
+  void Look(bool managed) {
+    story_.managed = managed;
     story_.oldTable = bds::gPolicyEngine.BotUpdatedOldWay == 1;
     NoteGroupOrder();
     std::size_t place = 0;
     for (const auto* option = bds::BootOptionList.First; option != nullptr; option = option->Next) {
       FinishOption(*option, place++);
     }
+  }
+
+  PolicyStory Finish() {
     known_.clear();
     return std::exchange(story_, {});
   }
@@ -216,6 +217,7 @@ PolicyListener::~PolicyListener() {
   delete ear_;
 }
 
+void PolicyListener::Look(bool managed) { ear_->Look(managed); }
 PolicyStory PolicyListener::Finish() { return ear_->Finish(); }
 
 }  // namespace sim

@@ -44,10 +44,10 @@ struct StoryTarget {
 
 struct StoryOption {
   std::u16string name;
-  std::optional<std::uint16_t> number;  // at the end; none: the driver deleted it
-  std::size_t place = 0;                // in the driver's list at the end
+  std::optional<std::uint16_t> number;  // as saved; none: the driver deleted it
+  std::size_t place = 0;                // in the driver's list then
   bool legacy = false;
-  bool active = false;  // at the end
+  bool active = false;
   bool firmware = false;
   bool matched = false;                        // its device is there
   std::uint32_t tag = 0;                       // at the end
@@ -81,7 +81,10 @@ class PolicyListener {
   PolicyListener(const PolicyListener&) = delete;
   PolicyListener& operator=(const PolicyListener&) = delete;
 
-  // At the end of a boot, while its machine is there: the story, and the listener is as new.
+  // Notes how the options stand. To be called as the driver begins to save them: behind that it knows them no more.
+  // managed: the server has a central manager.
+  void Look(bool managed);
+  // At the end of a boot: its story, and the listener is as new.
   PolicyStory Finish();
 
  private:

@@ -32,6 +32,14 @@ constexpr TargetType kOnceOnly[] = {TargetType::LANAny, TargetType::SANAny, Targ
 constexpr TargetElement kNotCompared[] = {TargetElement::ControllerId, TargetElement::LunId, TargetElement::WWNN,
                                           TargetElement::Shell};
 
+// Types that leave options which they do not concern as they are, so that a loader's comparison selects those too.
+constexpr TargetType kLeavesOthers[] = {
+    TargetType::LocalStorageAny, TargetType::OnboardHDD,    TargetType::OnboardHDDAny, TargetType::USB,
+    TargetType::InternalUSB,     TargetType::SDCard,        TargetType::VirtualMedia,  TargetType::IXMOVMediaCDD,
+    TargetType::KVMVMediaCDD,    TargetType::IXMOVMediaHDD, TargetType::KVMVMediaHDD,  TargetType::IXMOVMediaFDD,
+    TargetType::KVMVMediaFDD,    TargetType::UefiShell,
+};
+
 // The largest number that the engine takes; it passes the element over when there is a larger one.
 struct NumberLimit {
   TargetElement element;
@@ -198,6 +206,11 @@ void TargetJudge::JudgeLoaders(std::span<const LoaderText> loaders) {
   }
   if (legacy_) {
     Say(Warning, TargetElement::Unknown, "its loaders are not looked for: they are of UEFI boots");
+  }
+  if (std::ranges::find(kLeavesOthers, type_) != std::end(kLeavesOthers)) {
+    Say(Warning, TargetElement::Unknown,
+        fmt::format("takes its loaders from any disk: a {} target refuses nothing else; LocalHDD and NVMEAny do",
+                    bds::TypeRow(type_).Word));
   }
   if (!HasLoader(loaders, "BootLoaderPath") && !HasLoader(loaders, "BootLoaderName")) {
     Say(Warning, TargetElement::Unknown,

@@ -115,6 +115,10 @@ void BootRecorder::OnLine(const std::string& line) {
   if (step) {
     CloseStep();
     steps_.push_back({*step, machine_.Time().Now()});
+    steps_.back().writesBefore = parts_->Runtime().Store().Journal().size();
+    if (request_.onStep) {
+      request_.onStep(*step);
+    }
     passedBefore_ = machine_.Time().Passed();
     if ((request_.debugMask & kStepLevel) == 0) {
       return;
@@ -218,6 +222,17 @@ void BootRecorder::ReportBoot(BootReport& report, const VariableStore& store, EF
   }
 }
 
+// A write belongs to the last step that began before it.
+void BootRecorder::NameStepsOfWrites(BootReport& report) {
+  std::size_t begun = 0;
+  for (std::size_t write = 0; write < report.writes.size(); ++write) {
+    while (begun < report.steps.size() && report.steps[begun].writesBefore <= write) {
+      ++begun;
+    }
+    report.writes[write].step = begun == 0 ? "" : report.steps[begun - 1].name;
+  }
+}
+
 void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver) {
   CloseStep();
   ReportBoot(report, store, driver);
@@ -233,6 +248,7 @@ void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HA
   report.screen = parts_->Console().Screen().Lines();
   report.options = ReportOptions(store, report.bootOrder);
   report.writes = store.Journal();
+  NameStepsOfWrites(report);
   report.counts = {machine_.Counts().All().begin(), machine_.Counts().All().end()};
   report.complaints = machine_.Counts().Complaints();
   report.poolPeak = machine_.Pool().Peak();

@@ -42,6 +42,7 @@ class BootRecorder {
   void WatchAttempts();
   void ReportBoot(BootReport& report, const VariableStore& store, EFI_HANDLE driver);
   AttemptReport Report(const AttemptPlace& place) const;
+  static void NameStepsOfWrites(BootReport& report);
   void ReportAttempts(BootReport& report, EFI_HANDLE driver) const;
 
   Machine& machine_;

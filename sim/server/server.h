@@ -43,6 +43,7 @@ struct BootRequest {
   bool trace = false;                                      // the driver's calls with an effect are told onTraffic too
   std::vector<std::string> faults;                         // in FaultScript's words, or a BMC fault's
   std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
+  std::function<void(const std::string& step)> onStep;     // as the driver begins it
   std::function<void(const std::string& line)> onTraffic;  // one per IPMI request and BMC exchange, with its time
   std::function<void(std::string_view utf8)> onConsole;    // as text appears on the console
   ConsoleModel::CursorHandler onCursor;                    // as somebody places the cursor or clears the screen
@@ -79,7 +80,8 @@ struct StepReport {
   std::string name;
   Ticks start = 0;
   Ticks duration = 0;
-  TimesPassed waited{};  // the duration by what it passed for
+  TimesPassed waited{};          // the duration by what it passed for
+  std::size_t writesBefore = 0;  // variable writes of this boot before it
 };
 
 // A Boot#### variable that was no load option when the boot began.

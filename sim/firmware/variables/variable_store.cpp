@@ -193,6 +193,10 @@ EFI_STATUS VariableStore::Set(std::u16string_view name, const EFI_GUID& guid, st
   if (write.status == EFI_SUCCESS) {
     write.status = protected_.contains(key) ? EFI_WRITE_PROTECTED : Change(key, attributes, data, write.kind);
   }
+  if (write.kind == VariableWrite::Kind::Create || write.kind == VariableWrite::Kind::Change ||
+      write.kind == VariableWrite::Kind::Append) {
+    write.data.assign(data.begin(), data.end());
+  }
   const EFI_STATUS status = write.status;
   Record(std::move(write));
   return status;

@@ -50,6 +50,8 @@ struct VariableWrite {
   std::uint32_t attributes = 0;
   std::size_t size = 0;  // bytes given to the call
   EFI_STATUS status = EFI_SUCCESS;
+  std::vector<std::byte> data = {};  // given to a call that changed something
+  std::string step = {};             // of the driver's, known to who records a boot
 };
 const char* VariableWriteKindName(VariableWrite::Kind kind);
 

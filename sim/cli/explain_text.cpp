@@ -1,0 +1,230 @@
+#include "sim/cli/explain_text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "sim/cli/findings_text.h"
+#include "sim/cli/printable_text.h"
+
+namespace sim {
+namespace {
+
+constexpr std::size_t kNamesShown = 4;
+
+std::string NameOf(const StoryOption& option) {
+  const std::string name = PrintableText(option.name);
+  return option.number && *option.number != 0xFFFF ? fmt::format("Boot{:04X} {}", *option.number, name) : name;
+}
+
+std::string Several(std::size_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+// Why a tag marked an option as it did: "PciClassId is 0x1, not 0x02".
+std::string Reason(const StoryTag& tag, const StoryMark& mark) {
+  if (!mark.why.empty()) {
+    return mark.why;
+  }
+  const std::string part = PrintableText(mark.part == tag.name ? "" : mark.part);
+  const std::string what = part.empty() ? "" : part + " ";
+  if (mark.found) {
+    return mark.selected ? fmt::format("{}is {:#x}", what, *mark.found)
+                         : fmt::format("{}is {:#x}, not {}", what, *mark.found, PrintableText(mark.wanted));
+  }
+  return part;
+}
+
+// "PciVid 0x8086", without the value that stands for none.
+std::string TagText(const StoryTag& tag) {
+  return PrintableText(tag.value == "0x0" ? tag.name : fmt::format("{} {}", tag.name, tag.value));
+}
+
+// The options marked alike in one line.
+std::string MarksText(const StoryTag& tag, const PolicyStory& story) {
+  std::map<std::pair<bool, std::string>, std::vector<std::string>> alike;
+  for (const StoryMark& mark : tag.marks) {
+    alike[{!mark.selected, Reason(tag, mark)}].push_back(NameOf(story.options[mark.option]));
+  }
+  std::string text;
+  for (const auto& [kind, names] : alike) {
+    const std::size_t shown = std::min(names.size(), kNamesShown);
+    text += fmt::format("      {} {}{}: {}{}\n", kind.first ? "refused" : "selected", names.size(),
+                        kind.second.empty() ? "" : ", " + kind.second,
+                        fmt::join(names.begin(), names.begin() + shown, "; "),
+                        shown < names.size() ? fmt::format("; and {} more", names.size() - shown) : "");
+  }
+  return text;
+}
+
+std::string ResultText(const StoryTag& tag) {
+  if (tag.status == EFI_UNSUPPORTED) {
+    return "nothing compares it; the options stay as they are";
+  }
+  std::string text = fmt::format("{} still in, {} after", tag.before, tag.after);
+  if (EFI_ERROR(tag.status)) {
+    text += fmt::format(" ({})", StatusName(tag.status));
+  }
+  return tag.message.empty() ? text : fmt::format("{}: {}", text, PrintableText(tag.message));
+}
+
+std::string OutcomeOf(const StoryTarget& target) {
+  if (target.TooMany()) {
+    return fmt::format("takes nothing: {} options were selected, and it may have one", target.tags.back().selected);
+  }
+  return target.taken.empty() ? "takes nothing" : "takes " + Several(target.taken.size(), "option");
+}
+
+std::string TargetText(const PolicyStory& story, std::size_t index, const Style& style) {
+  const StoryTarget& target = story.targets[index];
+  const std::string outcome = OutcomeOf(target);
+  std::string text = fmt::format("\nTarget {}, {}: {}\n", index + 1, PrintableText(target.name),
+                                 target.taken.empty() ? style.Bad(outcome) : style.Good(outcome));
+  for (const StoryTag& tag : target.tags) {
+    text += fmt::format("    {:<34} {}\n", TagText(tag), ResultText(tag)) + MarksText(tag, story);
+  }
+  return text;
+}
+
+// Why one target did not take the option.
+std::string MissText(const PolicyStory& story, std::size_t targetIndex, std::size_t option) {
+  const StoryTarget& target = story.targets[targetIndex];
+  const std::string head = fmt::format("target {} ({})", targetIndex + 1, PrintableText(target.name));
+  bool selected = false;
+  for (const StoryTag& tag : target.tags) {
+    const auto mark = std::ranges::find(tag.marks, option, &StoryMark::option);
+    if (mark == tag.marks.end()) {
+      continue;
+    }
+    selected = mark->selected;
+    if (!selected) {
+      const std::string reason = Reason(tag, *mark);
+      return fmt::format("{} refused it by {}{}", head, TagText(tag), reason.empty() ? "" : ": " + reason);
+    }
+  }
+  return selected ? fmt::format("{} selected it beside others, and may have one", head)
+                  : fmt::format("{}: no tag selected it", head);
+}
+
+std::string PolicyPlaceText(const PolicyStory& story, std::size_t index) {
+  const StoryOption& option = story.options[index];
+  if (option.target) {
+    const StoryTarget& target = story.targets[*option.target];
+    const auto place = std::ranges::find(target.taken, index) - target.taken.begin() + 1;
+    return fmt::format("target {} ({}) took it, {} of {}", *option.target + 1, PrintableText(target.name), place,
+                       target.taken.size());
+  }
+  std::string text = option.nonPolicy.empty() ? "no target took it" : "no target took it; " + option.nonPolicy;
+  if (!option.matched) {
+    return option.nonPolicy.empty() ? "its device is not there" : text;
+  }
+  for (std::size_t target = 0; target < story.targets.size(); ++target) {
+    text += fmt::format("\n          {}", MissText(story, target, index));
+  }
+  return text;
+}
+
+bool CreatedNow(const StoryOption& option, const BootReport& report) {
+  if (!option.number) {
+    return false;
+  }
+  const std::string number = fmt::format("Boot{:04X}", *option.number);
+  return std::ranges::any_of(report.writes, [&](const VariableWrite& write) {
+    return write.kind == VariableWrite::Kind::Create && write.name == std::u16string(number.begin(), number.end());
+  });
+}
+
+std::string GroupPlaceText(const StoryOption& option, const BootReport& report) {
+  const std::string group =
+      option.groupPosition
+          ? fmt::format("group {}, place {} of the group order", option.group, *option.groupPosition + 1)
+          : fmt::format("group {}, which the group order does not name", option.group);
+  const char* came =
+      CreatedNow(option, report) ? "new in this boot, behind its group's last option" : "kept where BootOrder had it";
+  return fmt::format("{}; {}; priority {}{}", came, group, option.priority,
+                     option.matched ? "" : "; its device is not there");
+}
+
+std::string HeadText(const PolicyStory& story) {
+  const char* server = story.managed ? "a server under the central manager" : "a standalone server";
+  if (!story.policy) {
+    const char* why = story.oldTable ? ": the BMC wrote the boot order table itself" : "";
+    return fmt::format(
+        "No boot policy in force on {}{}. Kept options keep their places; new ones go behind the last of "
+        "their group.\nGroup order{}: {}\n",
+        server, why, story.defaultGroupOrder ? " (the default)" : " (as the BMC wishes)",
+        fmt::join(story.groupOrder, ", "));
+  }
+  constexpr const char* kModes[] = {"legacy", "UEFI", "no"};
+  return fmt::format("Policy \"{}\" on {}: {} boots, {}\n", PrintableText(story.policyName), server,
+                     kModes[std::min<std::size_t>(story.bootMode, 2)], Several(story.targets.size(), "target"));
+}
+
+// A managed server's boot without a policy has its mode from elsewhere than the engine; nothing is said of it there.
+std::string OrderText(const PolicyStory& story, const BootReport& report, const Style& style) {
+  std::map<std::uint16_t, std::size_t> byNumber;
+  for (std::size_t i = 0; i < story.options.size(); ++i) {
+    if (story.options[i].number) {
+      byNumber[*story.options[i].number] = i;
+    }
+  }
+  std::string ordered = "\nBoot order\n";
+  std::string others;
+  std::size_t place = 0;
+  std::vector<bool> told(story.options.size());
+  const auto tell = [&](std::size_t index) {
+    told[index] = true;
+    const StoryOption& option = story.options[index];
+    return story.policy ? PolicyPlaceText(story, index) : GroupPlaceText(option, report);
+  };
+  for (const OptionReport& each : report.options) {
+    const auto found = byNumber.find(each.number);
+    if (found == byNumber.end()) {
+      continue;
+    }
+    const StoryOption& option = story.options[found->second];
+    const std::string state = option.active ? "" : " (inactive)";
+    const std::string line = each.inOrder ? fmt::format("  {:>3}. {}{}", ++place, NameOf(option), state)
+                                          : fmt::format("     . {}{}", NameOf(option), state);
+    std::string& text = each.inOrder ? ordered : others;
+    text +=
+        fmt::format("{}\n        {}\n", option.active ? style.Strong(line) : style.Faint(line), tell(found->second));
+  }
+  for (std::size_t i = 0; i < story.options.size(); ++i) {
+    if (!told[i]) {
+      others += fmt::format("     . {}\n        {}\n", NameOf(story.options[i]), tell(i));
+    }
+  }
+  return ordered + (others.empty() ? "" : "\nNot in the order\n" + others);
+}
+
+}  // namespace
+
+void TellStory(BootRequest& request, PolicyListener& listener, const Server& server, PolicyStory& story) {
+  request.onStep = [&](const std::string& step) {
+    if (step == "SaveBootOptions") {
+      listener.Look(server.Description().managementMode == 1);
+    }
+  };
+  request.afterEnd = [&](Machine&, const BootOutcome&) { story = listener.Finish(); };
+}
+
+std::string NothingCanBootText(const std::string& bootType) {
+  return fmt::format(
+      "The policy's BootType \"{}\" is neither \"legacy\" nor \"uefi\" (in lower case): no target selects anything, "
+      "and "
+      "this server has nothing active to boot.\n",
+      PrintableText(bootType));
+}
+
+std::string ExplainText(const PolicyStory& story, const BootReport& report, const Style& style) {
+  std::string text = story.NothingCanBoot() ? style.Bad(NothingCanBootText(story.bootType)) : "";
+  text += HeadText(story) + RequestText(report);
+  for (std::size_t target = 0; target < story.targets.size(); ++target) {
+    text += TargetText(story, target, style);
+  }
+  return text + OrderText(story, report, style);
+}
+
+}  // namespace sim
