@@ -148,6 +148,12 @@ std::string GroupPlaceText(const StoryOption& option, const BootReport& report) 
 
 std::string HeadText(const PolicyStory& story) {
   const char* server = story.managed ? "a server under the central manager" : "a standalone server";
+  if (story.stbu) {
+    return fmt::format(
+        "The STBU mode orders the options of {}: external USB devices, the internal one, local disks, "
+        "network ports; then the others.\n",
+        server);
+  }
   if (!story.policy) {
     const char* why = story.oldTable ? ": the BMC wrote the boot order table itself" : "";
     return fmt::format(
@@ -176,7 +182,9 @@ std::string OrderText(const PolicyStory& story, const BootReport& report, const 
   const auto tell = [&](std::size_t index) {
     told[index] = true;
     const StoryOption& option = story.options[index];
-    return story.policy ? PolicyPlaceText(story, index) : GroupPlaceText(option, report);
+    return story.policy ? PolicyPlaceText(story, index)
+           : story.stbu ? fmt::format("priority {}", option.priority)
+                        : GroupPlaceText(option, report);
   };
   for (const OptionReport& each : report.options) {
     const auto found = byNumber.find(each.number);

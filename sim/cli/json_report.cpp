@@ -6,6 +6,7 @@
 
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/findings_text.h"
+#include "sim/cli/json_list.h"
 #include "sim/cli/phases.h"
 #include "sim/cli/policy_json.h"
 #include "sim/cli/printable_text.h"
@@ -64,15 +65,6 @@ Json WriteJson(const VariableWrite& write) {
           {"step", write.step},
           {"data", HexBytes(write.data)},
           {"status", StatusName(write.status)}};
-}
-
-template <typename Element, typename Convert>
-Json List(const std::vector<Element>& elements, Convert convert) {
-  Json list = Json::array();
-  for (const Element& element : elements) {
-    list.push_back(convert(element));
-  }
-  return list;
 }
 
 Json NumberJson(const std::optional<std::uint16_t>& number) {
@@ -203,23 +195,23 @@ Json BmcJson(const BootReport& report) {
 
 // story: null when nobody told one.
 Json StartJson(const BootReport& report, const PolicyStory* story) {
-  Json passed = List(OptionsPassedOver(report), [](const PassedOver& each) {
+  Json passed = JsonList(OptionsPassedOver(report), [](const PassedOver& each) {
     return Json{{"number", NumberText(each.number)}, {"reason", each.reason}};
   });
   return {{"outcome", OutcomeJson(report)},
           {"booted", BootedJson(report)},
-          {"order", List(report.bootOrder, NumberText)},
-          {"options", List(report.options, OptionJson)},
-          {"attempts", List(report.attempts, AttemptJson)},
+          {"order", JsonList(report.bootOrder, NumberText)},
+          {"options", JsonList(report.options, OptionJson)},
+          {"attempts", JsonList(report.attempts, AttemptJson)},
           {"passed_over", std::move(passed)},
           {"boot_next", NumberJson(report.bootNext)},
           {"boot_next_taken", NumberJson(report.bootNextTaken)},
           {"bmc_request", RequestJson(report)},
-          {"faults", List(report.faults, FaultJson)},
-          {"damaged_options", List(report.damaged, DamagedJson)},
-          {"devices_without_option", List(report.devicesWithoutOption, DeviceJson)},
+          {"faults", JsonList(report.faults, FaultJson)},
+          {"damaged_options", JsonList(report.damaged, DamagedJson)},
+          {"devices_without_option", JsonList(report.devicesWithoutOption, DeviceJson)},
           {"policy", story == nullptr ? Json(nullptr) : PolicyJson(*story)},
-          {"variables_written", List(report.writes, WriteJson)},
+          {"variables_written", JsonList(report.writes, WriteJson)},
           {"counts", report.counts},
           {"bmc", BmcJson(report)},
           {"time", TimeJson(report)},
@@ -245,7 +237,7 @@ Json BootJson(const BootResult& boot) {
 
 std::string JsonReport(const std::string& serverName, const std::vector<std::string>& notes,
                        const std::vector<BootResult>& boots) {
-  const Json report = {{"server", serverName}, {"notes", notes}, {"boots", List(boots, BootJson)}};
+  const Json report = {{"server", serverName}, {"notes", notes}, {"boots", JsonList(boots, BootJson)}};
   return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

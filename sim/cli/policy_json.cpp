@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "sim/cli/json_list.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/fault_script.h"
 
@@ -9,15 +10,6 @@ namespace sim {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-template <typename Element, typename Convert>
-Json List(const std::vector<Element>& elements, Convert convert) {
-  Json list = Json::array();
-  for (const Element& element : elements) {
-    list.push_back(convert(element));
-  }
-  return list;
-}
 
 Json MarkJson(const StoryMark& mark) {
   return {{"option", mark.option},
@@ -29,15 +21,18 @@ Json MarkJson(const StoryMark& mark) {
 }
 
 Json TagJson(const StoryTag& tag) {
-  return {
-      {"name", PrintableText(tag.name)},       {"value", PrintableText(tag.value)}, {"status", StatusName(tag.status)},
-      {"message", PrintableText(tag.message)}, {"in_before", tag.before},           {"in_after", tag.after},
-      {"verdicts", List(tag.marks, MarkJson)}};
+  return {{"name", PrintableText(tag.name)},
+          {"value", PrintableText(tag.value)},
+          {"status", StatusName(tag.status)},
+          {"message", PrintableText(tag.message)},
+          {"in_before", tag.before},
+          {"in_after", tag.after},
+          {"verdicts", JsonList(tag.marks, MarkJson)}};
 }
 
 Json TargetJson(const StoryTarget& target) {
   return {{"name", PrintableText(target.name)}, {"base", target.base},   {"several", target.severalAllowed},
-          {"too_many", target.TooMany()},       {"taken", target.taken}, {"tags", List(target.tags, TagJson)}};
+          {"too_many", target.TooMany()},       {"taken", target.taken}, {"tags", JsonList(target.tags, TagJson)}};
 }
 
 Json OptionJson(const StoryOption& option) {
@@ -62,8 +57,8 @@ nlohmann::ordered_json PolicyJson(const PolicyStory& story) {
           {"managed", story.managed},
           {"nothing_can_boot", story.NothingCanBoot()},
           {"group_order", story.groupOrder},
-          {"targets", List(story.targets, TargetJson)},
-          {"options", List(story.options, OptionJson)}};
+          {"targets", JsonList(story.targets, TargetJson)},
+          {"options", JsonList(story.options, OptionJson)}};
 }
 
 }  // namespace sim

@@ -153,7 +153,8 @@ class PolicyListener::Ear {
   // Of several marks that the parts of a tag give an option, the last one counts.
   void Mark(const bds::POLICY_EVENT& event) {
     if (story_.targets.empty() || story_.targets.back().tags.empty()) {
-      return;  // of the mode without targets
+      story_.stbu = true;
+      return;
     }
     std::vector<StoryMark>& marks = story_.targets.back().tags.back().marks;
     const std::size_t option = PlaceOf(*event.Option);

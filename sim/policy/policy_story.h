@@ -64,6 +64,7 @@ struct PolicyStory {
   std::string bootType;
   std::uint8_t bootMode = 0;  // 0 legacy, 1 UEFI, 2 neither
   bool managed = false;
+  bool stbu = false;                 // no policy, but the STBU mode ordered the options
   bool oldTable = false;             // the boot order table that the BMC wrote kept a policy out
   std::vector<StoryTarget> targets;  // in order
   std::vector<StoryOption> options;

@@ -209,7 +209,7 @@ void TargetJudge::JudgeLoaders(std::span<const LoaderText> loaders) {
   }
   if (std::ranges::find(kLeavesOthers, type_) != std::end(kLeavesOthers)) {
     Say(Warning, TargetElement::Unknown,
-        fmt::format("takes its loaders from any disk: a {} target refuses nothing else; LocalHDD and NVMEAny do",
+        fmt::format("takes its loaders from any disk: {} refuses nothing else, as LocalHDD and NVMEAny do",
                     bds::TypeRow(type_).Word));
   }
   if (!HasLoader(loaders, "BootLoaderPath") && !HasLoader(loaders, "BootLoaderName")) {
