@@ -14,11 +14,15 @@ PoolPtr<char> NarrowText(const CHAR16* text, UINTN length) {
   return narrow;
 }
 
-PoolPtr<CHAR16> WidenText(const char* text) {
-  const UINTN length = TextLength(text);
+PoolPtr<CHAR16> WidenText(const char* text) { return WidenText(text, TextLength(text)); }
+
+PoolPtr<CHAR16> WidenText(const char* text, UINTN length) {
   auto wide = AllocateArray<CHAR16>(length + 1);
-  for (UINTN i = 0; wide && i <= length; ++i) {
-    wide[i] = i < length ? static_cast<UINT8>(text[i]) : CHAR16{0};
+  if (wide) {
+    for (UINTN index = 0; index < length; ++index) {
+      wide[index] = static_cast<UINT8>(text[index]);
+    }
+    wide[length] = 0;
   }
   return wide;
 }

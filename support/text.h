@@ -67,6 +67,8 @@ template <typename Character>
 
 // A NUL-terminated UTF-16 pool copy of ASCII text; null when the pool is exhausted.
 [[nodiscard]] PoolPtr<CHAR16> WidenText(const char* text);
+// The same of the first length characters.
+[[nodiscard]] PoolPtr<CHAR16> WidenText(const char* text, UINTN length);
 
 // A number in decimal, or in hexadecimal behind 0x, that fills the text up to its NUL or end.
 [[nodiscard]] bool ParseNumber(std::span<const CHAR16> text, UINT64& value);

@@ -47,17 +47,6 @@ CHAR16* GetLdrName(CHAR16* path) {
   return name;
 }
 
-PoolPtr<CHAR16> Widen(const char* text, UINTN length) {
-  PoolPtr<CHAR16> wide = AllocateArray<CHAR16>(length + 1);
-  for (UINTN index = 0; wide && index < length; ++index) {
-    wide[index] = static_cast<UINT8>(text[index]);
-  }
-  if (wide) {
-    wide[length] = 0;
-  }
-  return wide;
-}
-
 // The texts of a tag's lines and those of a pair's part differ in their conversions only; texts come out the same.
 TagVerdict Judge(const LOADER_TEST& test, const BOOT_OPTION& option, bool matches, const CHAR16* text,
                  const CHAR16* pattern) {
@@ -97,7 +86,7 @@ EFI_STATUS WalkLoaders(TAG_CALL& call, Compare&& compare) {
 EFI_STATUS MatchLoaderPath(TAG_CALL& call, const LOADER_TEST& test) {
   const UINTN length = TextLength(test.Value);
   const UINTN compared = length != 0 ? length - 1 : 0;  // not the last backslash
-  const PoolPtr<CHAR16> wanted = Widen(test.Value, compared);
+  const PoolPtr<CHAR16> wanted = WidenText(test.Value, compared);
   if (!wanted) {
     return EFI_OUT_OF_RESOURCES;
   }
@@ -116,7 +105,7 @@ EFI_STATUS MatchLoaderPath(TAG_CALL& call, const LOADER_TEST& test) {
 }
 
 EFI_STATUS MatchLoaderName(TAG_CALL& call, const LOADER_TEST& test) {
-  const PoolPtr<CHAR16> pattern = Widen(test.Value, TextLength(test.Value));
+  const PoolPtr<CHAR16> pattern = WidenText(test.Value);
   if (!pattern) {
     return EFI_OUT_OF_RESOURCES;
   }

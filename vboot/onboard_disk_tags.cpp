@@ -6,6 +6,7 @@
 #include "flexboot/slot_ports.h"
 #include "support/debug_print.h"
 #include "support/text.h"
+#include "vboot/bbs_kind.h"
 #include "vboot/tag_processors.h"
 #include "vboot/tag_walk.h"
 
@@ -21,8 +22,6 @@ constexpr UINTN kDescriptionLength = 49;
 bool IsOnBoard(const char* path) {
   return ContainsText(path, kFirstController) || ContainsText(path, kSecondController);
 }
-
-bool IsSataEntry(const BBS_TABLE& entry) { return entry.Class == 0x01 && entry.SubClass == 0x06; }
 
 // What the option stands for, as these tags see it.
 enum class DiskKind : UINT8 { UefiWithPath, UefiWithoutPath, Legacy };
@@ -181,7 +180,7 @@ void SelectRaidSlot(TAG_CALL& call, UINT32 slot) {
 EFI_STATUS PCHAnyTag(TAG_CALL& call) {
   DebugPrint("PCH any tag \n");
   UINT32 value = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, value, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, value); EFI_ERROR(status)) {
     return status;
   }
   DebugPrint("Trying to match onboard hdd any 0x%x...", value);
@@ -209,7 +208,7 @@ EFI_STATUS PCHAnyTag(TAG_CALL& call) {
 
 EFI_STATUS HDDLunTag(TAG_CALL& call) {
   UINT32 slot = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, slot, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, slot); EFI_ERROR(status)) {
     return status;
   }
   DebugPrint("Trying to match LUN Num 0x%x...", slot);

@@ -3,6 +3,7 @@
 #include "bootopt/bbs_table.h"
 #include "flexboot/slot_ports.h"
 #include "support/text.h"
+#include "vboot/bbs_kind.h"
 #include "vboot/port_path.h"
 
 namespace bds {
@@ -11,14 +12,6 @@ namespace {
 constexpr char kNotApplicable[] = "N/A";
 constexpr char kUsb[] = "USB";
 constexpr char kVirtualMedia[] = "VMEDIA";
-
-constexpr UINT8 kMassStorage = 0x01;
-constexpr UINT8 kNetwork = 0x02;
-constexpr UINT8 kSerialBus = 0x0C;
-constexpr UINT8 kSata = 0x06;     // of mass storage
-constexpr UINT8 kUsbHost = 0x03;  // of serial buses
-
-bool IsUsbEntry(const BBS_TABLE& entry) { return entry.Class == kSerialBus && entry.SubClass == kUsbHost; }
 
 // The word of a device on the USB bus, which the BMC's virtual media and the SD card are too.
 const char* UsbWord(const BOOT_OPTION& option) {
@@ -30,13 +23,13 @@ const char* UsbWord(const BOOT_OPTION& option) {
 
 const char* DiskWord(const BOOT_OPTION& option) {
   const BBS_TABLE& entry = *option.BbsEntry;
-  if (entry.Class == kSerialBus) {
+  if (entry.Class == PCI_CLASS_SERIAL) {
     return IsUsbEntry(entry) ? UsbWord(option) : "SAN";
   }
-  if (entry.Class == kMassStorage && entry.SubClass == kSata) {
+  if (IsSataEntry(entry)) {
     return "PCHSTORAGE";
   }
-  return entry.Class == kNetwork ? "ISCSI" : "HDD";
+  return entry.Class == PCI_CLASS_NETWORK ? "ISCSI" : "HDD";
 }
 
 const char* CdromWord(const BOOT_OPTION& option) {
@@ -61,7 +54,7 @@ constexpr UINTN kReportNameLength = 49;
 // Disks on SATA ports are known by the name that tells their port.
 PoolPtr<char> ReportName(const BOOT_OPTION& option) {
   const BBS_TABLE* entry = option.BbsEntry;
-  if (IsLegacyOption(option) && entry != nullptr && entry->Class == kMassStorage && entry->SubClass == kSata) {
+  if (IsLegacyOption(option) && entry != nullptr && IsSataEntry(*entry)) {
     const std::span<const char> text = BbsDescription(*entry);
     return CopyText(text.data(), text.size() < kReportNameLength ? text.size() : kReportNameLength);
   }

@@ -3,6 +3,7 @@
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/names/device_path_text.h"
 #include "support/debug_print.h"
+#include "vboot/bbs_kind.h"
 #include "vboot/option_path.h"
 #include "vboot/option_wrapper.h"
 
@@ -27,10 +28,7 @@ void RemoveIdleGroupHeaders() {
 }
 
 bool IsLegacyUsb(const BOOT_OPTION& option) {
-  constexpr UINT8 kSerialBus = 0x0C;
-  constexpr UINT8 kUsb = 0x03;
-  return option.BbsIndex < kNoBbsIndex && option.BbsEntry != nullptr && option.BbsEntry->Class == kSerialBus &&
-         option.BbsEntry->SubClass == kUsb;
+  return option.BbsIndex < kNoBbsIndex && option.BbsEntry != nullptr && IsUsbEntry(*option.BbsEntry);
 }
 
 INTN CompareByLegacyUsb(const BOOT_OPTION& a, const BOOT_OPTION& b) {

@@ -43,7 +43,7 @@ constexpr PCI_REGISTER_TAG kSubsystemId{
 
 EFI_STATUS ReadRegisterValue(TAG_CALL& call, const PCI_REGISTER_TAG& tag, UINT32& value) {
   constexpr UINT32 kRefused = 255;
-  if (const EFI_STATUS status = ReadTagValue(call, value); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ParseTagValue(call, value); EFI_ERROR(status)) {
     return status;
   }
   const bool refused = tag.RefusesLargeValues ? value >= kRefused : value == kRefused;

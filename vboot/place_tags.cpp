@@ -81,7 +81,7 @@ TagVerdict JudgeBus(TAG_CALL& call, VBOOT_OPTION_WRAPPER& wrapper, const SLOT_BU
 
 EFI_STATUS PortNumTag(TAG_CALL& call) {
   UINT32 port = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, port, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, port); EFI_ERROR(status)) {
     return status;
   }
   DebugPrint("Trying to match port Num 0x%x...", port);
@@ -93,7 +93,7 @@ EFI_STATUS PortNumTag(TAG_CALL& call) {
 
 EFI_STATUS SlotIDTag(TAG_CALL& call) {
   UINT32 slot = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, slot, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, slot); EFI_ERROR(status)) {
     return status;
   }
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
@@ -113,7 +113,7 @@ EFI_STATUS SlotTag(TAG_CALL& call) {
   constexpr UINT32 kMaxSlot = 255;
   constexpr char kTagName[] = "PhysicalAdaptorSlotNum";
   UINT32 slot = 0;
-  if (EFI_ERROR(ReadTagValue(call, slot)) || slot > kMaxSlot) {
+  if (EFI_ERROR(ParseTagValue(call, slot)) || slot > kMaxSlot) {
     SetTagMessage(call, "Value is too large: %d.", static_cast<INT32>(slot));
     return EFI_INVALID_PARAMETER;
   }

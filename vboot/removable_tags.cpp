@@ -1,6 +1,7 @@
 // Tags on what hangs on the USB ports, on the built-in application, and on legacy device types.
 #include "support/debug_print.h"
 #include "support/text.h"
+#include "vboot/bbs_kind.h"
 #include "vboot/option_path.h"
 #include "vboot/port_path.h"
 #include "vboot/tag_processors.h"
@@ -78,8 +79,7 @@ bool IsUsbOfKind(const BOOT_OPTION& option, UINT32 wanted) {
     return kind == wanted || (wanted == kAny && kind != kNoUsbKind);
   }
   const BBS_TABLE* entry = option.BbsEntry;
-  return entry != nullptr && (wanted == kAny || entry->DeviceType == wanted) && entry->Class == 0x0C &&
-         entry->SubClass == 0x03;
+  return entry != nullptr && (wanted == kAny || entry->DeviceType == wanted) && IsUsbEntry(*entry);
 }
 
 struct BBS_TYPE_NAME {
@@ -144,7 +144,7 @@ EFI_STATUS SDStorageTag(TAG_CALL& call) {
 
 EFI_STATUS USBSubTypeTag(TAG_CALL& call) {
   UINT32 kind = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, kind, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, kind); EFI_ERROR(status)) {
     return status;
   }
   DebugPrint("USB SubType %x \n", kind);

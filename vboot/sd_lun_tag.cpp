@@ -2,6 +2,7 @@
 #include "support/debug_print.h"
 #include "support/protocols.h"
 #include "support/text.h"
+#include "vboot/bbs_kind.h"
 #include "vboot/option_path.h"
 #include "vboot/port_path.h"
 #include "vboot/tag_processors.h"
@@ -71,15 +72,14 @@ TagVerdict JudgeByHandle(const BOOT_OPTION& option, const PortPath& unit) {
 }
 
 bool IsOtherLegacyDevice(const BOOT_OPTION& option) {
-  return IsLegacyOption(option) && option.BbsEntry != nullptr &&
-         (option.BbsEntry->Class != 0x0C || option.BbsEntry->SubClass != 0x03);
+  return IsLegacyOption(option) && option.BbsEntry != nullptr && !IsUsbEntry(*option.BbsEntry);
 }
 
 }  // namespace
 
 EFI_STATUS SDLUNTag(TAG_CALL& call) {
   UINT32 lun = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, lun, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, lun); EFI_ERROR(status)) {
     return status;
   }
   if (TextEqual(kSdDeviceName, kUndefinedPort)) {

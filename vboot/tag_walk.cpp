@@ -89,7 +89,7 @@ void SayWhenNothingMatched(TAG_CALL& call, const char* tagName) {
   }
 }
 
-EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value) {
+EFI_STATUS ParseTagValue(TAG_CALL& call, UINT32& value) {
   constexpr UINT32 kBaseFromText = 0;
   const char* end = nullptr;
   value = static_cast<UINT32>(XmlStrToInt(call.TagValue, &end, kBaseFromText));
@@ -101,7 +101,7 @@ EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value) {
 }
 
 EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value, UINT32 max, RangeText text) {
-  if (const EFI_STATUS status = ReadTagValue(call, value); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ParseTagValue(call, value); EFI_ERROR(status)) {
     return status;
   }
   return value <= max ? EFI_SUCCESS : RefuseTagValue(call, value, text);

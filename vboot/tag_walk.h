@@ -63,9 +63,10 @@ inline constexpr UINT32 kTagValueMax = 254;  // of most processors
 
 // Reads the call's value as a number in C's notation. EFI_INVALID_PARAMETER, with the message, for a text that is not
 // wholly a number; a negative number counts as too large for every bound.
-[[nodiscard]] EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value);
+[[nodiscard]] EFI_STATUS ParseTagValue(TAG_CALL& call, UINT32& value);
 // The same with a bound: EFI_INVALID_PARAMETER, with the message, for a value above max.
-[[nodiscard]] EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value, UINT32 max, RangeText text);
+[[nodiscard]] EFI_STATUS ReadTagValue(TAG_CALL& call, UINT32& value, UINT32 max = kTagValueMax,
+                                      RangeText text = RangeText::WithOriginal);
 // EFI_INVALID_PARAMETER with the message for a value out of range.
 [[nodiscard]] EFI_STATUS RefuseTagValue(TAG_CALL& call, UINT32 value, RangeText text);
 

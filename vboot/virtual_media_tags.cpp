@@ -48,7 +48,7 @@ EFI_STATUS IxmoVMediaFDDTag(TAG_CALL& call) { return SelectMedium(call, kIxmoFlo
 EFI_STATUS VMediaSubTypeTag(TAG_CALL& call) {
   constexpr UINT32 kAll = 0;
   UINT32 subType = 0;
-  if (const EFI_STATUS status = ReadTagValue(call, subType, kTagValueMax, RangeText::WithOriginal); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = ReadTagValue(call, subType); EFI_ERROR(status)) {
     return status;
   }
   UINT32 number = 0;

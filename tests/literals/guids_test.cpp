@@ -1,5 +1,5 @@
 // The GUIDs of the platform's declarations and of the driver's own records, written once more: as text, and from the
-// standards (UEFI 2.10, PI 1.7, the CSM specification) and this platform's interfaces, not from the headers. A program
+// standards (UEFI 2.10, PI 1.7, Intel CSM 0.98) and this platform's interfaces, not from the headers. A program
 // built on a wrong digit would agree with itself; nothing else would agree with it.
 #include <gtest/gtest.h>
 
