@@ -17,10 +17,10 @@ namespace {
 
 constexpr char kExtract[] = "ExtractZephBootOrder";
 
-// Appends the piece that the context holds, as far as it fits.
-void AppendPiece(const BT_FILE_CONTEXT& context, char* buffer, UINTN& length) {
+// Appends the piece that the context holds, as far as it fits. False when it was cut.
+bool AppendPiece(const BT_FILE_CONTEXT& context, char* buffer, UINTN& length) {
   if (context.ResponseLength <= BT_FILE_DATA_OFFSET) {
-    return;
+    return true;
   }
   const UINTN room = kPolicyBufferSize - 1 - length;
   const UINTN size = context.ResponseLength - UINTN{BT_FILE_DATA_OFFSET};
@@ -28,6 +28,7 @@ void AppendPiece(const BT_FILE_CONTEXT& context, char* buffer, UINTN& length) {
   CopyMemory(buffer + length, context.ResponseData + BT_FILE_DATA_OFFSET, taken);
   length += taken;
   buffer[length] = 0;
+  return taken == size;
 }
 
 // Reads pieces until a short one. False when one cannot be read or is refused: a policy is taken whole or not at all.
@@ -36,7 +37,7 @@ bool ReadPieces(BT_FILE_CONTEXT& context, char* buffer, const char* reader) {
     ZeroMemory(context.ResponseData, sizeof(context.ResponseData));
     context.DataOffset = 0;
     BtReadFilePiece(context);
-    if (context.DataOffset != BT_FILE_DATA_OFFSET || context.ResponseLength < BT_FILE_DATA_OFFSET) {
+    if (context.DataOffset != BT_FILE_DATA_OFFSET) {
       DebugPrint("%a:XML file read failed\n", reader);
       return false;
     }
@@ -44,7 +45,9 @@ bool ReadPieces(BT_FILE_CONTEXT& context, char* buffer, const char* reader) {
       DebugPrint("%a:EOF reached. Data read is <= BT_FILE_DATA_OFFSET \n", reader);
       return true;
     }
-    AppendPiece(context, buffer, length);
+    if (!AppendPiece(context, buffer, length)) {
+      break;
+    }
     if (context.ResponseLength < MAX_BT_READ_SIZE) {
       DebugPrint("%a:EOF reached. Data read is < MAX_BT_READ_SIZE\n", reader);
       return true;

@@ -15,6 +15,7 @@ constexpr CHAR16 kEfiFiles[] = u"*.efi";
 constexpr UINTN kNameRoom = 128;        // characters of an entry's name that are read without a second try
 constexpr UINTN kMaxDepth = 32;         // directories below one another; a volume that leads deeper is damaged
 constexpr UINTN kMaxEntries = 100'000;  // entries of one search; a volume that has more leads in a circle
+constexpr UINTN kMaxRecord = 0x10000;   // bytes of one entry; no name is that long
 
 // An entry of a directory, or a file's description, in a buffer that grows.
 class FileInfo {
@@ -58,6 +59,9 @@ class FileInfo {
     EFI_STATUS status = service(&used_, buffer_.get());
     if (status == EFI_BUFFER_TOO_SMALL) {
       grown_ = true;
+      if (used_ > kMaxRecord) {
+        return EFI_DEVICE_ERROR;
+      }
       if (!Grow(used_)) {
         return EFI_OUT_OF_RESOURCES;
       }
@@ -76,7 +80,7 @@ class FileInfo {
   }
   // The name ends where the record does, whatever the volume's driver wrote. False for a record that has no name.
   bool Terminate() {
-    used_ = used_ < room_ ? used_ : room_;
+    used_ = (used_ < room_ ? used_ : room_) & ~UINTN{1};  // names are whole characters
     StoreUnaligned(buffer_.get() + used_, CHAR16{0});
     return used_ == 0 || used_ >= kFixedSize;
   }
@@ -134,7 +138,8 @@ EFI_STATUS FindFile(FILE_SEARCH& search, const CHAR16* path, const File& directo
   if (!info.IsDirectory()) {
     return EFI_DEVICE_ERROR;
   }
-  for (FileInfo entry; search.EntriesLeft != 0; --search.EntriesLeft) {
+  for (FileInfo entry; search.EntriesLeft != 0;) {
+    --search.EntriesLeft;  // before directories below take their own: the bound holds for the whole search
     EFI_STATUS status = entry.ReadEntry(directory, path);
     if (EFI_ERROR(status)) {
       return status;

@@ -38,6 +38,9 @@ void TerminateTexts(FLEXBOOT_ORDER_HEADER& order) {
     Terminate(target.RN);
     if (target.Type < kTargetTypeCount) {
       TerminateFields(kTargetTypes[target.Type].Fields, target);
+      if (!kTargetTypes[target.Type].Pci.empty()) {
+        Terminate(reinterpret_cast<POLICY_PCI_IDENTITY*>(target.Data)->PciAddressText);
+      }
     }
   }
 }
