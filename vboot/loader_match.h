@@ -5,15 +5,12 @@
 
 namespace bds {
 
-// How a comparison says what it does.
-enum class LoaderLog : UINT8 { Tag, PairPart };
-
 // The test of one loader text against one option.
 struct LOADER_TEST {
-  const char* Value;  // the policy's text
-  LoaderLog Log;
+  const char* Value;     // the policy's text
   TagVerdict Otherwise;  // for an option whose loader is another
-  const char* TagName;   // in the lines on such an option
+  const char* TagName;   // in the lines on an option that is refused
+  UINT8 PairBit = 0;     // remembered in the wrapper of an option that matches; of a pair's part only
 };
 
 // EFI_NOT_FOUND when the platform cannot compare texts; options without a loader path are left as they are.

@@ -54,7 +54,7 @@ TagVerdict Judge(const LOADER_TEST& test, const BOOT_OPTION& option, bool matche
     DebugPrint("(metaimatch) %S looks like a match for %S\n", text, pattern);
     return TagVerdict::Select;
   }
-  if (test.Log == LoaderLog::Tag) {
+  if (test.Otherwise == TagVerdict::Refuse) {
     DebugPrint("%s: Marking a non-match\n", test.TagName);
     DebugPrint("Following is marked as non match: Option %S tag 0x%x\n", option.Description.get(), option.Tag);
   }
@@ -67,7 +67,7 @@ bool HasDirectoryBehind(const CHAR16* path, UINTN length) {
 
 // Runs the comparison over the options that have a loader path.
 template <typename Compare>
-EFI_STATUS WalkLoaders(TAG_CALL& call, Compare&& compare) {
+EFI_STATUS WalkLoaders(TAG_CALL& call, UINT8 pairBit, Compare&& compare) {
   EFI_UNICODE_COLLATION_PROTOCOL* collation = Collation();
   if (collation == nullptr) {
     return EFI_NOT_FOUND;
@@ -75,7 +75,9 @@ EFI_STATUS WalkLoaders(TAG_CALL& call, Compare&& compare) {
   WalkOptions(call, {.Eligible = false}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
     const PoolPtr<CHAR16> path = LoaderPathOf(*wrapper.Option);
     const TagVerdict verdict = path ? compare(*collation, *wrapper.Option, path.get()) : TagVerdict::Keep;
-    wrapper.LoaderOfPair = wrapper.LoaderOfPair || verdict == TagVerdict::Select;
+    if (verdict == TagVerdict::Select) {
+      wrapper.LoaderOfPair = static_cast<UINT8>(wrapper.LoaderOfPair | pairBit);
+    }
     return verdict;
   });
   return EFI_SUCCESS;
@@ -90,18 +92,19 @@ EFI_STATUS MatchLoaderPath(TAG_CALL& call, const LOADER_TEST& test) {
   if (!wanted) {
     return EFI_OUT_OF_RESOURCES;
   }
-  return WalkLoaders(call, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
-    DebugPrint("Have file path %S\n", path);
-    if (HasDirectoryBehind(path, length)) {
-      DebugPrint("Path on option is longer than policy's\n");
-      return TagVerdict::Keep;
-    }
-    if (TextLength(path) > compared) {
-      path[compared] = 0;
-    }
-    DebugPrint("comparing %S to %S\n", wanted.get(), path);
-    return Judge(test, option, collation.MetaiMatch(&collation, wanted.get(), path) != FALSE, wanted.get(), path);
-  });
+  return WalkLoaders(
+      call, test.PairBit, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
+        DebugPrint("Have file path %S\n", path);
+        if (HasDirectoryBehind(path, length)) {
+          DebugPrint("Path on option is longer than policy's\n");
+          return TagVerdict::Keep;
+        }
+        if (TextLength(path) > compared) {
+          path[compared] = 0;
+        }
+        DebugPrint("comparing %S to %S\n", wanted.get(), path);
+        return Judge(test, option, collation.MetaiMatch(&collation, wanted.get(), path) != FALSE, wanted.get(), path);
+      });
 }
 
 EFI_STATUS MatchLoaderName(TAG_CALL& call, const LOADER_TEST& test) {
@@ -109,20 +112,21 @@ EFI_STATUS MatchLoaderName(TAG_CALL& call, const LOADER_TEST& test) {
   if (!pattern) {
     return EFI_OUT_OF_RESOURCES;
   }
-  return WalkLoaders(call, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
-    DebugPrint("Option has a file path %S\n", path);
-    const CHAR16* name = GetLdrName(path);
-    DebugPrint("comparing %S to %S\n", name, pattern.get());
-    return Judge(test, option, collation.MetaiMatch(&collation, name, pattern.get()) != FALSE, name, pattern.get());
-  });
+  return WalkLoaders(
+      call, test.PairBit, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
+        DebugPrint("Option has a file path %S\n", path);
+        const CHAR16* name = GetLdrName(path);
+        DebugPrint("comparing %S to %S\n", name, pattern.get());
+        return Judge(test, option, collation.MetaiMatch(&collation, name, pattern.get()) != FALSE, name, pattern.get());
+      });
 }
 
 EFI_STATUS ProcBootloaderPath(TAG_CALL& call) {
-  return MatchLoaderPath(call, {call.TagValue, LoaderLog::Tag, TagVerdict::Refuse, "BootLoaderPath"});
+  return MatchLoaderPath(call, {call.TagValue, TagVerdict::Refuse, "BootLoaderPath"});
 }
 
 EFI_STATUS ProcBootloaderName(TAG_CALL& call) {
-  return MatchLoaderName(call, {call.TagValue, LoaderLog::Tag, TagVerdict::Refuse, "BootLoaderName"});
+  return MatchLoaderName(call, {call.TagValue, TagVerdict::Refuse, "BootLoaderName"});
 }
 
 }  // namespace bds

@@ -17,7 +17,7 @@ struct VBOOT_OPTION_WRAPPER {
   EFI_PCI_IO_PROTOCOL* PciIo = nullptr;
   PoolPtr<DevicePath> DiskDevicePath;  // of an option that begins with a partition: the whole disk; else null
   PoolPtr<char> DiskPathText;          // the same as text, when it can be shown
-  UINT8 LoaderOfPair = 0;              // the option matched a loader of the pair at hand (loader_tags.cpp)
+  UINT8 LoaderOfPair = 0;              // by pair of SAN loaders, a bit each: the option starts one of the two
 };
 using OPTION_WRAPPER_LIST = LIST_HEADER<VBOOT_OPTION_WRAPPER>;
 

@@ -44,12 +44,12 @@ void FindDisk(VBOOT_OPTION_WRAPPER& wrapper, const Partitions& partitions) {
   }
   wrapper.DiskDevicePath = partitions.FindDiskOf(first);
   if (wrapper.DiskDevicePath) {
-    option.FwBootOption = FALSE;
     static_cast<void>(DevicePathToText(wrapper.DiskDevicePath.get(), wrapper.DiskPathText));
   }
   if (wrapper.DiskPathText) {
     DebugPrint("EFI option: %S \n\tFull path: ", option.Description.get());
     DebugPrintText(wrapper.DiskPathText.get());
+    option.FwBootOption = FALSE;
   }
 }
 

@@ -114,8 +114,7 @@ EFI_STATUS SlotTag(TAG_CALL& call) {
   constexpr char kTagName[] = "PhysicalAdaptorSlotNum";
   UINT32 slot = 0;
   if (EFI_ERROR(ParseTagValue(call, slot)) || slot > kMaxSlot) {
-    SetTagMessage(call, "Value is too large: %d.", static_cast<INT32>(slot));
-    return EFI_INVALID_PARAMETER;
+    return RefuseTagValue(call, slot, RangeText::Plain);
   }
   DebugPrint("TargetTag=%a, Processor=%a, Value 0x%x\n", call.TagName, "SlotTag", slot);
   SLOT_BUSES buses;

@@ -70,6 +70,8 @@ void ReportBbsOnLegacyBoot() {
   }
 }
 
+// Making the targets may switch the firmware's mode on a standalone server, which changes active bits and deletes no
+// option: the wrappers stay good.
 // A policy that cannot be turned into targets takes no option away from the group order.
 void SetTagsByTargets(POLICY_TARGET_LIST& targets, OPTION_WRAPPER_LIST& wrappers) {
   NameLegacyPorts();

@@ -52,6 +52,15 @@ void KeepExternalPorts(TAG_CALL& call) {
   }
 }
 
+bool IsUnderAny(std::span<const PortPath> ports, const BOOT_OPTION& option) {
+  for (const PortPath& port : ports) {
+    if (OptionIsUnder(port, option)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 constexpr UINT32 kNoUsbKind = 0xFFFF;
 
 // BBS type numbers serve as kinds: 2 hard disk, 3 CD/DVD.
@@ -132,7 +141,7 @@ EFI_STATUS SDStorageTag(TAG_CALL& call) {
   const PortPath ports[] = {PortPath(kSdPorts[0]), PortPath(kSdPorts[1])};
   static_assert(kSdPorts.size() == std::size(ports));
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
-    if (!OptionIsUnder(ports[0], *wrapper.Option) && !OptionIsUnder(ports[1], *wrapper.Option)) {
+    if (!IsUnderAny(ports, *wrapper.Option)) {
       return TagVerdict::Keep;
     }
     DebugPrint("Found SD card partition\n");
@@ -148,11 +157,14 @@ EFI_STATUS USBSubTypeTag(TAG_CALL& call) {
     return status;
   }
   DebugPrint("USB SubType %x \n", kind);
+  const PortPath notUsb[] = {PortPath(kVirtualMediaAndSdPorts[0]), PortPath(kVirtualMediaAndSdPorts[1]),
+                             PortPath(kVirtualMediaAndSdPorts[2])};
+  static_assert(std::size(kVirtualMediaAndSdPorts) == std::size(notUsb));
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
     if (!IsUsbOfKind(*wrapper.Option, kind)) {
       return TagVerdict::Keep;
     }
-    if (IsUnderAnyPort(kVirtualMediaAndSdPorts, *wrapper.Option)) {
+    if (IsUnderAny(notUsb, *wrapper.Option)) {
       DebugPrint("Eliminating Virtual Media and SD card\n");
       return TagVerdict::Refuse;
     }

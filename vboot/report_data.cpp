@@ -53,7 +53,7 @@ class SerialWriter {
       DebugPrint("ERROR: Will run out of buffer (in %a line %d)\n", kSourceName, line);
       return false;
     }
-    FormatAscii(rest_, "%s%s", text, end);
+    FormatAscii(rest_, "%s%s", text != nullptr ? text : "", end);
     rest_ = rest_.subspan(length);
     return true;
   }

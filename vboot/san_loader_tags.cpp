@@ -25,19 +25,21 @@ struct LOADER_PAIR {
   const char* Primary;
   LoaderMatch Match;
   UINT8 POLICY_ENGINE_STATE::*Seen;  // 1: the primary tag, 2: the secondary tag
+  UINT8 Bit;                         // of the pair in the wrappers
 };
-constexpr LOADER_PAIR kPathPair{"PriLdrPath", CheckPath, &POLICY_ENGINE_STATE::PathPairSeen};
-constexpr LOADER_PAIR kNamePair{"PriLdrName", CheckName, &POLICY_ENGINE_STATE::NamePairSeen};
+constexpr LOADER_PAIR kPathPair{"PriLdrPath", CheckPath, &POLICY_ENGINE_STATE::PathPairSeen, 1};
+constexpr LOADER_PAIR kNamePair{"PriLdrName", CheckName, &POLICY_ENGINE_STATE::NamePairSeen, 2};
 
-void ForgetMatches(OPTION_WRAPPER_LIST& wrappers) {
+void ForgetMatches(OPTION_WRAPPER_LIST& wrappers, UINT8 pairBit) {
   for (VBOOT_OPTION_WRAPPER* wrapper = wrappers.First; wrapper != nullptr; wrapper = wrapper->Next) {
-    wrapper->LoaderOfPair = 0;
+    wrapper->LoaderOfPair = static_cast<UINT8>(wrapper->LoaderOfPair & ~pairBit);
   }
 }
 
-bool AnyMatched(const OPTION_WRAPPER_LIST& wrappers) {
-  for (const VBOOT_OPTION_WRAPPER* wrapper = wrappers.First; wrapper != nullptr; wrapper = wrapper->Next) {
-    if (wrapper->LoaderOfPair != 0) {
+// True when the target still has an option that starts one of the pair's loaders.
+bool AnyMatched(const TAG_CALL& call, UINT8 pairBit) {
+  for (const VBOOT_OPTION_WRAPPER* wrapper = call.Wrappers.First; wrapper != nullptr; wrapper = wrapper->Next) {
+    if ((wrapper->LoaderOfPair & pairBit) != 0 && wrapper->Option->Tag == (call.TargetBase | kSelectedMark)) {
       return true;
     }
   }
@@ -45,14 +47,15 @@ bool AnyMatched(const OPTION_WRAPPER_LIST& wrappers) {
 }
 
 // A LUN on which neither loader is found keeps its options: they are all that the target has.
-void RefuseOtherLoaders(TAG_CALL& call) {
+void RefuseOtherLoaders(TAG_CALL& call, UINT8 pairBit) {
   DebugPrint("SAN path stuff: Marking non-matches\n");
-  if (!AnyMatched(call.Wrappers)) {
+  if (!AnyMatched(call, pairBit)) {
     return;
   }
   const UINT32 selected = call.TargetBase | kSelectedMark;
   WalkOptions(call, {.Eligible = false}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
-    return wrapper.Option->Tag == selected && wrapper.LoaderOfPair == 0 ? TagVerdict::Refuse : TagVerdict::Keep;
+    const bool other = wrapper.Option->Tag == selected && (wrapper.LoaderOfPair & pairBit) == 0;
+    return other ? TagVerdict::Refuse : TagVerdict::Keep;
   });
 }
 
@@ -62,16 +65,16 @@ EFI_STATUS MatchPair(TAG_CALL& call, const LOADER_PAIR& pair) {
   constexpr UINT8 kBothSeen = 3;
   UINT8& seen = gPolicyEngine.*pair.Seen;
   if (seen == 0) {
-    ForgetMatches(call.Wrappers);
+    ForgetMatches(call.Wrappers, pair.Bit);
   }
   EFI_STATUS status = EFI_SUCCESS;
   if (TextLength(call.TagValue) != 0) {
-    status = pair.Match(call, {call.TagValue, LoaderLog::PairPart, TagVerdict::Keep, call.TagName});
+    status = pair.Match(call, {call.TagValue, TagVerdict::Keep, call.TagName, pair.Bit});
   }
   seen = static_cast<UINT8>(seen + (TextEqual(call.TagName, pair.Primary) ? kPrimarySeen : kSecondarySeen));
   if (seen == kBothSeen) {
     seen = 0;
-    RefuseOtherLoaders(call);
+    RefuseOtherLoaders(call, pair.Bit);
   }
   if (!EFI_ERROR(status)) {
     SayWhenNothingMatched(call, call.TagName);

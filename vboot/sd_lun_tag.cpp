@@ -33,21 +33,23 @@ const CHAR16* UnitPath(UINT32 unit) {
   return kUnitPaths[unit <= kLastUnit ? unit - 1 : std::size(kUnitPaths) - 1];
 }
 
-// The first instance that begins at the root or with a partition decides.
+// One instance that is the unit is enough; an option whose instances are all elsewhere is refused.
 TagVerdict JudgeByOwnPath(const VBOOT_OPTION_WRAPPER& wrapper, const PortPath& unit) {
+  TagVerdict verdict = TagVerdict::Keep;
   for (OptionPathInstances at(*wrapper.Option); const DevicePath* node = at.Node(); at.Next()) {
-    if (IsAcpiNode(node)) {
-      return SelectOrRefuse(unit.Is(node));
+    const bool onDisk = IsHardDriveNode(node);
+    if (!onDisk && !IsAcpiNode(node)) {
+      continue;
     }
-    if (IsHardDriveNode(node)) {
-      const bool same = unit.Is(wrapper.DiskDevicePath.get());
-      if (same) {
+    if (unit.Is(onDisk ? wrapper.DiskDevicePath.get() : node)) {
+      if (onDisk) {
         DebugPrint("TargetDevPath and base device path matches \n");
       }
-      return SelectOrRefuse(same);
+      return TagVerdict::Select;
     }
+    verdict = TagVerdict::Refuse;
   }
-  return TagVerdict::Keep;
+  return verdict;
 }
 
 TagVerdict JudgeByHandle(const BOOT_OPTION& option, const PortPath& unit) {

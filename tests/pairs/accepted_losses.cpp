@@ -47,10 +47,9 @@ Row gRows[] = {
     {"*", "uncopied/*/*/append", "the same"},
     {"*", "fresh/*/*/[ider]*", "the same"},
     {"*", "fresh/*/*/append", "the same"},
-    // Known, until their mends are here: a write that is refused, by a full store or a fault, around a boot request or
-    // a
-    // restore. The order before the request is not kept, or not put back; a restore that missed an option is marked
-    // done.
+    // Known, until their mends are here: a write that is refused, by a full store or a fault, around a boot request
+    // or a restore. The order before the request is not kept, or not put back; a restore that missed an option is
+    // marked done.
     {"*", "full:*/*/*/*", "known"},
     {"order", "*/*-once/call SetVariable */*", "known"},
     {"request twice", "*/*-once/call */*", "known"},
