@@ -90,7 +90,8 @@ class Finder {
     for (std::size_t i = 0; csm != nullptr && i < csm->Count(); ++i) {
       const BBS_TABLE& entry = csm->Entry(i);
       const std::uint64_t owner = std::uint64_t{entry.IBV2} << 32 | entry.IBV1;
-      if (owner == reinterpret_cast<std::uint64_t>(handle) && legacyTypes_.contains(entry.DeviceType)) {
+      const std::uint16_t type = entry.DeviceType;  // a field of a packed record has no reference
+      if (owner == reinterpret_cast<std::uint64_t>(handle) && legacyTypes_.contains(type)) {
         return true;
       }
     }
