@@ -15,8 +15,8 @@ off; a call or a message left out; two neighbouring rows of a table swapped. Wha
 the same program, is no mutant: another one is drawn. The copies lie in build/mutants/ and are kept, so that the next run
 builds little; the tree itself is not touched.
 
-Tests run until the first one fails: the golden boots with the linked driver, then whole boots and the unit tests of the
-line's directory. Prints killed or survived for each, the survivors as diffs, and the rate. Exit status 0, or 2 when
+Tests run until the first one fails: the golden boots with the linked driver, the boots of policies, then whole boots and
+the unit tests of the line's directory. Prints killed or survived for each, the survivors as diffs, and the rate. Exit status 0, or 2 when
 nothing could be tried (the unchanged tree fails its tests)."""
 
 import argparse
@@ -38,6 +38,9 @@ DRIVER = ("core", "bootopt", "bmc", "osopt", "flexboot", "vboot", "inventory", "
 # Unit tests by the directory of the mutated line; a name's beginning is enough.
 UNIT_TESTS = {"support": ("support_code",), "platform": ("literals",)}
 WHOLE_BOOTS = ("whole_boots",)
+# The policies of the examples, on these servers, notice what is changed in these directories.
+POLICY_BOOTS = ("storage", "network", "removable")
+POLICY = ("flexboot", "vboot")
 
 
 @dataclass(frozen=True)
@@ -270,6 +273,10 @@ class Copy:
         if self.golden_only:
             return
         top = mutant.file.split("/")[0]
+        if top in POLICY:
+            for server in POLICY_BOOTS:
+                script = self.root / "tests/policy_boots/policy_boots.py"
+                yield f"policy_boots {server}", self.run(script, ".", self.build / "bds-sim", server).returncode != 0
         for name in self.programs(WHOLE_BOOTS) + self.programs(UNIT_TESTS.get(top, (f"{top}_", top))):
             yield name, self.notices(name)
 

@@ -140,7 +140,9 @@ class Server:
         self.nvram.mkdir(parents=True)
         self.toml = work / "server.toml"
         disks = source / "build" / "run" / "disks"
-        self.description = (folder / "server.toml").read_text().replace("../../../build/run/disks", str(disks))
+        own = folder / "server.toml"
+        text = own.read_text() if own.exists() else ""  # or the word "example"
+        self.description = text.replace("../../../build/run/disks", str(disks))
         self.description = self.description.replace("../volume", str(HERE / "volume"))
         self.log, self.variables, self.bmc = [], Listing(), Listing()
         self.boots, self.last_log = 0, ""
@@ -200,6 +202,21 @@ class Server:
                 yield from hex_lines(data)
 
         self.bmc.add(title, found, show)
+
+    def example(self, name):
+        """The description is an example's; boots.txt then begins with this word."""
+        text = (self.source / "examples" / f"{name}.toml").read_text()
+        self.description = text.replace("../build/run/disks", str(self.source / "build" / "run" / "disks"))
+
+    def policy(self, boot_type, *names):
+        """Puts a policy on the BMC: the targets of these example policies, one behind the other."""
+        texts = [(self.source / "examples" / "policies" / f"{name}.xml").read_text() for name in names]
+        targets = [each for text in texts for each in re.findall(r" *<FlexBootTarget .*?</FlexBootTarget>\n", text, re.S)]
+        begin, end = texts[0].index("  <FlexBootTargets>"), texts[0].index("  </FlexBootTargets>")
+        header = re.sub(r'(<BootType value=")\w+', rf"\g<1>{boot_type}", texts[0][:begin])
+        header = re.sub(r'(<NumBootTargets value=")\w+', rf"\g<1>{len(targets):x}", header)
+        text = f"{header}  <FlexBootTargets>\n{''.join(targets)}{texts[0][end:]}"
+        self.put("ConfigPolicy.xml", text.encode().hex())
 
     def installed(self, *options):
         self.must("tools/installer_nvram.py", self.nvram, self.source / "build/run/disks/system.img", *options)
