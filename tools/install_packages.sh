@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git          # the host programs
   g++-mingw-w64-x86-64-win32                    # the EFI image
-  libtsk-dev libtomlplusplus-dev libcli11-dev nlohmann-json3-dev libfmt-dev
+  libtsk-dev zlib1g-dev libtomlplusplus-dev libcli11-dev nlohmann-json3-dev libfmt-dev
   libexpat1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libexpat1-dev libpugixml-dev                  # what the tokenizer is measured against

@@ -88,7 +88,7 @@ class PartitionDriver final : public BusDriver {
     const BlockSourcePtr whole = MakeBlockIoSource(blockIo);
     if (whole == nullptr) return EFI_NO_MEDIA;
     std::vector<Partition> partitions;
-    if (const EFI_STATUS status = DiscoverPartitions(whole, partitions); EFI_ERROR(status)) return status;
+    if (const EFI_STATUS status = DiscoverPartitions(*whole, partitions); EFI_ERROR(status)) return status;
     const std::uint64_t block = whole->BlockSize();
     for (const Partition& partition : partitions) {
       if (partition.blockCount > UINT64_MAX / block / 2 || partition.startBlock > UINT64_MAX / block / 2) continue;

@@ -73,7 +73,7 @@ class CatalogReader {
     if (start == 0 || start >= end_) return;
     const std::uint32_t block = medium_.BlockSize();
     if (start % block != 0) return;
-    const std::uint64_t blocks = (ImageSize(entry, end_ - start) + block - 1) / block;
+    const std::uint64_t blocks = (std::min(ImageSize(entry, end_ - start), end_ - start) + block - 1) / block;
     partitions_.push_back({.scheme = PartitionScheme::ElTorito,
                            .number = number,
                            .startBlock = start / block,
@@ -122,7 +122,7 @@ EFI_STATUS ReadElToritoImages(const BlockSource& medium, std::vector<Partition>&
     }
     if (kind == 0x91) break;
   }
-  return EFI_SUCCESS;
+  return partitions.empty() ? EFI_NOT_FOUND : EFI_SUCCESS;
 }
 
 }  // namespace sim

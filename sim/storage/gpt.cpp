@@ -1,5 +1,7 @@
 // GUID partition tables (UEFI 2.10, 5.3). Read here and not through The Sleuth Kit, which keeps neither a partition's
 // unique GUID nor its type GUID: boot options name partitions by the former and firmware marks them by the latter.
+#include <zlib.h>
+
 #include <algorithm>
 
 #include "sim/storage/little_endian.h"
@@ -24,12 +26,7 @@ struct GptHeader {
 };
 
 std::uint32_t Crc32(std::span<const std::byte> bytes) {
-  std::uint32_t crc = 0xFFFFFFFF;
-  for (const std::byte byte : bytes) {
-    crc ^= std::to_integer<std::uint32_t>(byte);
-    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320 & (0 - (crc & 1)));
-  }
-  return ~crc;
+  return static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
 }
 
 EFI_STATUS ReadHeader(const BlockSource& medium, std::uint64_t block, GptHeader& header) {
@@ -42,11 +39,13 @@ EFI_STATUS ReadHeader(const BlockSource& medium, std::uint64_t block, GptHeader&
   std::fill_n(raw.begin() + 16, 4, std::byte{0});
   if (Crc32(std::span(raw).first(size)) != crc) return EFI_CRC_ERROR;
   if (ReadLittle<std::uint64_t>(raw, 24) != block) return EFI_VOLUME_CORRUPTED;
+  const std::uint64_t blocks = medium.Size() / medium.BlockSize();
   header = {ReadLittle<std::uint64_t>(raw, 40), ReadLittle<std::uint64_t>(raw, 48), ReadLittle<std::uint64_t>(raw, 72),
             ReadLittle<std::uint32_t>(raw, 80), ReadLittle<std::uint32_t>(raw, 84), ReadLittle<std::uint32_t>(raw, 88)};
   const bool sane = header.entryCount <= kMaximumEntries && header.entrySize >= 128 &&
-                    header.entrySize <= kMaximumEntrySize && header.entrySize % 128 == 0 &&
-                    header.firstUsable <= header.lastUsable && header.entriesBlock <= UINT64_MAX / medium.BlockSize();
+                    header.entrySize <= kMaximumEntrySize && header.entrySize % 128 == 0 && header.firstUsable >= 2 &&
+                    header.firstUsable <= header.lastUsable && header.lastUsable < blocks &&
+                    header.entriesBlock <= UINT64_MAX / medium.BlockSize();
   return sane ? EFI_SUCCESS : EFI_VOLUME_CORRUPTED;
 }
 
@@ -87,12 +86,11 @@ EFI_STATUS ReadTable(const BlockSource& medium, std::uint64_t block, std::vector
   std::vector<std::byte> entries(std::size_t{header.entryCount} * header.entrySize);
   if (EFI_ERROR(medium.Read(header.entriesBlock * medium.BlockSize(), entries))) return EFI_DEVICE_ERROR;
   if (Crc32(entries) != header.entriesCrc) return EFI_CRC_ERROR;
-  const std::uint64_t mediumBlocks = medium.Size() / medium.BlockSize();
   for (std::uint32_t i = 0; i < header.entryCount; ++i) {
     const auto entry = std::span<const std::byte>(entries).subspan(std::size_t{i} * header.entrySize, 128);
     if (!EntryInUse(entry, header)) continue;
     Partition partition = ReadEntry(entry, i + 1);
-    if (partition.startBlock < mediumBlocks && !Collides(partition, partitions)) partitions.push_back(partition);
+    if (!Collides(partition, partitions)) partitions.push_back(partition);
   }
   return EFI_SUCCESS;
 }
@@ -101,7 +99,7 @@ EFI_STATUS ReadTable(const BlockSource& medium, std::uint64_t block, std::vector
 
 EFI_STATUS ReadGptPartitions(const BlockSource& medium, std::vector<Partition>& partitions) {
   const std::uint64_t blocks = medium.Size() / medium.BlockSize();
-  if (blocks < 6) return EFI_NOT_FOUND;
+  if (blocks < 6 || !HasProtectiveMbr(medium)) return EFI_NOT_FOUND;
   const EFI_STATUS primary = ReadTable(medium, 1, partitions);
   if (!EFI_ERROR(primary)) return EFI_SUCCESS;
   partitions.clear();

@@ -1,91 +1,134 @@
-// MBR partition tables with their extended chain, walked by The Sleuth Kit, which refuses chains that turn in circles.
-// A boot sector that is a file system's own ends with the same two bytes as an MBR and is told apart here.
+// MBR partition tables (UEFI 2.10, 5.2) with their extended chain. A boot sector that is a file system's own ends with
+// the same two bytes as an MBR and is told apart here.
 #include <algorithm>
-#include <charconv>
-#include <string_view>
 
 #include "sim/storage/little_endian.h"
 #include "sim/storage/partitions.h"
-#include "sim/storage/tsk_image.h"
 #include "sim/storage/volume_probe.h"
 
 namespace sim {
 namespace {
 
+constexpr std::size_t kTable = 446;
+constexpr std::size_t kEntrySize = 16;
+constexpr std::size_t kEntries = 4;
+constexpr std::size_t kDiskSignature = 0x1B8;
+constexpr std::uint32_t kFirstLogical = 5;
+// Logical partitions of one chain. Each costs a read, and a chain may be as long as its maker wants.
+constexpr std::uint32_t kMaximumLogical = 128;
+
+constexpr std::uint8_t kExtended = 0x05;
+constexpr std::uint8_t kExtendedByBlocks = 0x0F;
+constexpr std::uint8_t kExtendedOfLinux = 0x85;
 constexpr std::uint8_t kProtective = 0xEE;
 constexpr std::uint8_t kEfiSystem = 0xEF;
 
-struct VolumeSystemCloser {
-  void operator()(TSK_VS_INFO* volumes) const { tsk_vs_close(volumes); }
+struct Entry {
+  std::uint8_t type;
+  std::uint64_t start;
+  std::uint64_t count;
 };
 
-// The library tells a partition's type in its description only: "Win95 FAT32 (0x0b)".
-std::uint8_t TypeFromDescription(const char* description) {
-  const std::string_view text = description != nullptr ? description : "";
-  const std::size_t at = text.rfind("(0x");
-  std::uint8_t type = 0;
-  if (at == std::string_view::npos) return 0;
-  std::from_chars(text.data() + at + 3, text.data() + text.size(), type, 16);
-  return type;
+Entry EntryAt(std::span<const std::byte> sector, std::size_t index) {
+  const std::size_t at = kTable + kEntrySize * index;
+  return {std::to_integer<std::uint8_t>(sector[at + 4]), ReadLittle<std::uint32_t>(sector, at + 8),
+          ReadLittle<std::uint32_t>(sector, at + 12)};
+}
+
+bool IsExtended(const Entry& entry) {
+  return entry.type == kExtended || entry.type == kExtendedByBlocks || entry.type == kExtendedOfLinux;
+}
+
+bool IsSigned(std::span<const std::byte> sector) {
+  return sector[510] == std::byte{0x55} && sector[511] == std::byte{0xAA};
 }
 
 bool TableIsEmpty(std::span<const std::byte> sector) {
-  return std::all_of(sector.begin() + 446, sector.begin() + 510, [](std::byte byte) { return byte == std::byte{0}; });
+  return std::all_of(sector.begin() + kTable, sector.begin() + 510,
+                     [](std::byte byte) { return byte == std::byte{0}; });
 }
 
 bool BootFlagsHold(std::span<const std::byte> sector) {
-  for (std::size_t i = 0; i < 4; ++i) {
-    if ((sector[446 + 16 * i] & std::byte{0x7F}) != std::byte{0}) return false;
+  for (std::size_t i = 0; i < kEntries; ++i) {
+    if ((sector[kTable + kEntrySize * i] & std::byte{0x7F}) != std::byte{0}) return false;
   }
   return true;
 }
 
-}  // namespace
+class MbrReader {
+ public:
+  MbrReader(const BlockSource& medium, std::vector<Partition>& partitions)
+      : medium_(medium), sector_(medium.BlockSize()), blocks_(medium.Size() / medium.BlockSize()), found_(partitions) {}
 
-EFI_STATUS ReadMbrPartitions(const BlockSourcePtr& medium, std::vector<Partition>& partitions) {
-  std::vector<std::byte> sector(medium->BlockSize());
-  if (EFI_ERROR(medium->Read(0, sector))) return EFI_DEVICE_ERROR;
-  if (sector[510] != std::byte{0x55} || sector[511] != std::byte{0xAA}) return EFI_NOT_FOUND;
-  if (TableIsEmpty(sector) || !BootFlagsHold(sector) || ProbeVolume(*medium) == VolumeKind::Fat) return EFI_NOT_FOUND;
-
-  const TskImage image = OpenTskImage(medium);
-  if (image == nullptr) return EFI_DEVICE_ERROR;
-  const std::unique_ptr<TSK_VS_INFO, VolumeSystemCloser> volumes(tsk_vs_open(image.get(), 0, TSK_VS_TYPE_DOS));
-  if (volumes == nullptr) {
-    tsk_error_reset();
-    return EFI_VOLUME_CORRUPTED;
+  EFI_STATUS Read() {
+    if (EFI_ERROR(ReadSector(0))) return EFI_DEVICE_ERROR;
+    if (!IsSigned(sector_) || TableIsEmpty(sector_) || !BootFlagsHold(sector_)) return EFI_NOT_FOUND;
+    std::memcpy(signature_.data(), sector_.data() + kDiskSignature, signature_.size());
+    const std::vector<std::byte> table = sector_;
+    for (std::size_t i = 0; i < kEntries; ++i) {
+      const Entry entry = EntryAt(table, i);
+      if (!IsExtended(entry)) Take(entry, static_cast<std::uint32_t>(i) + 1);
+    }
+    for (std::size_t i = 0; i < kEntries; ++i) {
+      if (const Entry entry = EntryAt(table, i); IsExtended(entry)) ReadChain(entry);
+    }
+    return found_.empty() ? EFI_NOT_FOUND : EFI_SUCCESS;
   }
-  const std::uint64_t mediumBlocks = medium->Size() / medium->BlockSize();
-  std::uint32_t logical = 5;
-  for (TSK_PNUM_T i = 0; i < volumes->part_count; ++i) {
-    const TSK_VS_PART_INFO* part = tsk_vs_part_get(volumes.get(), i);
-    if (part == nullptr || (part->flags & TSK_VS_PART_FLAG_ALLOC) == 0) continue;
-    if ((part->flags & TSK_VS_PART_FLAG_META) != 0) continue;
-    const std::uint8_t type = TypeFromDescription(part->desc);
-    const std::uint32_t number = part->table_num == 0 ? static_cast<std::uint32_t>(part->slot_num) + 1 : logical++;
-    if (type == 0 || type == kProtective || part->len == 0 || part->start == 0 || part->start >= mediumBlocks) continue;
+
+ private:
+  EFI_STATUS ReadSector(std::uint64_t block) { return medium_.Read(block * medium_.BlockSize(), sector_); }
+
+  // A link of the chain lies behind the one before it, so that no chain turns in a circle.
+  void ReadChain(const Entry& extended) {
+    std::uint64_t link = extended.start;
+    for (std::uint32_t i = 0; i < kMaximumLogical && link != 0 && link < blocks_; ++i) {
+      if (EFI_ERROR(ReadSector(link)) || !IsSigned(sector_)) return;
+      Entry logical = EntryAt(sector_, 0);
+      if (logical.start != 0 && !IsExtended(logical)) {
+        logical.start += link;
+        Take(logical, kFirstLogical + logicals_++);
+      }
+      const Entry next = EntryAt(sector_, 1);
+      if (!IsExtended(next) || extended.start + next.start <= link) return;
+      link = extended.start + next.start;
+    }
+  }
+
+  void Take(const Entry& entry, std::uint32_t number) {
+    const bool inside = entry.start != 0 && entry.start < blocks_ && entry.count <= blocks_ - entry.start;
+    if (entry.type == 0 || entry.type == kProtective || entry.count == 0 || !inside) return;
     Partition partition{.scheme = PartitionScheme::Mbr,
                         .number = number,
-                        .startBlock = part->start,
-                        .blockCount = part->len,
-                        .mbrType = type,
-                        .efiSystem = type == kEfiSystem};
-    std::memcpy(partition.signature.data(), sector.data() + 0x1B8, 4);
-    partitions.push_back(partition);
+                        .startBlock = entry.start,
+                        .blockCount = entry.count,
+                        .mbrType = entry.type,
+                        .efiSystem = entry.type == kEfiSystem};
+    std::copy(signature_.begin(), signature_.end(), partition.signature.begin());
+    found_.push_back(partition);
   }
-  std::sort(partitions.begin(), partitions.end(),
-            [](const Partition& a, const Partition& b) { return a.number < b.number; });
-  return EFI_SUCCESS;
+
+  const BlockSource& medium_;
+  std::vector<std::byte> sector_;
+  std::uint64_t blocks_;
+  std::array<std::uint8_t, 4> signature_{};
+  std::uint32_t logicals_ = 0;
+  std::vector<Partition>& found_;
+};
+
+}  // namespace
+
+EFI_STATUS ReadMbrPartitions(const BlockSource& medium, std::vector<Partition>& partitions) {
+  if (ProbeVolume(medium) == VolumeKind::Fat) return EFI_NOT_FOUND;
+  return MbrReader(medium, partitions).Read();
 }
 
-EFI_STATUS DiscoverPartitions(const BlockSourcePtr& medium, std::vector<Partition>& partitions) {
-  partitions.clear();
-  const EFI_STATUS gpt = ReadGptPartitions(*medium, partitions);
-  if (gpt != EFI_NOT_FOUND) return gpt;
-  const EFI_STATUS torito = ReadElToritoImages(*medium, partitions);
-  if (torito != EFI_NOT_FOUND) return torito;
-  const EFI_STATUS mbr = ReadMbrPartitions(medium, partitions);
-  return mbr == EFI_NOT_FOUND ? EFI_SUCCESS : mbr;
+bool HasProtectiveMbr(const BlockSource& medium) {
+  std::vector<std::byte> sector(medium.BlockSize());
+  if (EFI_ERROR(medium.Read(0, sector)) || !IsSigned(sector)) return false;
+  for (std::size_t i = 0; i < kEntries; ++i) {
+    if (EntryAt(sector, i).type == kProtective) return true;
+  }
+  return false;
 }
 
 }  // namespace sim

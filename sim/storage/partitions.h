@@ -30,14 +30,19 @@ struct Partition {
 inline constexpr EFI_GUID kEfiSystemPartitionType{
     0xC12A7328, 0xF81F, 0x11D2, {0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B}};
 
-// Finds the partitions of the medium in the order of their numbers; GPT is tried first, then El Torito, then MBR.
-// EFI_SUCCESS with an empty list: an unpartitioned medium. EFI_VOLUME_CORRUPTED: a table is there and none of its
-// copies holds together. EFI_DEVICE_ERROR: the medium could not be read where tables lie.
-[[nodiscard]] EFI_STATUS DiscoverPartitions(const BlockSourcePtr& medium, std::vector<Partition>& partitions);
+// Finds the partitions of the medium in the order of their numbers, by the first scheme that holds: GPT, El Torito, MBR
+// (UEFI 2.10, 13.3.2). EFI_SUCCESS with an empty list: an unpartitioned medium. When no scheme holds, what is wrong with
+// the first that is there: EFI_VOLUME_CORRUPTED, none of its copies holds together; EFI_DEVICE_ERROR, the medium could
+// not be read where its tables lie.
+[[nodiscard]] EFI_STATUS DiscoverPartitions(const BlockSource& medium, std::vector<Partition>& partitions);
 
-// The single schemes, for DiscoverPartitions and its tests. EFI_NOT_FOUND: the medium has no such table.
+// The single schemes. EFI_NOT_FOUND: the medium has no such table, or one that offers nothing.
 [[nodiscard]] EFI_STATUS ReadGptPartitions(const BlockSource& medium, std::vector<Partition>& partitions);
-[[nodiscard]] EFI_STATUS ReadMbrPartitions(const BlockSourcePtr& medium, std::vector<Partition>& partitions);
 [[nodiscard]] EFI_STATUS ReadElToritoImages(const BlockSource& medium, std::vector<Partition>& partitions);
+[[nodiscard]] EFI_STATUS ReadMbrPartitions(const BlockSource& medium, std::vector<Partition>& partitions);
+
+// Whether block 0 says that the disk is a GPT's (UEFI 2.10, 5.2.3). Without it, a GPT that is found is what an earlier
+// use of the disk left behind.
+[[nodiscard]] bool HasProtectiveMbr(const BlockSource& medium);
 
 }  // namespace sim

@@ -52,7 +52,7 @@ inline void SealGpt(Bytes& disk, std::size_t headerBlock, std::size_t block) {
   std::memcpy(header + 16, &crc, 4);
 }
 
-// A disk of `blocks` blocks with both copies of a GUID partition table of 128 entries.
+// A disk of `blocks` blocks with a protective MBR and both copies of a GUID partition table of 128 entries.
 inline Bytes MakeGptDisk(std::size_t blocks, std::size_t block, const std::vector<GptEntry>& entries) {
   Bytes disk(blocks * block);
   const std::size_t tableBlocks = 128 * 128 / block;
@@ -77,6 +77,10 @@ inline Bytes MakeGptDisk(std::size_t blocks, std::size_t block, const std::vecto
     }
     SealGpt(disk, headerBlock, block);
   };
+  Put<std::uint8_t>(disk, 450, 0xEE);
+  Put<std::uint32_t>(disk, 454, 1);
+  Put<std::uint32_t>(disk, 458, static_cast<std::uint32_t>(blocks - 1));
+  Put<std::uint16_t>(disk, 510, 0xAA55);
   write(1, blocks - 1, 2);
   write(blocks - 1, 1, blocks - 1 - tableBlocks);
   return disk;

@@ -14,7 +14,7 @@ constexpr EFI_GUID kId2{2, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 
 std::vector<Partition> Discover(Bytes disk, std::uint32_t block, EFI_STATUS expected = EFI_SUCCESS) {
   std::vector<Partition> partitions;
-  EXPECT_EQ(DiscoverPartitions(MakeMemoryDisk(std::move(disk), {.blockSize = block}), partitions), expected);
+  EXPECT_EQ(DiscoverPartitions(*MakeMemoryDisk(std::move(disk), {.blockSize = block}), partitions), expected);
   return partitions;
 }
 
@@ -75,7 +75,7 @@ TEST(Gpt, HeaderFieldsOutOfBoundsAreCorruptNotFollowed) {
     std::memset(disk.data() + 512 + 16, 0, 4);
     Put<std::uint32_t>(disk, 512 + 16, TestCrc(disk.data() + 512, 92));
     std::vector<Partition> found;
-    const EFI_STATUS status = DiscoverPartitions(MakeMemoryDisk(disk), found);
+    const EFI_STATUS status = DiscoverPartitions(*MakeMemoryDisk(disk), found);
     EXPECT_TRUE(EFI_ERROR(status)) << item.offset << " " << item.value;
     EXPECT_TRUE(found.empty());
   }
@@ -128,6 +128,40 @@ TEST(Mbr, ChainThatTurnsInACircleEnds) {
   EXPECT_EQ(Discover(disk, 512).size(), 1U);
 }
 
+TEST(Mbr, ChainIsCappedAndItsLinksOnlyGoForward) {
+  Bytes disk = MakeMbrDisk(4000);
+  PutMbrEntry(disk, 446, 0x0F, 100, 3900);
+  for (std::uint32_t link = 0; link < 1000; ++link) {
+    const std::size_t at = (100 + std::size_t{3} * link) * 512;
+    PutMbrEntry(disk, at + 446, 0x83, 1, 2);
+    PutMbrEntry(disk, at + 462, 0x05, 3 * (link + 1), 3);
+    Put<std::uint16_t>(disk, at + 510, 0xAA55);
+  }
+  const auto found = Discover(disk, 512);
+  ASSERT_EQ(found.size(), 128U);
+  EXPECT_EQ(found.back().number, 132U);
+  EXPECT_EQ(found.back().startBlock, 100U + 3 * 127 + 1);
+  PutMbrEntry(disk, 103 * 512 + 462, 0x05, 0, 3);
+  EXPECT_EQ(Discover(disk, 512).size(), 2U);
+}
+
+TEST(Discover, TheFirstSchemeThatHoldsWins) {
+  Bytes stale = MakeGptDisk(200, 512, kTwoEntries);
+  PutMbrEntry(stale, 446, 0x0C, 50, 100);
+  ASSERT_EQ(Discover(stale, 512).size(), 1U) << "an ordinary MBR: its GPT is of an earlier use";
+  EXPECT_EQ(Discover(stale, 512)[0].mbrType, 0x0C);
+  Bytes none = MakeGptDisk(200, 512, kTwoEntries);
+  std::memset(none.data(), 0, 512);
+  EXPECT_TRUE(Discover(none, 512).empty()) << "no MBR guards the GPT";
+  Bytes hybrid = MakeGptDisk(200, 512, kTwoEntries);
+  PutMbrEntry(hybrid, 462, 0x0C, 50, 100);
+  EXPECT_EQ(Discover(hybrid, 512).size(), 2U) << "both hold";
+  hybrid[512 + 16] ^= std::byte{1};
+  hybrid[199 * 512 + 16] ^= std::byte{1};
+  ASSERT_EQ(Discover(hybrid, 512).size(), 1U) << "the GPT is broken, the MBR's own partition is not";
+  EXPECT_EQ(Discover(hybrid, 512)[0].number, 2U);
+}
+
 TEST(Mbr, WhatOnlyLooksLikeATableIsNone) {
   EXPECT_TRUE(Discover(MakeMbrDisk(100), 512).empty()) << "no entry";
   Bytes flags = MakeMbrDisk(100);
@@ -137,10 +171,13 @@ TEST(Mbr, WhatOnlyLooksLikeATableIsNone) {
   Bytes protective = MakeMbrDisk(100);
   PutMbrEntry(protective, 446, 0xEE, 1, 99);
   EXPECT_TRUE(Discover(protective, 512).empty()) << "the GPT is gone, its guard stays";
+  Bytes beyond = MakeMbrDisk(100);
+  PutMbrEntry(beyond, 446, 0x0C, 10, 91);
+  EXPECT_TRUE(Discover(beyond, 512).empty()) << "ends behind the medium";
   Bytes outside = MakeMbrDisk(100);
   PutMbrEntry(outside, 446, 0x0C, 5000, 20);
   std::vector<Partition> found;
-  EXPECT_NE(DiscoverPartitions(MakeMemoryDisk(outside), found), EFI_DEVICE_ERROR);
+  EXPECT_NE(DiscoverPartitions(*MakeMemoryDisk(outside), found), EFI_DEVICE_ERROR);
   EXPECT_TRUE(found.empty());
   EXPECT_TRUE(Discover(Bytes(512 * 100), 512).empty()) << "a blank disk";
   EXPECT_TRUE(Discover(Bytes(512), 512).empty()) << "one block";
@@ -215,7 +252,7 @@ TEST(Discover, RandomDamageNeverLeavesTheMedium) {
       if (round % 4 == 0) disk.resize(std::max<std::size_t>(512, random() % disk.size()));
       const BlockSourcePtr medium = MakeMemoryDisk(disk, {.blockSize = block});
       std::vector<Partition> found;
-      (void)DiscoverPartitions(medium, found);
+      (void)DiscoverPartitions(*medium, found);
       for (const Partition& partition : found) {
         EXPECT_LT(partition.startBlock, medium->Size() / block);
         EXPECT_GT(partition.blockCount, 0U);
