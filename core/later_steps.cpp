@@ -5,7 +5,6 @@
 
 namespace bds {
 
-void MACAddressInfoInitialize() {}            // MAC address inventory
 void AdjustEfiOsBootOrder() {}                // order of the OS loader options
 void CreateEfiOsBootOption() {}               // OS loader options
 void CheckForNoAssociateOption() {}           // the BMC's view of options without devices

@@ -8,6 +8,7 @@
 #include "bootopt/steps.h"
 #include "core/steps.h"
 #include "flexboot/steps.h"
+#include "inventory/mac_inventory.h"
 #include "inventory/raid_health.h"
 #include "vboot/policy_engine.h"
 

@@ -40,7 +40,6 @@ EFI_STATUS HandoffToKui();
 EFI_STATUS ReadBootOptionAndBoot();
 
 // Steps whose subject is not built yet; they keep their place in the table and do nothing.
-void MACAddressInfoInitialize();
 void AdjustEfiOsBootOrder();
 void CreateEfiOsBootOption();
 void CheckForNoAssociateOption();
