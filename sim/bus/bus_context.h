@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 
 namespace sim {
 
@@ -12,6 +13,9 @@ struct BusContext {
   std::function<void*(std::size_t size)> allocatePool;
   // Lets virtual time pass: a transfer that times out takes its time.
   std::function<void(std::uint64_t milliseconds)> wait;
+  // Whether somebody listens to what the driver does to network controllers' registers, and tells one access.
+  std::function<bool()> tellsPci;
+  std::function<void(const std::string& access)> tellPci;
 };
 
 }  // namespace sim

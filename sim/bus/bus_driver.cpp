@@ -11,7 +11,9 @@ BusContext ContextOf(Machine& machine) {
     return machine.Pool().Allocate(EfiBootServicesData, size, machine.CurrentOwner());
   };
   const auto wait = [&machine](std::uint64_t milliseconds) { machine.Time().Advance(milliseconds * kMillisecond); };
-  return {.allocatePool = allocate, .wait = wait};
+  const auto tells = [&machine] { return machine.TracingPci(); };
+  const auto tell = [&machine](const std::string& access) { machine.TracePci(access); };
+  return {.allocatePool = allocate, .wait = wait, .tellsPci = tells, .tellPci = tell};
 }
 
 BusDriver::BusDriver(Machine& machine, BusDriverFacts facts)

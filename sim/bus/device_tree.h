@@ -124,7 +124,9 @@ struct NetworkPort {
   bool mediaPresent = true;  // false: LoadFile answers EFI_NO_MEDIA
   bool ipv4 = true;          // offers an IPv4 child with load file
   bool ipv6 = true;
-  bool bootMacNode = false;  // offers load file on the MAC node itself
+  bool bootMacNode = false;    // offers load file on the MAC node itself
+  bool identifier = true;      // publishes the network interface identifier,
+  bool oldIdentifier = false;  // and the one of the first revision
   NetworkBoot boot;
   std::vector<IscsiLun> iscsi;
 };
@@ -208,6 +210,7 @@ struct PciFunction {
   std::uint8_t revision = 0;
   std::uint32_t classCode = 0xFF0000;  // class, subclass, programming interface: 0x010601 is AHCI
   bool embedded = false;               // on the board: the embedded-device attribute
+  bool memory = true;                  // false: it does not decode its memory until software has it do so
   std::uint16_t boardClass = 0;        // what the platform tells of it: VEYRA_PCI_IO_PROPERTIES::Class
   bool legacyBoot = true;              // false: what hangs on it has no BBS entries
   bool driver = true;                  // false: no driver serves the controller (its option ROM is not run)
@@ -227,11 +230,22 @@ struct RootBridge {
   std::vector<PciFunction> functions;
 };
 
+// What the platform tells of a slot besides the buses behind it. What is not given is told as it is.
+struct SlotTold {
+  std::uint8_t kind = 2;  // kPciSlotKindAdapter
+  std::optional<std::u16string> name;
+  std::optional<std::uint16_t> vendorId;  // of the adapter
+  std::optional<std::uint16_t> deviceId;
+  std::optional<std::uint16_t> subsystemVendorId;
+  std::optional<std::uint16_t> subsystemId;
+};
+
 // A slot that the platform tells of; PlugSlot puts it and its root ports into a tree (pci_slots.h).
 struct SlotRecord {
   std::uint8_t number = 1;
   bool enabled = true;
   bool riser = false;
+  SlotTold told;
 };
 
 struct DeviceTree {

@@ -10,6 +10,7 @@ namespace sim {
 namespace {
 
 constexpr std::uintmax_t kMaximumImage = 256 << 20;
+constexpr UINT64 kFirstRevision = 0x00010000;
 
 // The described image; empty when there is none.
 std::vector<std::byte> ReadBootImage(const NetworkBoot& boot) {
@@ -60,10 +61,15 @@ NetworkInterface::NetworkInterface(const NetworkPort& port) : port_(port) {
   identifier_.MajorVer = 3;
   identifier_.MinorVer = 1;
   identifier_.Ipv6Supported = port.ipv6;
+  oldIdentifier_.Nii = identifier_;
+  oldIdentifier_.Nii.Revision = kFirstRevision;
 }
 
 std::vector<Interface> NetworkInterface::Interfaces() {
-  return {InterfaceOf(network_.protocol), InterfaceOf(identifier_)};
+  std::vector<Interface> interfaces{InterfaceOf(network_.protocol)};
+  if (port_.identifier) interfaces.push_back(InterfaceOf(identifier_));
+  if (port_.oldIdentifier) interfaces.push_back(InterfaceOf(oldIdentifier_));
+  return interfaces;
 }
 
 EFI_STATUS NetworkInterface::CheckInitialized() const {

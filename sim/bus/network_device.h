@@ -46,6 +46,7 @@ class NetworkInterface final : public DeviceObject {
   EFI_SIMPLE_NETWORK_MODE mode_{};
   Backed<EFI_SIMPLE_NETWORK_PROTOCOL, NetworkInterface> network_;
   EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL identifier_{};
+  EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL_OLD oldIdentifier_{};
 };
 
 class NetworkLoadFile final : public DeviceObject {

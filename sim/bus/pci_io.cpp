@@ -1,6 +1,8 @@
 // Accesses reach the node's configuration space and the models behind its base address registers.
 #include "sim/bus/pci_io.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -20,7 +22,7 @@ PciIo::PciIo(PciNode& node, const BusContext& context) : node_(node), context_(c
   const PciFunction& function = node.Function();
   supported_ = EFI_PCI_DEVICE_ENABLE | EFI_PCI_IO_ATTRIBUTE_DUAL_ADDRESS_CYCLE;
   if ((function.classCode >> 16) == 0x03) supported_ |= kVga;
-  enabled_ = EFI_PCI_IO_ATTRIBUTE_IO | EFI_PCI_IO_ATTRIBUTE_MEMORY;
+  enabled_ = EFI_PCI_IO_ATTRIBUTE_IO | (function.memory ? EFI_PCI_IO_ATTRIBUTE_MEMORY : 0);
   if (function.embedded) {
     supported_ |= EFI_PCI_IO_ATTRIBUTE_EMBEDDED_DEVICE;
     enabled_ |= EFI_PCI_IO_ATTRIBUTE_EMBEDDED_DEVICE;
@@ -46,18 +48,36 @@ PciIo::PciIo(PciNode& node, const BusContext& context) : node_(node), context_(c
                      .RomImage = rom_.empty() ? nullptr : rom_.data()};
 }
 
+void PciIo::Tell(const char* what, unsigned width, const std::string& place, std::uint64_t value) const {
+  const PciLocation& at = node_.Location();
+  context_.tellPci(fmt::format("pci {:02x}:{:02x}.{} {} {} bits, {}: {:0{}x}", at.bus, at.device, at.function, what,
+                               8 * width, place, value, 2 * width));
+}
+
 template <bool kWrite, bool kIoSpace>
 EFI_STATUS EFIAPI PciIo::AccessBar(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT8 index,
                                    UINT64 offset, UINTN count, VOID* buffer) {
-  const PciBar* bar = From(self).node_.Bar(index);
+  const PciIo& io = From(self);
+  const PciBar* bar = io.node_.Bar(index);
   if (bar == nullptr || bar->io != kIoSpace) return EFI_UNSUPPORTED;
+  const bool decodes = kIoSpace || io.node_.DecodesMemory();
+  const bool told = io.Tells();
+  const auto place = [index](std::uint64_t at) { return fmt::format("bar {} + {:x}", index, at); };
   return TransferUnits(width, offset, count, buffer, [&](std::uint64_t at, unsigned size, std::byte* unit) {
     std::uint64_t value = 0;
     if constexpr (kWrite) {
       std::memcpy(&value, unit, size);
-      return WriteBar(*bar, at, size, value) ? EFI_SUCCESS : EFI_UNSUPPORTED;
+      if (told) io.Tell("write", size, place(at), value);
+      if (decodes) return WriteBar(*bar, at, size, value) ? EFI_SUCCESS : EFI_UNSUPPORTED;
+      return EFI_SUCCESS;
     }
-    if (!ReadBar(*bar, at, size, value)) return EFI_UNSUPPORTED;
+    // Nobody answers for a function that does not decode: all ones, as the bus has it.
+    if (!decodes) {
+      value = ~std::uint64_t{0} >> (64 - 8 * size);
+    } else if (!ReadBar(*bar, at, size, value)) {
+      return EFI_UNSUPPORTED;
+    }
+    if (told) io.Tell("read", size, place(at), value);
     std::memcpy(unit, &value, size);
     return EFI_SUCCESS;
   });
@@ -66,13 +86,16 @@ EFI_STATUS EFIAPI PciIo::AccessBar(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCO
 template <bool kWrite>
 EFI_STATUS EFIAPI PciIo::AccessConfig(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT32 offset,
                                       UINTN count, VOID* buffer) {
-  PciNode& node = From(self).node_;
+  PciIo& io = From(self);
+  PciNode& node = io.node_;
+  const bool told = io.Tells();
   return TransferUnits(width, offset, count, buffer, [&](std::uint64_t at, unsigned size, std::byte* unit) {
     if (size > 4 || at % size != 0) return EFI_INVALID_PARAMETER;
     if (at >= PciNode::kConfigSize) return EFI_UNSUPPORTED;
     std::uint32_t value = 0;
     if constexpr (kWrite) {
       std::memcpy(&value, unit, size);
+      if (told) io.Tell("write", size, fmt::format("configuration + {:x}", at), value);
       node.WriteConfig(static_cast<std::uint32_t>(at), size, value);
     } else {
       value = node.ReadConfig(static_cast<std::uint32_t>(at), size);

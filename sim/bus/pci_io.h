@@ -18,6 +18,12 @@ class PciIo final : public DeviceObject {
   static PciIo& From(EFI_PCI_IO_PROTOCOL* protocol) { return Backed<EFI_PCI_IO_PROTOCOL, PciIo>::From(protocol); }
 
  private:
+  // Tells of an access to a network controller's registers, when anybody listens.
+  [[nodiscard]] bool Tells() const {
+    return node_.Function().classCode >> 16 == 0x02 && context_.tellsPci && context_.tellsPci();
+  }
+  void Tell(const char* what, unsigned width, const std::string& place, std::uint64_t value) const;
+
   template <bool kWrite, bool kIoSpace>
   static EFI_STATUS EFIAPI AccessBar(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT8 bar,
                                      UINT64 offset, UINTN count, VOID* buffer);

@@ -82,7 +82,8 @@ PciNode::PciNode(const PciFunction& function, const PciLocation& location, Devic
     : function_(function), location_(location), path_(std::move(path)) {
   Put(PCI_VENDOR_ID_OFFSET, 2, function.vendorId);
   Put(PCI_DEVICE_ID_OFFSET, 2, function.deviceId);
-  Put(PCI_COMMAND_OFFSET, 2, EFI_PCI_COMMAND_IO_SPACE | EFI_PCI_COMMAND_MEMORY_SPACE);
+  const unsigned memory = function.memory ? EFI_PCI_COMMAND_MEMORY_SPACE : 0;
+  Put(PCI_COMMAND_OFFSET, 2, EFI_PCI_COMMAND_IO_SPACE | memory);
   Put(PCI_REVISION_ID_OFFSET, 1, function.revision);
   Put(PCI_CLASSCODE_OFFSET, 3, function.classCode);
   const UINT8 layout = IsBridge() ? HEADER_TYPE_PCI_TO_PCI_BRIDGE : HEADER_TYPE_DEVICE;

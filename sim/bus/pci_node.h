@@ -34,6 +34,8 @@ class PciNode {
 
   // The described register with that index; null when the function has none.
   [[nodiscard]] const PciBar* Bar(std::uint8_t index) const;
+  // The command register lets the function answer in its memory.
+  [[nodiscard]] bool DecodesMemory() const { return (ReadConfig(4, 2) & 2) != 0; }
   // Memory address that the register decodes at; 0 for an absent one.
   [[nodiscard]] std::uint64_t BarAddress(std::uint8_t index) const;
 

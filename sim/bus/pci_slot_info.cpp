@@ -38,6 +38,15 @@ void TakeAdapter(std::uint8_t bus, const PciSpace& space, PCI_SLOT_ENTRY& entry)
   }
 }
 
+// What is told although it is otherwise.
+void TakeTold(const SlotTold& told, PCI_SLOT_ENTRY& entry) {
+  entry.Kind = told.kind;
+  entry.VendorId = told.vendorId.value_or(entry.VendorId);
+  entry.DeviceId = told.deviceId.value_or(entry.DeviceId);
+  entry.SubsystemVendorId = told.subsystemVendorId.value_or(entry.SubsystemVendorId);
+  entry.SubsystemId = told.subsystemId.value_or(entry.SubsystemId);
+}
+
 }  // namespace
 
 PciSlotInfo::PciSlotInfo(const DeviceTree& tree, const PciSpace& space)
@@ -50,10 +59,11 @@ PciSlotInfo::PciSlotInfo(const DeviceTree& tree, const PciSpace& space)
   for (const SlotRecord& slot : slots) {
     TakeBuses(slot, space, *entry);
     if (slot.enabled) TakeAdapter(entry->SecondaryBus, space, *entry);
-    entry->Kind = kPciSlotKindAdapter;
+    TakeTold(slot.told, *entry);
     entry->Enabled = slot.enabled ? 1 : 0;
     entry->SlotNumber = slot.number;
     entry->Name = kSlotPlaces[slot.number - 1].name;
+    if (slot.told.name) entry->Name = names_.emplace_back(*slot.told.name).c_str();
     ++entry;
   }
 }

@@ -1,6 +1,9 @@
 // The platform's slot information, told from the buses that were given out and from what is plugged in.
 #pragma once
 
+#include <deque>
+#include <string>
+
 #include "platform/pci_slot_info.h"
 #include "sim/bus/device_object.h"
 #include "sim/bus/pci_space.h"
@@ -15,6 +18,7 @@ class PciSlotInfo final : public DeviceObject {
 
  private:
   std::vector<std::byte> bytes_;
+  std::deque<std::u16string> names_;  // that the description gives
   PCI_SLOT_INFO* info_;
 };
 

@@ -43,7 +43,7 @@ std::string PlugSlot(DeviceTree& tree, PciSlot slot) {
     root.functions.push_back(Bridge(place.device, function, std::move(slot.functions[port])));
     root.functions.back().present = slot.enabled;
   }
-  tree.slots.push_back({slot.number, slot.enabled, slot.riser});
+  tree.slots.push_back({slot.number, slot.enabled, slot.riser, std::move(slot.told)});
   return {};
 }
 

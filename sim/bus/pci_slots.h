@@ -31,6 +31,7 @@ struct PciSlot {
   bool enabled = true;  // false: its root ports are switched off, and nothing behind them is there
   bool riser = false;
   std::array<std::vector<PciFunction>, kRiserPorts> functions;  // behind each root port; the first one's alone, or all
+  SlotTold told;
 };
 
 // Adds the slot's root ports with what is behind them to the tree's root bridges, and the slot to its records. The

@@ -8,6 +8,7 @@
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/commands.h"
 #include "sim/cli/load_option_text.h"
+#include "sim/cli/mac_variables.h"
 #include "sim/cli/printable_text.h"
 #include "sim/cli/state_variables.h"
 #include "sim/cli/terminal.h"
@@ -94,7 +95,9 @@ int BmcFolder::Show() const {
 int BmcFolder::ListFiles() const {
   for (const std::string& name : files_.Names()) {
     const auto bytes = files_.Read(name);
-    fmt::print("{:>8}  {}\n", bytes ? fmt::format("{}", bytes->size()) : "too big", PrintableText(name));
+    const auto summary = bytes ? MacDatabaseSummary(std::as_bytes(std::span(*bytes))) : std::nullopt;
+    fmt::print("{:>8}  {}{}\n", bytes ? fmt::format("{}", bytes->size()) : "too big", PrintableText(name),
+               summary ? "  (" + *summary + ")" : "");
   }
   return kExitStarted;
 }

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
@@ -45,7 +46,9 @@ class BootRun {
     request_.legacyBootStatus = arguments.legacyStatus.value_or(EFI_SUCCESS);
     request_.debugMask = arguments.debugMask;
     request_.faults = arguments.faults;
-    request_.trace = arguments.trace;
+    const auto traces = [&arguments](const char* what) { return std::ranges::count(arguments.trace, what) != 0; };
+    request_.trace = traces("calls");
+    request_.tracePci = traces("pci");
     HearPolicy();
     OpenLog();
     CheckJson();

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+
 #include "sim/cli/commands.h"
 #include "sim/cli/terminal.h"
 #include "sim/firmware/fault_script.h"
@@ -70,7 +72,11 @@ void AddBoot(CLI::App& app, BootArguments& boot, int& status) {
   command.add_option("--variables", boot.variables, "Write all variables at the end, volatile ones too, there")
       ->type_name("DIR");
   command.add_option("--json", boot.json, "Write the result as JSON there; - for standard output")->type_name("FILE");
-  command.add_flag("--trace", boot.trace, "Log the driver's calls that have an effect, in lines that begin with FW");
+  command
+      .add_flag("--trace{calls}", boot.trace,
+                "Log the driver's calls that have an effect, in lines that begin with FW; with pci behind it, its "
+                "accesses to network controllers' registers")
+      ->check(CLI::IsMember({"calls", "pci"}));
   CLI::Option* execute =
       command.add_flag("--execute", boot.execute,
                        "Run loaders and drivers found on the server's media for real; no sandbox for hostile code");
@@ -260,6 +266,22 @@ void AddPolicy(CLI::App& app, PolicyArguments& policy, int& status) {
                   "Decode the record of each policy, or the one that a state folder keeps");
 }
 
+// The command line with "--trace pci" as one word: a flag takes no word behind it, so that the description may stand
+// there. Another program's words, behind --, stay as they are.
+std::vector<std::string> JoinedWords(int argc, char** argv) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  const auto end = std::ranges::find(words, "--");
+  const auto trace = std::adjacent_find(words.begin(), end, [](const std::string& flag, const std::string& what) {
+    return flag == "--trace" && (what == "pci" || what == "calls");
+  });
+  if (trace != end) {
+    *trace += "=" + *(trace + 1);
+    words.erase(trace + 1);
+    return words;
+  }
+  return words;
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char** argv) {
@@ -277,7 +299,9 @@ int RunCommandLine(int argc, char** argv) {
   AddExplain(app, arguments.explain, status);
   AddPolicy(app, arguments.policy, status);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = JoinedWords(argc, argv);
+    std::ranges::reverse(words);  // as the library takes them
+    app.parse(words);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitStarted : kExitWrong;
   } catch (const std::exception& error) {  // of a description, a state or a host file

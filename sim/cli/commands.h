@@ -27,7 +27,7 @@ struct BootArguments {
   std::filesystem::path variables;  // folder for those at the end; empty: none
   std::string json;                 // a file, "-" for standard output, empty: none
   std::uint64_t debugMask = 0x80000046;
-  bool trace = false;
+  std::vector<std::string> trace;  // "calls", "pci"
   bool execute = false;
   std::optional<EFI_STATUS> loaderStatus;
   std::optional<EFI_STATUS> legacyStatus;

@@ -10,6 +10,7 @@
 #include "platform/setup_variable.h"
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/load_option_text.h"
+#include "sim/cli/mac_variables.h"
 #include "sim/cli/policy_variables.h"
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/services/device_path_kinds.h"
@@ -179,6 +180,9 @@ std::vector<std::string> DecodeVariable(const Variable& variable) {
     }
   }
   if (auto lines = DecodePolicyVariable(variable)) {
+    return *lines;
+  }
+  if (auto lines = DecodeMacVariable(variable)) {
     return *lines;
   }
   const bool option = variable.guid == gEfiGlobalVariableGuid && IsLoadOptionName(variable.name);

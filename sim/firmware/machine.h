@@ -119,6 +119,10 @@ class Machine {
   void SetTrace(std::function<void(const std::string& call)> trace) { trace_ = std::move(trace); }
   bool Tracing() const { return trace_ != nullptr && running_ && CurrentOwner() == driver_; }
   void Trace(const std::string& call) const { trace_(call); }
+  // The driver's accesses to network controllers' registers, in a line each.
+  void SetPciTrace(std::function<void(const std::string& access)> trace) { pciTrace_ = std::move(trace); }
+  bool TracingPci() const { return pciTrace_ != nullptr && CurrentOwner() == driver_; }
+  void TracePci(const std::string& access) const { pciTrace_(access); }
 
   // The image whose blocks the outcome's leaks are looked for, and the data sections that hold its variables.
   void SetDriver(EFI_HANDLE owner, std::vector<MemoryExtent> data);
@@ -201,6 +205,7 @@ class Machine {
   std::vector<MemoryExtent> roots_;
 
   std::function<void(const std::string& call)> trace_;
+  std::function<void(const std::string& access)> pciTrace_;
   Ticks timeLimit_ = kTimeLimit;
   std::uint64_t stepLimit_ = kStepLimit;
   std::function<bool()> idle_;

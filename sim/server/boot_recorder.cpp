@@ -64,6 +64,9 @@ void BootRecorder::Connect(MachineParts& parts, bool transport) {
   if (request_.trace && request_.onTraffic) {
     machine_.SetTrace([this](const std::string& call) { request_.onTraffic("FW " + call); });
   }
+  if (request_.tracePci && request_.onTraffic) {
+    machine_.SetPciTrace([this](const std::string& access) { request_.onTraffic("FW " + access); });
+  }
   if (request_.onConsole) {
     parts.Console().SetEcho(request_.onConsole);
   }

@@ -80,7 +80,7 @@ struct KindTable {
 const KindTable kKindTables[] = {
     {"sata", {kAhci}},  {"ide", {kIde}},         {"namespace", {kNvme}},  {"scsi", {kSas, kRaid}},
     {"floppy", {kIsa}}, {"usb", {kEhci, kXhci}}, {"function", {kBridge}},
-    {"lun", {kFibre, kVirtualHba}}, {"iscsi", {kNetwork, kVirtualNic, kIscsi}},
+    {"lun", {kFibre, kVirtualHba}}, {"iscsi", {kNetwork, kVirtualNic, kIscsi}}, {"nvm", {kNetwork}},
 };
 
 // TOML hangs a table on the function that was begun last, which is easily another one than its writer meant.
@@ -210,6 +210,7 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   function.subsystemId = static_cast<std::uint16_t>(table.Integer("subsystem_id", 0, 0, 0xFFFF));
   function.classCode = static_cast<std::uint32_t>(table.Integer("class_code", kKinds[kind].classCode, 0, 0xFFFFFF));
   function.embedded = table.Boolean("embedded", false);
+  function.memory = table.Boolean("memory", true);
   const bool onBoardNetwork = function.embedded && function.classCode >> 16 == PCI_CLASS_NETWORK;
   function.boardClass = kBoardClasses[table.Word("board_port", {"none", "lom", "storage"}, onBoardNetwork ? 1 : 0)];
   function.legacyBoot = table.Boolean("legacy_boot", true);
@@ -221,8 +222,29 @@ PciFunction DeviceReader::Function(TableReader& table) const {
   function.controllerName = Utf16OfText(table.Text("controller_name"));
   FailForOtherKindsTables(table, kind);
   function.controller = ReadController(kind, table);
+  if (auto nvm = table.Table("nvm")) {
+    const auto& network = std::get<NetworkController>(function.controller);
+    function.bars.push_back(AdapterMemory(ReadNvm(*nvm, function.function, network.ports.at(0).mac)));
+  }
   table.Finish();
   return function;
+}
+
+SlotTold Told(TableReader& table) {
+  SlotTold told;
+  told.kind = static_cast<std::uint8_t>(table.Integer("kind", told.kind, 0, 255));
+  if (table.Has("name")) {
+    told.name = Utf16OfText(table.Text("name"));
+  }
+  const auto id = [&table](const char* key) -> std::optional<std::uint16_t> {
+    const auto value = table.OptionalInteger(key, 0, 0xFFFF);
+    return value ? std::optional(static_cast<std::uint16_t>(*value)) : std::nullopt;
+  };
+  told.vendorId = id("vendor_id");
+  told.deviceId = id("device_id");
+  told.subsystemVendorId = id("subsystem_vendor_id");
+  told.subsystemId = id("subsystem_id");
+  return told;
 }
 
 PciSlot DeviceReader::Slot(TableReader& table) const {
@@ -230,6 +252,7 @@ PciSlot DeviceReader::Slot(TableReader& table) const {
   slot.number = static_cast<std::uint8_t>(table.RequiredInteger("number", 1, kSlotPlaces.size()));
   slot.enabled = table.Boolean("enabled", true);
   slot.riser = table.Boolean("riser", false);
+  slot.told = Told(table);
   for (TableReader& element : table.Tables("function")) {
     const std::size_t port = element.Integer("root_port", 0, 0, kRiserPorts - 1);
     slot.functions[port].push_back(Function(element));

@@ -52,6 +52,9 @@ NetworkController ReadNetwork(TableReader& table, const DriveReader& drives, boo
   port.ipv6 = table.Boolean("ipv6", boots);
   port.bootMacNode = table.Boolean("boot_mac_node", false);
   port.boot.imageFile = drives.ReadFile(table, "boot_file");
+  const std::size_t identifiers = table.Word("nii", {"current", "old", "both", "none"}, 0);
+  port.identifier = identifiers == 0 || identifiers == 2;
+  port.oldIdentifier = identifiers == 1 || identifiers == 2;
   port.iscsi = ReadDevices<IscsiLun>(table, "iscsi", [&drives](TableReader& element, IscsiLun& unit) {
     unit.target = element.RequiredText("target");
     if (unit.target.size() > kLongestIscsiName) {
@@ -62,6 +65,20 @@ NetworkController ReadNetwork(TableReader& table, const DriveReader& drives, boo
     unit.drive = drives.ReadDrive(element, false);
   });
   return {{std::move(port)}};
+}
+
+AdapterNvm ReadNvm(TableReader& table, std::uint8_t function, const decltype(NetworkPort::mac)& mac) {
+  AdapterNvm nvm;
+  nvm.family = static_cast<NvmFamily>(table.RequiredWord("family", {"i350", "x540", "x710"}));
+  nvm.port = static_cast<std::uint8_t>(table.Integer("port", function % 4U, 0, 3));
+  nvm.mac = mac;
+  nvm.blank = table.Boolean("blank", false);
+  nvm.done = table.Boolean("done", true);
+  nvm.doneAfter = static_cast<std::uint32_t>(table.Integer("done_after", 0, 0, 100'000));
+  nvm.pointer = static_cast<std::uint16_t>(table.Integer("pointer", nvm.pointer, 0, 0xFFFF));
+  nvm.relative = static_cast<std::uint16_t>(table.Integer("relative", nvm.relative, 0, 0xFFFF));
+  table.Finish();
+  return nvm;
 }
 
 }  // namespace sim

@@ -41,6 +41,7 @@ struct BootRequest {
   EFI_STATUS legacyBootStatus = EFI_SUCCESS;  // an error: LegacyBoot answers it; else it ends the boot
   std::uint64_t debugMask = 0x80000046;
   bool trace = false;                                      // the driver's calls with an effect are told onTraffic too
+  bool tracePci = false;                                   // and its accesses to network controllers' registers
   std::vector<std::string> faults;                         // in FaultScript's words, or a BMC fault's
   std::function<void(const std::string& line)> onLogLine;  // as the debug text leaves the serial port
   std::function<void(const std::string& step)> onStep;     // as the driver begins it
