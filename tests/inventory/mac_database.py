@@ -58,11 +58,14 @@ class Server:
         self.functions = []  # (bus, device, function number, table)
         self.ranges = {}  # slot: (secondary, subordinate)
         slots = description.get("slot", [])
-        for place, root in enumerate(description["root_bridge"]):
+        for root in description["root_bridge"]:
             first = root.get("first_bus", 0)
-            ports = [{"kind": "bridge", "device": ROOT_PORTS[slot["number"]][1], "number": ROOT_PORTS[slot["number"]][2],
-                      "function": slot.get("function", []), "slot": slot["number"]}
-                     for slot in slots if ROOT_PORTS[slot["number"]][0] == first and slot.get("enabled", True)]
+            ports = []
+            for slot in slots:
+                bus, device, number = ROOT_PORTS[slot["number"]]
+                if bus == first and slot.get("enabled", True):
+                    ports.append({"kind": "bridge", "device": device, "number": number,
+                                  "function": slot.get("function", []), "slot": slot["number"]})
             self.last = first
             self.walk(root.get("function", []) + ports, first)
         self.slots = [self.told(slot) for slot in sorted(slots, key=lambda slot: slot["number"])]
@@ -167,7 +170,6 @@ def expected(description):
     return (bytes(header) + b"".join(records)).ljust(size, b"\0"), lom
 
 
-BLANK, NEVER = ", blank = true }", ", done = false }"
 SECOND_BOARD = """
 [[root_bridge.function]]
 kind = "bridge"
@@ -183,18 +185,18 @@ nvm = { family = "i350" }
 [[root_bridge]]
 uid = 1
 """
-# Name, texts to be replaced everywhere they stand (old, new), messages that the log must hold.
+# Name, texts to be replaced everywhere they stand (old, new), messages that the log must hold, arguments of the boot.
 ROWS = [
     ("as_it_stands", [], ["Slot:  MacDBOffset = 0x00000190,    Slot Entry = 76, Interface ID = 0x0001   "
                           "MacAddress=  02:00:00:10:00:01", "SlotswithNics = 5"]),
-    ("blank", [('nvm = { family = "i350" }', 'nvm = { family = "i350"' + BLANK)], ["ERROR: GetMacAddress().EFI_NOT_FOUND"]),
+    ("blank", [('family = "i350" }', 'family = "i350", blank = true }')], ["ERROR: GetMacAddress().EFI_NOT_FOUND"]),
     ("never_done", [(f'family = "{family}"', f'family = "{family}", done = false') for family in PATIENCE],
      ["ERROR: GetMacAddress().PciIo->PollMem = EFI_TIMEOUT", "PollMem - Done bit did not go high.",
       "ERROR: ReadXl710EEProm = EFI_NOT_FOUND", "gTotalEEPROMDevices = 0"]),
     ("late_in_time", [("done_after = 3", "done_after = 1000"), ('"x540"', '"x540", done_after = 1')], []),
     ("late", [("done_after = 3", "done_after = 1001"), ("done_after = 1 ", "done_after = 2 ")], []),
     ("memory_off", [('nvm = {', 'memory = false\nnvm = {'), ("memory = false\nmac", "mac")], []),
-    ("other_port", [("done_after = 3", "port = 1"), ('device = 0\ndevice_id = 0x1583', 'device = 0\nnumber = 5\ndevice_id = 0x1583')],
+    ("other_port", [("done_after = 3", "port = 1"), ("device_id = 0x1583", "number = 5\ndevice_id = 0x1583")],
      ["MacAddress Offset:   = 0x024e"]),
     ("pointers_wrap", [("pointer = 0x0200, relative = 0x0031", "pointer = 0x0048, relative = 0x7000")], []),
     ("old_drivers", [('nii = "both"', 'nii = "old"')], ["OldNii MAC address of Interface 0 : 2:0:0:30:0:1:", "Slot:2"]),
@@ -217,18 +219,22 @@ ROWS = [
     ("no_slot_information", [("[setup]", "[platform]\nslot_info = false\n[setup]")],
      ["Failed locating PciSlotInfo = EFI_NOT_FOUND",
       "GET_MAC_ADDRESS_FROM_NII_PROTOCOL API failed! Status = EFI_NOT_FOUND"]),
-    ("no_files", [("[setup]", "[bmc]\nfiles = false\n[setup]")], ["The BMC does not take MacDB.bin = EFI_DEVICE_ERROR"]),
+    # In the middle of the file: the restart writes it whole.
+    ("power_cut", [("nvm = {", "memory = false\nnvm = {"), ("memory = false\nmac", "mac")], [],
+     "--boots", "2", "--fault", "power bmc-exchange 5"),
+    ("no_files", [("[setup]", "[bmc]\nfiles = false\n[setup]")],
+     ["The BMC does not take MacDB.bin = EFI_DEVICE_ERROR"]),
 ]
 for xl710 in (0x1589, 0x158B):
     ROWS.append((f"device_{xl710:04x}", [("0x1583", f"0x{xl710:04X}"), ("0x0999", "0x020B")],
                  ["An XL710 2 port in Slot:5, Skipping it"]))
-for old, device, subvendor, subsystem, message in (
-        (0x10FB, 0x10FB, BOARD, 0x00BF, "An X540 10 Gbps 2 port NIC in Slot:1"),
-        (0x10FB, 0x1528, BOARD, 0x00BF, "An X540 10 GBase-T in Slot:1"),
-        (0x10FB, 0x1563, BOARD, 0x01A2, "An X520 in Slot:1")):
+for device, subvendor, subsystem, message in (
+        (0x10FB, BOARD, 0x00BF, "An X540 10 Gbps 2 port NIC in Slot:1"),
+        (0x1528, BOARD, 0x00BF, "An X540 10 GBase-T in Slot:1"),
+        (0x1563, BOARD, 0x01A2, "An X520 in Slot:1")):
     ROWS.append((f"adapter_{device:04x}_{subsystem:04x}",
-                 [(f"device_id = 0x10FB\nsubsystem_vendor_id = 0x8086\nsubsystem_id = 0x000C",
-                   f"device_id = 0x{device:04X}\nsubsystem_vendor_id = 0x{subvendor:04X}\nsubsystem_id = 0x{subsystem:04X}")],
+                 [("device_id = 0x10FB", f"device_id = 0x{device:04X}"), ("0x000C", f"0x{subsystem:04X}"),
+                  ("subsystem_vendor_id = 0x8086", f"subsystem_vendor_id = 0x{subvendor:04X}")],
                  [message]))
 
 
@@ -243,13 +249,14 @@ def decoding_faults(log, description):
     return [f"{place} decodes memory: {value}" for place, value in left.items() if value != told[place]]
 
 
-def boot(sim, text, image, source):
+def boot(sim, text, image, arguments):
     """What a boot leaves: the BMC's file, the variables by name, the log."""
     with tempfile.TemporaryDirectory() as folder:
         place = Path(folder)
         (place / "server.toml").write_text(text)
         command = [sim, "boot", place / "server.toml", "--state", place / "state", "--log", place / "log", "--trace",
-                   "pci", "--variables", place / "variables", "--quiet"] + (["--image", image] if image else [])
+                   "pci", "--variables", place / "variables", "--quiet", *arguments]
+        command += ["--image", image] if image else []
         ended = subprocess.run([*map(str, command)], stdin=subprocess.DEVNULL, capture_output=True, text=True)
         if ended.returncode != 0:
             return None, {}, f"exit status {ended.returncode}: {ended.stdout}{ended.stderr}"
@@ -260,7 +267,7 @@ def boot(sim, text, image, source):
 
 
 def faults(row, sim, image, source):
-    name, edits, messages = row
+    name, edits, messages, *arguments = row
     text = (source / "examples/network_adapters.toml").read_text()
     for old, new in edits:
         if old not in text:
@@ -268,7 +275,7 @@ def faults(row, sim, image, source):
         text = text.replace(old, new)
     description = tomllib.loads(text)
     database, lom = expected(description)
-    file, variables, log = boot(sim, text, image, source)
+    file, variables, log = boot(sim, text, image, arguments)
     wrong = [f"no message {message!r}" for message in messages if message not in log]
     if not description.get("bmc", {}).get("files", True):
         file = database
@@ -282,7 +289,8 @@ def faults(row, sim, image, source):
         wrong.append(f"variables\n  are    {variables}\n  wanted {wanted}")
     if "API failed" not in "".join(messages) and "MacDB" not in variables:
         wrong.append(f"no database: {log[-2000:]}")
-    return [f"{name}{' with the image' if image else ''}: {fault}" for fault in wrong + decoding_faults(log, description)]
+    wrong += decoding_faults(log, description)
+    return [f"{name}{' with the image' if image else ''}: {fault}" for fault in wrong]
 
 
 def main(source, sim):
