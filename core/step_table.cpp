@@ -94,7 +94,7 @@ constexpr StepRow kRows[] = {
     Row<RunDrivers>(),                                   // the Driver#### options of DriverOrder
     Row<InitConVars>(),                                  // ConOut, ConIn and ErrOut from what was found
     Row<ShadowAllLegacyOptionRoms>(),                    // the CSM shadows the legacy option ROMs
-    Row<MACAddressInfoInitialize>(),                     // MAC addresses of network adapters; not built yet
+    Row<MACAddressInfoInitialize>(),                     // MAC addresses of network adapters
     Row<SignalAllDriversConnectedEvent>(),               // tells the platform that all drivers are connected
     Row<CheckDriverHealth>(),                            // repairs, configures and reconnects unhealthy controllers
     Row<LsiUefiRequirementForHwraid>(),                  // the health of RAID controllers
