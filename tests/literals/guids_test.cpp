@@ -216,6 +216,7 @@ TEST(Guids, VariablesAndNodesOfThisPlatform) {
       {"9DAE27E6-9CC9-4972-BCDB-824573A2C2F6", kPolicyVariablesGuid},
       {"9DAE27E6-9CC9-4972-BCDB-824573A2C2F6", bds::kBootOptionRestoredGuid},
       {"842680F2-1A9C-48E6-A433-BE9ACB0DD438", bds::kIpmiVariablesGuid},
+      {"3DD0DE67-02D7-412C-974A-A0CCDDEEEEEE", bds::kMacDatabaseGuid},
       {"A56074DB-65FE-45F7-BD21-2D2BDD8E9652", bds::kLegacyDevOrderGuid},
       {"8F4B8F82-9B91-4028-86E6-F4DB7D4C1DFF", bds::kStringPackageListGuid},
       {"5023B95C-DB26-429B-A648-BD47664C8012", bds::kBuiltInApplicationGuid},
