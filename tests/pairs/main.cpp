@@ -9,10 +9,10 @@ namespace {
 
 // Tried by the quick form too, whatever it samples: each found a fault once.
 constexpr const char* kAlwaysTried[] = {
-    "settled/efi-none/late:5200x1@13/nothing",
-    "settled/efi-none/late:6000x1@8/nothing",
-    "settled/efi-none/no-answer:2@9/nothing",
-    "fresh/efi-none/refuse-open:5/nothing",
+    "settled/efi-none/late:5200x1@24/nothing",
+    "settled/efi-none/late:6000x1@19/nothing",
+    "settled/efi-none/no-answer:2@20/nothing",
+    "fresh/efi-none/refuse-open:6/nothing",
     "fresh/efi-once//nothing",
     "foreign/efi-once/call GetVariable 20 EFI_DEVICE_ERROR/nothing",
     "settled/efi-once//install",

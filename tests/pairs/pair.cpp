@@ -176,7 +176,7 @@ void Bench::ListFaults() {
     for (const char* once : kBmc) faults_.push_back(fmt::format("{}@{}", once, nth));
     for (const char* always : kAlways) faults_.push_back(fmt::format("{}@{}", always, nth));
   }
-  for (const unsigned opens : {2, 3, 4, 5, 6, 7}) faults_.push_back(fmt::format("refuse-open:{}", opens));
+  for (const unsigned opens : {2, 3, 4, 5, 6, 7, 8}) faults_.push_back(fmt::format("refuse-open:{}", opens));
   for (const char* kind : {"nvram", "bmc-exchange"}) {
     for (std::uint64_t nth = 1; nth <= counts_[kind]; ++nth) faults_.push_back(fmt::format("power {} {}", kind, nth));
   }
