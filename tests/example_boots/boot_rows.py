@@ -105,7 +105,7 @@ ROWS = (
     as_it_stands("policy_network", SHELL, copies=True),
     as_it_stands("policy_removable", DISK, copies=True),
     as_it_stands("network_adapters", SHELL, copies=True,
-                 kept=("MacDB", "LOMInterface0", "LOMInterface1", "LOMInterface2", "LOMInterface3")),
+                 written=("MacDB", "LOMInterface0", "LOMInterface1", "LOMInterface2", "LOMInterface3")),
     # Requests of the BMC for one boot: the next one follows the old order.
     legacy_request("pxe", "pxe", "SIM 10G port 0", DISK, gone=("IpmiBootFlags", "BootOrderBeforeIpmiBoot")),
     legacy_request("pxe_persistent", "pxe --persistent", "SIM 10G port 0", "SIM 10G port 0", order=False,
