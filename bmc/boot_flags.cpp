@@ -39,7 +39,7 @@ void DecodeBootFlags(const BootFlags& flags) {
 
 void ForgetStoredRequest() {
   if (VariableExists(kIpmiBootFlagsName, kIpmiVariablesGuid)) {
-    static_cast<void>(DeleteVariable(kIpmiBootFlagsName, kIpmiVariablesGuid));
+    static_cast<void>(DeleteVariableFirmly(kIpmiBootFlagsName, kIpmiVariablesGuid));
   }
 }
 
@@ -76,13 +76,14 @@ bool RequestIsPending(IpmiTransport& transport) {
   return true;
 }
 
-// Takes a valid request over: decoded, kept in NVRAM when it is persistent, acknowledged and cleared at the BMC.
+// Takes a valid request over: decoded, kept in NVRAM when it is persistent, acknowledged and cleared at the BMC. A
+// persistent one that NVRAM refuses is left at the BMC, where the next boot finds it again.
 bool TakeRequest(IpmiTransport& transport, const BootFlags& flags) {
   DecodeBootFlags(flags);
-  if (gBmc.IpmiPersistent) {
-    gBmc.IpmiPersistent = KeepIpmiVariable(kIpmiBootFlagsName, AsBytes(flags));  // what is not kept holds once
-  } else {
+  if (!gBmc.IpmiPersistent) {
     ForgetStoredRequest();
+  } else if (!KeepIpmiVariable(kIpmiBootFlagsName, AsBytes(flags))) {
+    return true;
   }
   constexpr UINT8 kAcknowledge[] = {kBootInfoAcknowledge, kBiosBit, 0};
   if (const EFI_STATUS status = WriteParameter(transport, kAcknowledge); EFI_ERROR(status)) {

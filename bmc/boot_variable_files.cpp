@@ -1,5 +1,6 @@
 #include "bmc/boot_variable_files.h"
 
+#include "bmc/state.h"
 #include "support/debug_print.h"
 #include "support/setup.h"
 
@@ -18,7 +19,11 @@ OptionFileName BootOptionFileName(UINT16 number) {
 
 bool BeginCopyStep(const char* title) {
   SetupVariable setup;
-  if (EFI_ERROR(ReadSetup(setup)) || setup.At(kSetupUefiMode) == 0) {
+  if (EFI_ERROR(ReadSetup(setup))) {
+    gBmc.Copies = BOOT_COPIES::NotRestored;
+    return false;
+  }
+  if (setup.At(kSetupUefiMode) == 0) {
     return false;
   }
   DebugPrintText(title);

@@ -16,7 +16,8 @@ struct OptionFileName {
 };
 [[nodiscard]] OptionFileName BootOptionFileName(UINT16 number);
 
-// True when Setup asks for UEFI boot mode: there are copies in that mode only. Logs the step's title then.
+// True when Setup asks for UEFI boot mode: there are copies in that mode only. Logs the step's title then. When Setup
+// cannot be read, the copies are as good as not restored, and not replaced on this boot.
 [[nodiscard]] bool BeginCopyStep(const char* title);
 
 // Reads a file of the BMC, a second time when the first said nothing about it; a BMC that is twice silent has had its

@@ -1,4 +1,5 @@
-// What a boot that saves the boot variables to the BMC leaves in NVRAM for the next one: notes that are there or not.
+// What a boot that saves the boot variables to the BMC, or restores them, leaves in NVRAM for the next one: notes that
+// are there or not.
 #pragma once
 
 #include "platform/uefi_base.h"
@@ -9,6 +10,8 @@ namespace bds {
 inline constexpr CHAR16 kSafeRebootMade[] = u"BmcSafeRebootMade";
 // The file of the order was begun and could not be finished, so that it may be empty or not there beside its options.
 inline constexpr CHAR16 kOrderFileUnfinished[] = u"BmcOrderFileUnfinished";
+// NVRAM refused an option of a restore, which is tried once more.
+inline constexpr CHAR16 kOptionRefused[] = u"BmcOptionRefused";
 
 // EFI_SUCCESS when it is there, EFI_NOT_FOUND when it is not; otherwise nothing can be said.
 [[nodiscard]] EFI_STATUS ReadNote(const CHAR16* note);

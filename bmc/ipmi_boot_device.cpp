@@ -141,7 +141,12 @@ EFI_STATUS ApplyIpmiBootDevice(UINT16 BbsType, UINT16 NodeType, UINT16 NodeSubTy
   if (!gBmc.IpmiEfiBoot) {
     SaveMatchedBootOption(*selected);
   }
-  SaveCurrentBootorder();  // which also sorts the list on a standalone server: OrderLegacyType walks it in that order
+  // This also sorts the list on a standalone server: OrderLegacyType walks it in that order.
+  if (!SaveCurrentBootorder()) {
+    DebugPrint("%a:The boot order cannot be kept for the next boot, the request is not followed\n",
+               "ApplyIpmiBootDevice");
+    return EFI_ABORTED;
+  }
   selected->Priority = 0;
   selected->Tag = kRequestTag;
   if (selected->BbsEntry != nullptr) {

@@ -6,7 +6,7 @@
 namespace bds {
 
 bool KeepIpmiVariable(const CHAR16* name, Bytes data) {
-  const EFI_STATUS status = WriteVariable(name, kIpmiVariablesGuid, kNonVolatileBoot, data);
+  const EFI_STATUS status = WriteVariableFirmly(name, kIpmiVariablesGuid, kNonVolatileBoot, data);
   if (EFI_ERROR(status)) {
     DebugPrint("%a:Failed writing %s:%r\n", "KeepIpmiVariable", name, status);
   }

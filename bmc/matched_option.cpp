@@ -23,7 +23,7 @@ EFI_STATUS PutBack(Bytes record) {
     return status == EFI_NOT_FOUND ? EFI_SUCCESS : status;
   }
   return IsSameLoadOption(present.Bytes(), reader.Rest())
-             ? WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, reader.Rest())
+             ? WriteVariableFirmly(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, reader.Rest())
              : EFI_SUCCESS;
 }
 
@@ -50,7 +50,7 @@ void SaveMatchedBootOption(const BOOT_OPTION& option) {
 void RestoreMatchedBootOption() {
   PoolBuffer saved;
   if (!EFI_ERROR(ReadVariable(kSavedBootOptionName, kIpmiVariablesGuid, saved)) && !EFI_ERROR(PutBack(saved.Bytes()))) {
-    static_cast<void>(DeleteVariable(kSavedBootOptionName, kIpmiVariablesGuid));
+    static_cast<void>(DeleteVariableFirmly(kSavedBootOptionName, kIpmiVariablesGuid));
   }
 }
 

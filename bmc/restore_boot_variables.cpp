@@ -3,6 +3,7 @@
 // A BMC that says nothing about a file is not taken for one without it: what was not restored is not replaced either.
 #include "bmc/boot_variable_files.h"
 #include "bmc/bt_file.h"
+#include "bmc/copy_notes.h"
 #include "bmc/restored_marker.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
@@ -20,23 +21,23 @@ bool IsTornCopyOf(Bytes file, Bytes variable) {
 }
 
 // Writes one variable from the whole units of its file, unless NVRAM holds the whole of what the file holds a part of.
-// One refused write is tried again: with the marker behind it there is no later boot to do it.
 EFI_STATUS RestoreVariable(const CHAR16* name, Bytes file, UINTN unit) {
   PoolBuffer present;
   if (!EFI_ERROR(ReadVariable(name, gEfiGlobalVariableGuid, present)) && IsTornCopyOf(file, present.Bytes())) {
     return EFI_SUCCESS;
   }
   const Bytes whole = file.first(file.size() - file.size() % unit);
-  const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, whole);
-  return EFI_ERROR(status) ? WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, whole) : status;
+  return WriteVariableFirmly(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, whole);
 }
 
 void RestoreOption(UINT16 number) {
   const OptionFileName name = BootOptionFileName(number);
   PoolBuffer file;
+  const PoolWatch watch;
   const BmcFile copy = ReadCopy(name.Text, file);
-  // A file that cannot be had is skipped for good, but one that was not asked for is left to the next boot.
-  if (copy == BmcFile::Unknown && BtAllowanceIsSpent()) {
+  // A file that cannot be had is skipped for good, but one that was not asked for, or had no room, is left to the next
+  // boot.
+  if (copy == BmcFile::Unknown && (BtAllowanceIsSpent() || watch.Exhausted())) {
     gBmc.Copies = BOOT_COPIES::NotRestored;
   }
   DebugPrint("\n UEFIBoot: Read %a file, size = %xh \n", name.Text, file.Size);
@@ -47,6 +48,7 @@ void RestoreOption(UINT16 number) {
   }
   const EFI_STATUS status = RestoreVariable(BootVariableName(number), file.Bytes(), 1);
   if (EFI_ERROR(status)) {
+    gBmc.Copies = gBmc.Copies == BOOT_COPIES::MayBeReplaced ? BOOT_COPIES::OptionRefused : gBmc.Copies;
     DebugPrint("\n UEFIBoot: set [ BootStr ] variable failed! Status: 0x%lx\n", status);
   }
 }
@@ -54,7 +56,7 @@ void RestoreOption(UINT16 number) {
 void MarkRestored() {
   constexpr UINT16 kRestored = 1;
   const EFI_STATUS status =
-      WriteVariable(kBootOptionRestoredName, kBootOptionRestoredGuid, kNonVolatileBoot, AsBytes(kRestored));
+      WriteVariableFirmly(kBootOptionRestoredName, kBootOptionRestoredGuid, kNonVolatileBoot, AsBytes(kRestored));
   if (EFI_ERROR(status)) {
     DebugPrint("\n UEFIBoot: set [ BootOptionRestored ] variable failed! Status: 0x%lx\n", status);
   }
@@ -76,6 +78,21 @@ BOOT_COPIES RestoreOrder(PoolBuffer& order) {
   return BOOT_COPIES::MayBeReplaced;
 }
 
+// What NVRAM refuses is restored by the next boot, but by no further one: it may never fit, and each restore undoes
+// what the user changed since.
+void GiveUpWhatIsRefusedAgain() {
+  if (gBmc.Copies == BOOT_COPIES::OptionRefused) {
+    if (EFI_ERROR(ReadNote(kOptionRefused))) {
+      static_cast<void>(LeaveNote(kOptionRefused));
+      return;
+    }
+    gBmc.Copies = BOOT_COPIES::MayBeReplaced;
+  }
+  if (gBmc.Copies == BOOT_COPIES::MayBeReplaced) {
+    RemoveNote(kOptionRefused);
+  }
+}
+
 }  // namespace
 
 void RestoreEfiBootVariablesFromBMC() {
@@ -83,8 +100,15 @@ void RestoreEfiBootVariablesFromBMC() {
     return;
   }
   DebugPrint("\n UEFIBoot: Geting BootOrder variable ....");
-  if (VariableExists(kBootOptionRestoredName, kBootOptionRestoredGuid)) {
+  PoolBuffer marker;
+  const EFI_STATUS marked = ReadVariable(kBootOptionRestoredName, kBootOptionRestoredGuid, marker);
+  if (!EFI_ERROR(marked)) {
     DebugPrint("\n UEFIBoot: EFI BootOptionRestored variable is detected, no need to restore it \n");
+    return;
+  }
+  if (marked != EFI_NOT_FOUND) {
+    DebugPrint("%a:BootOptionRestored cannot be read:%r\n", "RestoreEfiBootVariablesFromBMC", marked);
+    gBmc.Copies = BOOT_COPIES::NotRestored;
     return;
   }
   PoolBuffer order;
@@ -93,6 +117,7 @@ void RestoreEfiBootVariablesFromBMC() {
     return;
   }
   ForEachNumber(order.Bytes(), RestoreOption);
+  GiveUpWhatIsRefusedAgain();
   if (gBmc.Copies == BOOT_COPIES::MayBeReplaced) {
     MarkRestored();
   }

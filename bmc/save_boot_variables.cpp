@@ -7,6 +7,7 @@
 #include "bmc/bt_file.h"
 #include "bmc/copy_notes.h"
 #include "bmc/pm_timer.h"
+#include "bmc/restored_marker.h"
 #include "bmc/state.h"
 #include "bmc/steps.h"
 #include "support/debug_print.h"
@@ -28,9 +29,18 @@ Saving Refuse(const char* why) {
   return Saving::Refused;
 }
 
+// NVRAM is what the copies are made from: they were restored once.
+bool CopiesWereRestored() {
+  UINT16 marker = 0;
+  UINTN size = 0;
+  return !EFI_ERROR(ReadVariableInto(kBootOptionRestoredName, kBootOptionRestoredGuid,
+                                     std::as_writable_bytes(std::span(&marker, 1)), size));
+}
+
 // No order is on the BMC. Without options either this is the first save; with them somebody damaged the copies, unless
-// it was an earlier save of this server.
-Saving ExamineOptions() {
+// it was an earlier save of this server: one that noted it, or one that lost its power when the file was made and
+// nothing written yet.
+Saving ExamineOptions(bool orderIsEmpty) {
   bool anyPresent = false;
   for (UINT16 number = 1; number <= kProbedOptions; ++number) {
     const OptionFileName name = BootOptionFileName(number);
@@ -46,7 +56,7 @@ Saving ExamineOptions() {
   if (!anyPresent) {
     return Saving::First;
   }
-  if (!EFI_ERROR(ReadNote(kOrderFileUnfinished))) {
+  if (!EFI_ERROR(ReadNote(kOrderFileUnfinished)) || (orderIsEmpty && CopiesWereRestored())) {
     return Saving::Update;
   }
   DebugPrint("\n UEFIBoot: INVALID CONDITION DETECTED. BootOrder var is absent on BMC - but Bootxxxx is present\n");
@@ -55,17 +65,18 @@ Saving ExamineOptions() {
 
 Saving ExamineCopies() {
   constexpr char kNotRestored[] = "Copies not restored yet, keeping them";
-  if (gBmc.Copies == BOOT_COPIES::NotRestored) {
+  if (gBmc.Copies == BOOT_COPIES::NotRestored || gBmc.Copies == BOOT_COPIES::OptionRefused) {
     return Refuse(kNotRestored);
   }
   PoolBuffer order;
-  const BmcFile copy = ReadOrderCopy(order);
-  if (copy == BmcFile::Present) {
+  const BmcFile copy = ReadCopy(kOrderFile, order);
+  const bool empty = copy == BmcFile::Present && order.Size < sizeof(UINT16);
+  if (copy == BmcFile::Present && !empty) {
     RemoveNote(kSafeRebootMade);
     return gBmc.Copies == BOOT_COPIES::Denied ? Refuse(kNotRestored) : Saving::Update;
   }
   DebugPrint("\n UEFIBoot: failed to open %a file \n", kOrderFile);
-  const Saving saving = copy == BmcFile::Missing ? ExamineOptions() : Saving::Refused;
+  const Saving saving = copy == BmcFile::Unknown ? Saving::Refused : ExamineOptions(empty);
   return saving == Saving::First && gBmc.OneTimeRequestInForce
              ? Refuse("The reset would lose the boot request, the first save waits for the next boot")
              : saving;

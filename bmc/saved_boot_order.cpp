@@ -57,8 +57,8 @@ EFI_STATUS WriteMergedOrder(Bytes saved) {
   CopyNewNumbers(order, Until::FirstKnown, known, writer);
   writer.WriteBytes(saved);
   CopyNewNumbers(order, Until::End, known, writer);
-  return WriteVariable(kBootOrderName, gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
-                       {merged.get(), writer.Position()});
+  return WriteVariableFirmly(kBootOrderName, gEfiGlobalVariableGuid, kNonVolatileBootRuntime,
+                             {merged.get(), writer.Position()});
 }
 
 void RestoreOrder() {
@@ -70,30 +70,33 @@ void RestoreOrder() {
   if (usable && EFI_ERROR(WriteMergedOrder(saved.Bytes()))) {
     return;  // kept for the next boot
   }
-  static_cast<void>(DeleteVariable(kSavedBootOrderName, kIpmiVariablesGuid));
+  static_cast<void>(DeleteVariableFirmly(kSavedBootOrderName, kIpmiVariablesGuid));
 }
 
 }  // namespace
 
-void SaveCurrentBootorder() {
+bool SaveCurrentBootorder() {
   if (IsRackZephan() != 0) {
     DebugPrint("SaveCurrentBootorder: System in Zephan mode\n");
-    return;
+    return true;
   }
   SortList(BootOptionList, CompareByPriority);
+  PoolBuffer earlier;
+  if (!EFI_ERROR(ReadVariable(kSavedBootOrderName, kIpmiVariablesGuid, earlier))) {
+    return true;  // an earlier request's, which this boot could not undo: what is in force now is that request's order
+  }
   OrderBuilder order;
   if (const EFI_STATUS status = order.Begin(); EFI_ERROR(status)) {
     DebugPrint("%a:%r\n", "SaveCurrentBootorder", status);
-    return;
+    return false;
   }
   for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {
     if (option->BootOptionNumber != kNoBootOptionNumber) {
       order.Add(option->BootOptionNumber, option->Priority);
     }
   }
-  if (const Bytes numbers = order.Finish(); !numbers.empty()) {
-    KeepIpmiVariable(kSavedBootOrderName, numbers);
-  }
+  const Bytes numbers = order.Finish();
+  return numbers.empty() || KeepIpmiVariable(kSavedBootOrderName, numbers);
 }
 
 void RestoreBootorder() {

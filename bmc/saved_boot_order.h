@@ -4,7 +4,8 @@
 namespace bds {
 
 // Stores the order as this boot would save it without the request, and sorts BootOptionList into it. Nothing, neither
-// of both, on a managed server; nothing is stored when the order in NVRAM cannot be read.
-void SaveCurrentBootorder();
+// of both, on a managed server. An order that an earlier request left there is kept. False when nothing could be
+// stored: NVRAM refuses it, or the order in NVRAM cannot be read.
+[[nodiscard]] bool SaveCurrentBootorder();
 
 }  // namespace bds

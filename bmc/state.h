@@ -9,7 +9,8 @@ namespace bds {
 enum class BOOT_COPIES : UINT8 {
   MayBeReplaced,  // there was nothing to restore, or it was restored
   Denied,         // the BMC said that it has none: one that it then shows was never restored
-  NotRestored,    // not heard, out of time, or NVRAM did not take the order
+  NotRestored,    // not heard, out of time, NVRAM did not take the order, or does not say whether it was done
+  OptionRefused,  // NVRAM did not take an option: they stay for the next boot's restore
 };
 
 // Reset by the entry point.

@@ -27,6 +27,15 @@ PoolPtr<char> FindDeviceName(EFI_HANDLE handle) {
   return name;
 }
 
+// A number that was given anew may be that of a variable which another option is still to be moved from.
+bool WasAnotherLoadedFrom(UINT16 number, const BOOT_OPTION& option) {
+  const BOOT_OPTION* other = BootOptionList.First;
+  while (other != nullptr && (other == &option || other->StoredNumber != number)) {
+    other = other->Next;
+  }
+  return other != nullptr;
+}
+
 }  // namespace
 
 BOOT_OPTION* CreateBootOption(BOOT_OPTION_LIST& list) { return AppendNew(list); }
@@ -45,7 +54,7 @@ void DeleteBootOptionAndVariable(BOOT_OPTION_LIST& list, BOOT_OPTION* option, UI
   if (mode != kDelete) {
     return;
   }
-  if (option->BootOptionNumber < kNoBootOptionNumber) {
+  if (option->BootOptionNumber < kNoBootOptionNumber && !WasAnotherLoadedFrom(option->BootOptionNumber, *option)) {
     static_cast<void>(DeleteVariable(BootVariableName(option->BootOptionNumber), gEfiGlobalVariableGuid));
   }
   DebugPrint("Deleting Boot Option Tag:%x Prio:%x BootOption#:%x\n", option->Tag, option->Priority,

@@ -29,7 +29,8 @@ inline constinit BOOT_DEVICE_LIST& BootDeviceList = gBootOptions.DeviceList;
 [[nodiscard]] BOOT_OPTION* CreateBootOption(BOOT_OPTION_LIST& list);
 // Unlinks the option and frees it with all that it owns; its optional data only when OptionalDataSize is not 0.
 void DeleteBootOption(BOOT_OPTION_LIST& list, BOOT_OPTION* option);
-// Mode 1: deletes the variable Boot#### too, when the option is numbered. Any other mode: nothing.
+// Mode 1: deletes the variable Boot#### too, when the option is numbered and no other one was loaded from it. Any other
+// mode: nothing.
 void DeleteBootOptionAndVariable(BOOT_OPTION_LIST& list, BOOT_OPTION* option, UINTN mode);
 
 // Appends a device and, when it has a handle, names it. Null when the entry lies below index 25 and has no handle in

@@ -21,7 +21,7 @@ class BootVariableReader {
     return status;
   }
   Bytes Image() const { return buffer_.Bytes(); }
-  void Delete() const { static_cast<void>(DeleteVariable(name_, gEfiGlobalVariableGuid)); }
+  void Delete() const { static_cast<void>(DeleteVariableFirmly(name_, gEfiGlobalVariableGuid)); }
 
  private:
   EFI_STATUS ReadNamed() { return ReadVariableIntoBuffer(name_, gEfiGlobalVariableGuid, nullptr, capacity_, buffer_); }

@@ -2,6 +2,7 @@
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/load_option_image.h"
 #include "bootopt/orphan_mask.h"
+#include "bootopt/renumbering.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
 #include "support/variables.h"
@@ -10,10 +11,6 @@ namespace bds {
 namespace {
 
 constexpr char kSave[] = "SaveBootOptions";
-
-bool IsSaved(const BOOT_OPTION& option) {
-  return HasSavablePath(option) && option.BootOptionNumber != kNoBootOptionNumber;
-}
 
 // Room for the image being written and for the one that the store holds, got before anything is written: memory that
 // runs out in between would leave an order of options that are not there.
@@ -54,45 +51,30 @@ bool VariableHolds(UINT16 number, Bytes image, ImageRooms& rooms) {
   return !EFI_ERROR(status) && IsSameLoadOption(room.first(size), image);
 }
 
-bool IsNumberOfAnother(const BOOT_OPTION& option, UINT16 number) {
-  const BOOT_OPTION* other = BootOptionList.First;
-  while (other != nullptr && (other == &option || other->BootOptionNumber != number)) {
-    other = other->Next;
-  }
-  return other != nullptr;
+// The store may refuse to write an option that it holds already, at worst with the attributes and mask of an earlier
+// boot; such an option must not drop out of the order. One that was loaded stands where it was loaded from, or was
+// moved.
+bool IsHeld(const BOOT_OPTION& option, Bytes image, ImageRooms& rooms) {
+  return option.StoredNumber == option.BootOptionNumber || VariableHolds(option.BootOptionNumber, image, rooms);
 }
 
-// The number under which the store holds an option that it refused to write; kNoBootOptionNumber: under none. A full
-// store may hold it already, at worst with the attributes and mask of an earlier boot; such an option must not drop out
-// of the order. One that kept its number is there. One that was numbered anew may be under the new number, or is still
-// under the old one when no other option was or will be saved there.
-UINT16 NumberHeld(const BOOT_OPTION& option, Bytes image, ImageRooms& rooms) {
-  const UINT16 number = option.BootOptionNumber;
-  const UINT16 stored = option.StoredNumber;
-  if (stored == number || VariableHolds(number, image, rooms)) {
-    return number;
-  }
-  const bool there =
-      stored != kNoBootOptionNumber && !IsNumberOfAnother(option, stored) && VariableHolds(stored, image, rooms);
-  return there ? stored : kNoBootOptionNumber;
-}
-
-// Returns the number whose variable now stands for the option; kNoBootOptionNumber when none does.
-UINT16 SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
+// True when its variable stands for the option now.
+bool SaveOption(BOOT_OPTION& option, ImageRooms& rooms) {
   const NumberedName name = BootVariableName(option.BootOptionNumber);
   const Bytes image = TakeImage(option, rooms);
   const EFI_STATUS status = WriteVariable(name, gEfiGlobalVariableGuid, kNonVolatileBootRuntime, image);
   DebugPrint("Setting Boot option#%04x with size %x\n", option.BootOptionNumber, image.size());
   DebugPrint("Description: %S\n", option.Description.get());
   if (!EFI_ERROR(status)) {
-    return option.BootOptionNumber;
+    return true;
   }
   DebugPrint("%a:Writing Boot%04X failed:%r\n", kSave, option.BootOptionNumber, status);
-  return NumberHeld(option, image, rooms);
+  return IsHeld(option, image, rooms);
 }
 
-// Writes the options and puts those that the store holds into the order. False when it holds none.
-bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
+// Writes the options and puts those that the store holds into the order; false when it holds none. Under a number that
+// was kept, because its option could not be moved, nothing is written.
+bool SaveOptions(OrderBuilder& order, const NumberSet& kept, ImageRooms& rooms) {
   bool tried = false;
   bool saved = false;
   for (BOOT_OPTION* option = BootOptionList.First; option != nullptr;) {
@@ -101,8 +83,8 @@ bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
       continue;
     }
     tried = true;
-    if (const UINT16 number = SaveOption(*option, rooms); number != kNoBootOptionNumber) {
-      order.Add(number, option->Priority);
+    if (kept.Contains(option->BootOptionNumber) || SaveOption(*option, rooms)) {
+      order.Add(option->BootOptionNumber, option->Priority);
       saved = true;
     }
     BOOT_OPTION* next = option->Next;
@@ -112,16 +94,6 @@ bool SaveOptions(OrderBuilder& order, ImageRooms& rooms) {
   return saved || !tried;
 }
 
-// Numbers may stand for other options by now, so that the order of before would name the wrong ones: a store that
-// refuses is asked once more.
-EFI_STATUS WriteOrder(Bytes numbers) {
-  const EFI_STATUS status = WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
-  if (!EFI_ERROR(status) || numbers.empty()) {
-    return EFI_SUCCESS;  // that there is none to delete is no failure
-  }
-  return WriteVariable(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
-}
-
 void SaveListAndOrder() {
   OrderBuilder order;
   if (const EFI_STATUS status = order.Begin(); EFI_ERROR(status)) {
@@ -129,16 +101,22 @@ void SaveListAndOrder() {
     return;
   }
   ImageRooms rooms;
-  if (!rooms.Allocate(LargestImageSize())) {
+  NumberSet kept;
+  if (!rooms.Allocate(LargestImageSize()) || !kept) {
     DebugPrint("%a:No memory for the options, nothing is saved\n", kSave);
     return;
   }
-  if (!SaveOptions(order, rooms)) {
+  if (AnyOptionMoves()) {
+    MoveRenumberedOptions({rooms.Image.Data.get(), rooms.Image.Size}, kept);
+  }
+  if (!SaveOptions(order, kept, rooms)) {
     // The store takes nothing: an empty order would throw away the one that it still holds.
     DebugPrint("%a:No option could be written, BootOrder is left unchanged\n", kSave);
     return;
   }
-  if (const EFI_STATUS status = WriteOrder(order.Finish()); EFI_ERROR(status)) {
+  const Bytes numbers = order.Finish();
+  const EFI_STATUS status = WriteVariableFirmly(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
+  if (EFI_ERROR(status) && !numbers.empty()) {  // that there is none to delete is no failure
     DebugPrint("%a:Writing BootOrder failed:%r\n", kSave, status);
   }
 }

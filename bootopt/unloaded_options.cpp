@@ -113,7 +113,8 @@ EFI_STATUS OrderBuilder::Begin() {
   if (const EFI_STATUS status = CompleteUnloadedOptions(); EFI_ERROR(status)) {
     return status;
   }
-  numbers_ = AllocateArray<UINT16>(BootOptionList.Count + gBootOptions.Unloaded.Count);
+  constexpr UINTN kNumbersOfAnOption = 2;
+  numbers_ = AllocateArray<UINT16>(BootOptionList.Count * kNumbersOfAnOption + gBootOptions.Unloaded.Count + 1);
   return numbers_ && seen_ ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
 

@@ -56,11 +56,12 @@ void ForgetUnloadedOptions();
 // number comes once, though BootOrder may list it twice.
 class OrderBuilder {
  public:
-  // Makes room for all of BootOptionList and all that was not loaded, of which it completes the ledger when it has to.
+  // Makes room for two numbers of each option of BootOptionList, one more, and all that was not loaded, of which it
+  // completes the ledger when it has to.
   // The status of CompleteUnloadedOptions, or EFI_OUT_OF_RESOURCES: an order without those numbers would throw them
   // away.
   [[nodiscard]] EFI_STATUS Begin();
-  // Adds the next option; priorities ascend.
+  // Adds the next option; priorities ascend. Behind everything: kUnassigned.
   void Add(UINT16 number, UINT32 priority);
   // The whole order; it lives as long as the builder.
   Bytes Finish();

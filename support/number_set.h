@@ -21,6 +21,8 @@ class NumberSet {
     return true;
   }
 
+  [[nodiscard]] bool Contains(UINT16 number) const { return bits_ && (bits_[number / 8] >> (number % 8) & 1) != 0; }
+
  private:
   PoolPtr<UINT8> bits_;
 };

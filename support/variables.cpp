@@ -52,6 +52,16 @@ EFI_STATUS DeleteVariable(const CHAR16* name, const EFI_GUID& guid) {
   return RuntimeServices()->SetVariable(name, &guid, 0, 0, nullptr);
 }
 
+EFI_STATUS WriteVariableFirmly(const CHAR16* name, const EFI_GUID& guid, UINT32 attributes, Bytes data) {
+  const EFI_STATUS status = WriteVariable(name, guid, attributes, data);
+  return EFI_ERROR(status) ? WriteVariable(name, guid, attributes, data) : status;
+}
+
+EFI_STATUS DeleteVariableFirmly(const CHAR16* name, const EFI_GUID& guid) {
+  const EFI_STATUS status = DeleteVariable(name, guid);
+  return EFI_ERROR(status) && status != EFI_NOT_FOUND ? DeleteVariable(name, guid) : status;
+}
+
 EFI_STATUS SetVariableReplacing(const CHAR16* name, const EFI_GUID& guid, UINT32 attributes, Bytes data) {
   const EFI_STATUS status = WriteVariable(name, guid, attributes, data);
   if (status != EFI_INVALID_PARAMETER || EFI_ERROR(DeleteVariable(name, guid))) {

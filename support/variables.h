@@ -31,6 +31,10 @@ namespace bds {
 [[nodiscard]] EFI_STATUS WriteVariable(const CHAR16* name, const EFI_GUID& guid, UINT32 attributes, Bytes data);
 [[nodiscard]] EFI_STATUS DeleteVariable(const CHAR16* name, const EFI_GUID& guid);
 
+// Writes, and once more when the store refuses: for what no later boot would write again. No data deletes the variable.
+[[nodiscard]] EFI_STATUS WriteVariableFirmly(const CHAR16* name, const EFI_GUID& guid, UINT32 attributes, Bytes data);
+[[nodiscard]] EFI_STATUS DeleteVariableFirmly(const CHAR16* name, const EFI_GUID& guid);
+
 // Writes; when the variable exists with other attributes (EFI_INVALID_PARAMETER), deletes it and writes again.
 [[nodiscard]] EFI_STATUS SetVariableReplacing(const CHAR16* name, const EFI_GUID& guid, UINT32 attributes, Bytes data);
 
@@ -43,8 +47,8 @@ struct NumberedName {
   CHAR16 Text[16];
   operator const CHAR16*() const { return Text; }  // NOLINT: it is used as a variable name
 };
-[[nodiscard]] NumberedName BootVariableName(UINT16 number);            // upper-case digits
-[[nodiscard]] NumberedName BootVariableNameLowerCase(UINT16 number);   // as some installers write it
+[[nodiscard]] NumberedName BootVariableName(UINT16 number);           // upper-case digits
+[[nodiscard]] NumberedName BootVariableNameLowerCase(UINT16 number);  // as some installers write it
 [[nodiscard]] NumberedName DriverVariableName(UINT16 number);
 
 }  // namespace bds

@@ -27,7 +27,7 @@ TEST_F(SavedOrder, NumbersAreSavedInPriorityOrderEachOnce) {
   bds::BootOptionList.Last->BootOptionNumber = 2;
   Add(u"new", Disk()).BootOptionNumber = 0xFFFF;
   Add(u"high", Disk()).BootOptionNumber = 0xFFFE;
-  bds::SaveCurrentBootorder();
+  EXPECT_TRUE(bds::SaveCurrentBootorder());
   EXPECT_EQ(Variable(kOrder, kIpmiGuid), Order({2, 1, 0xFFFE}));
   std::uint32_t attributes = 0;
   ASSERT_TRUE(Variable(kOrder, kIpmiGuid, &attributes));
@@ -40,7 +40,7 @@ TEST_F(SavedOrder, ALegacyRequestSavesItsOptionAndBothComeBack) {
   const Bytes before = Image(u"before");
   SetGlobal(u"Boot0002", before);
   bds::SaveMatchedBootOption(*bds::BootOptionList.Last);
-  bds::SaveCurrentBootorder();
+  EXPECT_TRUE(bds::SaveCurrentBootorder());
   NextBoot();
   Bytes changed = before;
   changed[0] ^= 1;  // the attributes
@@ -112,7 +112,7 @@ TEST_F(SavedOrder, WhatCouldNotBeLoadedIsSavedAtItsPlace) {
   Add(u"a", Disk());
   Add(u"b", Disk());
   bds::RecordUnloadedOption(0x0010, 512);
-  bds::SaveCurrentBootorder();
+  EXPECT_TRUE(bds::SaveCurrentBootorder());
   EXPECT_EQ(Variable(kOrder, kIpmiGuid), Order({1, 0x0010, 2}));
   bds::ForgetUnloadedOptions();
 }

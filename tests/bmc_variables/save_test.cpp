@@ -1,4 +1,5 @@
 // Copies of the boot variables on the BMC, the safe reboot after the first, and a BMC that cannot be heard.
+#include "bmc/restored_marker.h"
 #include "bmc/steps.h"
 #include "platform/setup_variable.h"
 #include "tests/support/bmc_fixture.h"
@@ -45,6 +46,10 @@ TEST_F(SaveCopies, OptionsWithoutAnOrderOnTheBmcAreLeftAlone) {
     EXPECT_TRUE(Save());
     EXPECT_EQ(files().Read("BootOrder"), Bytes{});
     EXPECT_TRUE(Logged("INVALID CONDITION DETECTED. BootOrder var is absent on BMC - but Bootxxxx is present\n"));
+    SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes3, {1, 0});
+    EXPECT_TRUE(Save());
+    EXPECT_EQ(files().Read("BootOrder"), Order({1, 0x000A, 7})) << "the server's own save was cut off";
+    SetVariable(bds::kBootOptionRestoredName, bds::kBootOptionRestoredGuid, kAttributes3, {});
   }
 }
 

@@ -27,9 +27,10 @@ std::string Ascii(std::u16string_view text) { return {text.begin(), text.end()};
 
 // An option by what it is, since numbers of the firmware's options follow from the order of their creation.
 std::string Identity(const Kept& kept, std::uint16_t number, const World& world) {
-  const Bytes* bytes = kept.Find(OptionVariable(number));
-  if (world.users.contains(number) || bytes == nullptr) return fmt::format("{:04X}", number);
-  return {reinterpret_cast<const char*>(bytes->data()), bytes->size()};
+  const Bytes bytes = OptionBytes(kept, number);
+  const std::uint16_t user = world.UsersNumber(bytes);
+  if (user != 0 || bytes.empty()) return fmt::format("{:04X}", user != 0 ? user : number);
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 std::vector<std::string> OrderOf(const Kept& kept, const World& world, std::uint16_t without) {
@@ -71,17 +72,18 @@ void CheckBoots(const Story& story, Findings& findings) {
 
 void CheckUsers(const Story& story, Findings& findings) {
   const Kept& last = *story.later.back().after;
+  const auto holds = [](const Bytes& bytes) {
+    return [&bytes](const Variable& one) { return IsBootOption(one) && IsSameOption(one.data, bytes); };
+  };
   for (const auto& [number, bytes] : story.behind.users) {
-    const Bytes* now = last.Find(OptionVariable(number));
-    // Attributes follow what is plugged in.
-    if (now == nullptr || now->size() != bytes.size() || !std::equal(now->begin() + 4, now->end(), bytes.begin() + 4)) {
-      findings.push_back({"bytes", fmt::format("Boot{:04X} of the user's is {}", number, now ? "changed" : "gone")});
+    if (std::ranges::none_of(last.variables, holds(bytes))) {
+      findings.push_back({"gone", fmt::format("Boot{:04X} of the user's", number)});
     }
   }
   std::vector<std::uint16_t> order;
   for (const std::uint16_t number : last.Order()) {
-    const bool known = std::ranges::find(order, number) != order.end();
-    if (story.behind.users.contains(number) && !known) order.push_back(number);
+    const std::uint16_t user = story.behind.UsersNumber(OptionBytes(last, number));
+    if (user != 0 && std::ranges::find(order, user) == order.end()) order.push_back(user);
   }
   if (!story.behind.usersOrder.empty() && order != story.behind.usersOrder) {
     findings.push_back({"order", fmt::format("the user's options follow each other otherwise: {}", Shown(last))});
@@ -98,17 +100,19 @@ void CheckState(const Story& story, Findings& findings) {
   if (OrderOf(last, story.behind, network(last)) != OrderOf(story.expected, story.behind, network(story.expected))) {
     findings.push_back({"order", fmt::format("{}, expected {}", Shown(last), Shown(story.expected))});
   }
-  std::multiset<Bytes> options;
-  std::multiset<Bytes> wanted;
-  for (const Variable& one : last.variables) {
-    if (IsBootOption(one)) options.insert(one.data);
-  }
-  for (const Variable& one : story.expected.variables) {
-    if (IsBootOption(one)) wanted.insert(one.data);
-  }
-  if (options != wanted) {
-    findings.push_back({"options", fmt::format("{} options, expected {}, or others", options.size(), wanted.size())});
-  }
+  std::string differences;
+  const auto without = [&differences](const Kept& have, const Kept& lack, const char* sign) {
+    std::multiset<Bytes> others;
+    for (const std::uint16_t number : lack.Order()) others.insert(OptionBytes(lack, number));
+    for (const std::uint16_t number : have.Order()) {
+      const auto other = others.find(OptionBytes(have, number));
+      if (other == others.end()) differences += fmt::format(" {}{:04X}", sign, number);
+      if (other != others.end()) others.erase(other);
+    }
+  };
+  without(last, story.expected, "+");
+  without(story.expected, last, "-");
+  if (!differences.empty()) findings.push_back({"options", "there are others than expected:" + differences});
   if (moved) return;
   const auto compare = [&](const Kept& have, const Kept& lack, const char* what) {
     for (const Variable& one : have.variables) {
@@ -163,6 +167,16 @@ bool IsOfPieces(std::span<const std::byte> file, std::span<const std::byte> valu
   return file.empty();
 }
 
+// Where options keep their numbers, none of the user's comes back under another one's.
+void CheckRestored(const Story& story, const Kept& kept, Findings& findings) {
+  for (const Variable& one : kept.variables) {
+    const std::uint16_t user = IsBootOption(one) ? story.start.UsersNumber(one.data) : std::uint16_t{0};
+    if (user != 0 && Ascii(one.name) != fmt::format("Boot{:04X}", user) && !story.start.hardware.stbu) {
+      findings.push_back({"foreign bytes", fmt::format("{} in NVRAM is Boot{:04X}", Ascii(one.name), user)});
+    }
+  }
+}
+
 // No file of the BMC ever holds what its variable never held, and in the end each holds what its variable holds.
 void CheckCopies(const Story& story, Findings& findings) {
   std::map<std::string, std::set<Bytes>> known;
@@ -184,7 +198,10 @@ void CheckCopies(const Story& story, Findings& findings) {
     const auto bytes = std::as_bytes(std::span(file));
     known[name].insert({bytes.begin(), bytes.end()});
   }
-  for (const Seen& seen : story.faulty) look(*seen.after);
+  for (const Seen& seen : story.faulty) {
+    look(*seen.after);
+    CheckRestored(story, *seen.after, findings);
+  }
   learn(story.behind.kept);
   for (const Seen& seen : story.later) look(*seen.after);
   if (!story.later.back().after->CopiesAreComplete()) findings.push_back({"copies", "are not complete on the BMC"});

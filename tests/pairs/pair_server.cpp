@@ -27,6 +27,8 @@ constexpr const char* kStarts[] = {
     "damaged:14",  //
     "managed",     // by the central manager, which does not put orders back
     "stbu",        // the whole order is the firmware's
+    "renumbered",  // the same from this boot on: every option gets a new number
+    "overridden",  // behind the boot of a request, which changed the order
 };
 constexpr const char* kEvents[] = {"nothing", "install", "append",   "reorder", "unplug",
                                    "plug",    "delete",  "withdraw", "replace"};
@@ -89,7 +91,7 @@ boot_file = "loader.efi"
 }
 
 Bytes UsersOption(std::uint16_t number, std::uint32_t disk) {
-  const std::byte data[] = {std::byte{0x55}, std::byte{0}, static_cast<std::byte>(number)};
+  const std::byte data[] = {std::byte{0x55}, static_cast<std::byte>(number >> 8), static_cast<std::byte>(number)};
   return LoadOptionBytes(u"system", PartitionPath(disk, u"\\EFI\\BOOT\\BOOTX64.EFI").Bytes(), 1, data);
 }
 
@@ -104,7 +106,8 @@ void Add(World& world, std::uint16_t number, std::ptrdiff_t place, std::uint32_t
 void NoteUsersOrder(World& world) {
   world.usersOrder.clear();
   for (const std::uint16_t number : world.kept.Order()) {
-    if (world.users.contains(number)) world.usersOrder.push_back(number);
+    const std::uint16_t user = world.UsersNumber(OptionBytes(world.kept, number));
+    if (user != 0) world.usersOrder.push_back(user);
   }
 }
 
@@ -114,6 +117,22 @@ unsigned Detail(const std::string& name) {
 }
 
 }  // namespace
+
+bool IsSameOption(std::span<const std::byte> image, std::span<const std::byte> other) {
+  constexpr std::size_t kAttributes = 4;
+  return image.size() == other.size() && image.size() >= kAttributes &&
+         std::ranges::equal(image.subspan(kAttributes), other.subspan(kAttributes));
+}
+
+Bytes OptionBytes(const Kept& kept, std::uint16_t number) {
+  const Bytes* bytes = kept.Find(OptionVariable(number));
+  return bytes == nullptr ? Bytes{} : *bytes;
+}
+
+std::uint16_t World::UsersNumber(const Bytes& image) const {
+  const auto user = std::ranges::find_if(users, [&](const auto& one) { return IsSameOption(one.second, image); });
+  return user == users.end() ? std::uint16_t{0} : user->first;
+}
 
 std::span<const char* const> StartNames() { return kStarts; }
 std::span<const char* const> EventNames() { return kEvents; }
@@ -200,6 +219,19 @@ World PairServer::Start(const std::string& name, bool csm) {
   if (kind == "full") {
     world.hardware.nvram = Place(Description(world.hardware), world.kept)->Variables().Used(true) + Detail(name);
   }
+  if (kind == "renumbered") {
+    world.hardware.stbu = true;
+    world.kept.Drop(u"Setup");
+  }
+  if (kind == "overridden") {
+    std::string error;
+    const std::vector<std::string> words =
+        csm ? std::vector<std::string>{"pxe"} : std::vector<std::string>{"pxe", "efi"};
+    if (!SetBootFlags(world.kept.bmc, words, error)) throw StateError(error);
+    const auto server = Place(Description(world.hardware), world.kept);
+    server->Boot({});
+    world.kept = Take(*server);
+  }
   if (kind == "damaged") Damage(world, Detail(name));
   if (kind == "foreign") NoteUsersOrder(world);
   return world;
@@ -210,8 +242,9 @@ std::uint16_t PairServer::NetworkOption(const Kept& kept, bool legacy) {
     const Bytes* bytes = kept.Find(OptionVariable(number));
     const auto option = bytes == nullptr ? std::nullopt : ParseLoadOption(*bytes);
     if (!option || option->paths.empty()) continue;
-    const std::string path = DevicePathToUtf8(option->paths.front());
-    if (path.find(legacy ? "BBS(0x80" : "IPv4(") != std::string::npos) return number;
+    for (const auto& path : option->paths) {  // the first may be the mask
+      if (DevicePathToUtf8(path).find(legacy ? "BBS(0x80" : "IPv4(") != std::string::npos) return number;
+    }
   }
   return 0;
 }
@@ -231,9 +264,13 @@ void PairServer::Happen(const std::string& event, World& world) {
   if (event == "plug") world.hardware.stick = true;
   if (event == "delete") {
     std::vector<std::uint16_t> order = kept.Order();
-    std::erase(order, kOther);
+    const auto gone = std::ranges::find_if(
+        order, [&](std::uint16_t number) { return world.UsersNumber(OptionBytes(kept, number)) == kOther; });
+    if (gone != order.end()) {
+      kept.Drop(OptionVariable(*gone));
+      order.erase(gone);
+    }
     kept.PutOrder(order);
-    kept.Drop(OptionVariable(kOther));
     world.users.erase(kOther);
   }
   if (event == "withdraw") {  // what ipmitool's "bootdev none" sends

@@ -25,11 +25,19 @@ struct Hardware {
   auto operator<=>(const Hardware&) const = default;
 };
 
+// The same option, whatever its attributes, which follow what is plugged in.
+bool IsSameOption(std::span<const std::byte> image, std::span<const std::byte> other);
+// Empty when there is none of the number.
+Bytes OptionBytes(const Kept& kept, std::uint16_t number);
+
 struct World {
   Hardware hardware;
   Kept kept;
   std::map<std::uint16_t, Bytes> users;   // options that are the user's, and their bytes
   std::vector<std::uint16_t> usersOrder;  // as they follow each other in BootOrder
+
+  // The key among the user's options, whatever the option's number is by now; 0: it is none of the user's.
+  std::uint16_t UsersNumber(const Bytes& image) const;
 };
 
 // Behind a colon stands which one of its kind a state is ("damaged:17").
