@@ -74,7 +74,7 @@ class Mover {
   }
 
   void MoveAll() {
-    while (BOOT_OPTION* option = FindOption(Moves)) {
+    while (BOOT_OPTION* option = NextToMove()) {
       // From option to option in the way: to one with a free way, or into a ring of options that wait for each other.
       BOOT_OPTION* other = InTheWayOf(*option);
       for (UINTN steps = BootOptionList.Count; steps != 0 && other != nullptr; --steps) {
@@ -90,6 +90,13 @@ class Mover {
   }
 
  private:
+  // An option that was moved aside before all others: the spare number is needed for the next ring.
+  BOOT_OPTION* NextToMove() const {
+    BOOT_OPTION* aside =
+        FindOption([this](const BOOT_OPTION& option) { return option.StoredNumber == spare_ && Moves(option); });
+    return aside != nullptr ? aside : FindOption(Moves);
+  }
+
   void Keep(BOOT_OPTION& option) {
     DebugPrint("%a:Boot%04X cannot become Boot%04X\n", kMove, option.StoredNumber, option.BootOptionNumber);
     option.BootOptionNumber = option.StoredNumber;

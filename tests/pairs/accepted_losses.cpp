@@ -27,8 +27,7 @@ Row gRows[] = {
     {"order", "@(stbu|renumbered)/*/call */*", "the same, where every boot numbers the options anew"},
     // The order of before must be kept before a request changes it, or the request would hold for ever.
     {"request @(lost|late)", "full:*/*/*/*", "no room for the order of before: the request is not followed"},
-    {"@(options|order)", "full:*/*-persistent/*/replace",
-     "no room beside the request for the option that is made anew"},
+    {"@(options|order)", "full:*/*-persistent/*/@(replace|plug)", "no room beside the request for a new option"},
     // A managed server and the STBU mode keep no option of what is not there.
     {"gone", "managed/*/*/unplug", "an orphan goes"},
     {"order", "managed/*/*/unplug", "an orphan goes"},
@@ -38,6 +37,9 @@ Row gRows[] = {
     {"gone", "@(stbu|renumbered)/*/*/replace", "every boot numbers the options anew, the user's too"},
     {"order", "@(stbu|renumbered)/*/*/install", "the STBU mode decides the whole order"},
     {"order", "@(stbu|renumbered)/*/*/append", "the STBU mode decides the whole order"},
+    // A mode that cannot be read deletes nothing, so that a legacy request finds the option that the mode would delete.
+    {"@(options|order)", "managed/csm-*/call GetVariable */*",
+     "Setup is unread, and a managed server puts no order back"},
     // Behind the boot of a request the next one puts the order back, if not at once then later.
     {"order", "overridden/*/*/reorder", "the saved order comes back"},
     // NVRAM is lost, and the BMC denies a copy, or does not say it soundly twice: what is skipped is skipped for good.
@@ -57,9 +59,6 @@ Row gRows[] = {
     {"*", "uncopied/*/*/append", "the same"},
     {"*", "fresh/*/*/[ider]*", "the same"},
     {"*", "fresh/*/*/append", "the same"},
-    // Known, until their mends are here: a write that is refused, by a full store or a fault, around a boot request
-    // or a restore. The order before the request is not kept, or not put back; a restore that missed an option is
-    // marked done.
 };
 
 }  // namespace
