@@ -63,6 +63,8 @@ BlockDevice::BlockDevice(BlockSourcePtr blocks, const BlockDeviceTraits& traits)
                        .ReadBlocks = ReadBlocks,
                        .WriteBlocks = WriteBlocks,
                        .FlushBlocks = FlushBlocks};
+  diskIo_.object = this;
+  diskIo_.protocol = {.Revision = EFI_DISK_IO_PROTOCOL_REVISION, .ReadDisk = ReadDisk, .WriteDisk = WriteDisk};
 }
 
 BlockDevice::BlockDevice(const Drive& drive)
@@ -98,6 +100,29 @@ EFI_STATUS EFIAPI BlockDevice::WriteBlocks(EFI_BLOCK_IO_PROTOCOL* self, UINT32 m
 
 EFI_STATUS EFIAPI BlockDevice::FlushBlocks(EFI_BLOCK_IO_PROTOCOL* self) {
   return Backed<EFI_BLOCK_IO_PROTOCOL, BlockDevice>::From(self).media_.MediaPresent ? EFI_SUCCESS : EFI_NO_MEDIA;
+}
+
+EFI_STATUS BlockDevice::CheckBytes(UINT32 mediaId, UINT64 offset, UINTN size, const VOID* buffer) const {
+  if (!media_.MediaPresent) return EFI_NO_MEDIA;
+  if (mediaId != media_.MediaId) return EFI_MEDIA_CHANGED;
+  if (buffer == nullptr && size != 0) return EFI_INVALID_PARAMETER;
+  const std::uint64_t end = blocks_->Size();
+  return offset > end || size > end - offset ? EFI_INVALID_PARAMETER : EFI_SUCCESS;
+}
+
+EFI_STATUS EFIAPI BlockDevice::ReadDisk(EFI_DISK_IO_PROTOCOL* self, UINT32 mediaId, UINT64 offset, UINTN size,
+                                        VOID* buffer) {
+  const BlockDevice& device = Backed<EFI_DISK_IO_PROTOCOL, BlockDevice>::From(self);
+  const EFI_STATUS status = device.CheckBytes(mediaId, offset, size, buffer);
+  if (EFI_ERROR(status) || size == 0) return status;
+  return device.blocks_->Read(offset, {static_cast<std::byte*>(buffer), size});
+}
+
+EFI_STATUS EFIAPI BlockDevice::WriteDisk(EFI_DISK_IO_PROTOCOL* self, UINT32 mediaId, UINT64 offset, UINTN size,
+                                         const VOID* buffer) {
+  const BlockDevice& device = Backed<EFI_DISK_IO_PROTOCOL, BlockDevice>::From(self);
+  const EFI_STATUS status = device.CheckBytes(mediaId, offset, size, buffer);
+  return EFI_ERROR(status) || size == 0 ? status : EFI_WRITE_PROTECTED;
 }
 
 BlockSourcePtr MakeBlockIoSource(EFI_BLOCK_IO_PROTOCOL* blockIo) {

@@ -170,7 +170,7 @@ BootResult BootRun::BootOnce() {
     if (outcome.end == BootEnd::PowerLost) {
       DropPowerFaults(request_.faults);
     }
-    if (outcome.end != BootEnd::Reset) {
+    if (outcome.end != BootEnd::Reset || outcome.reset == EfiResetShutdown) {
       return result;
     }
     if (result.warmResets + result.coldResets >= arguments_.resets) {

@@ -111,8 +111,11 @@ std::string OutcomeText(const BootReport& report) {
     case BootEnd::LegacyBoot:
       return fmt::format("{}legacy boot of {}, BBS entry {}", option, StartedText(report), outcome.bbsIndex);
     case BootEnd::ExitedBootServices:
-      return fmt::format("{}the image that ran took the machine over", option);
+      return fmt::format("{}the operating system took over", option);
     case BootEnd::Reset:
+      if (outcome.reset == EfiResetShutdown) {
+        return fmt::format("{}powered off, {}", option, StatusName(outcome.status));
+      }
       return fmt::format("{} reset, {}", outcome.reset == EfiResetWarm ? "warm" : "cold", StatusName(outcome.status));
     case BootEnd::Returned:
       return fmt::format("nothing was started; the driver returned {}", StatusName(outcome.status));

@@ -139,6 +139,13 @@ Json OutcomeJson(const BootReport& report) {
   if (report.outcome.end == BootEnd::LegacyBoot) {
     outcome["bbs_index"] = report.outcome.bbsIndex;
   }
+  if (report.outcome.end == BootEnd::ExitedBootServices) {
+    const SystemTakenOver& system = report.outcome.system;
+    outcome["system"] = {{"command_line", PrintableText(system.commandLine)},
+                         {"initrd_size", system.initrd ? Json(*system.initrd) : Json(nullptr)},
+                         {"memory_map_entries", system.memoryMapEntries},
+                         {"memory_map_size", system.memoryMapSize}};
+  }
   return outcome;
 }
 
@@ -217,6 +224,7 @@ Json StartJson(const BootReport& report, const PolicyStory* story) {
           {"time", TimeJson(report)},
           {"pool", PoolJson(report)},
           {"complaints", report.complaints},
+          {"foreign_complaints", report.foreignComplaints},
           {"console", report.console},
           {"screen", report.screen}};
 }

@@ -120,14 +120,34 @@ std::string WritesText(const BootReport& report) {
   return text;
 }
 
-std::string LeftOverText(const BootReport& report, const Style& style) {
-  std::string text;
-  if (!report.complaints.empty()) {
-    text += "  " + style.Bad(fmt::format("Complaints about the driver: {}", report.complaints.size())) + "\n";
-    for (std::size_t i = 0; i < std::min(report.complaints.size(), kComplaintsShown); ++i) {
-      text += fmt::format("    {}\n", PrintableText(report.complaints[i]));
-    }
+std::string ComplaintsText(const char* about, const std::vector<std::string>& complaints, const Style& style) {
+  if (complaints.empty()) {
+    return "";
   }
+  std::string text = "  " + style.Bad(fmt::format("Complaints about {}: {}", about, complaints.size())) + "\n";
+  for (std::size_t i = 0; i < std::min(complaints.size(), kComplaintsShown); ++i) {
+    text += fmt::format("    {}\n", PrintableText(complaints[i]));
+  }
+  return text;
+}
+
+// What the operating system was given.
+std::string SystemText(const BootReport& report) {
+  if (report.outcome.end != BootEnd::ExitedBootServices) {
+    return "";
+  }
+  const SystemTakenOver& system = report.outcome.system;
+  std::string text =
+      fmt::format("    command line: {}\n", system.commandLine.empty() ? "none" : PrintableText(system.commandLine));
+  if (system.initrd) {
+    text += fmt::format("    initrd: {} bytes\n", *system.initrd);
+  }
+  return text + fmt::format("    memory map: {} entries, {} bytes\n", system.memoryMapEntries, system.memoryMapSize);
+}
+
+std::string LeftOverText(const BootReport& report, const Style& style) {
+  std::string text = ComplaintsText("the driver", report.complaints, style) +
+                     ComplaintsText("programs from the server's media", report.foreignComplaints, style);
   const auto& leaks = report.outcome.leaks;
   if (!leaks.empty()) {
     text += "  " + style.Bad(fmt::format("Pool blocks that nobody holds: {}", leaks.size())) + "\n";
@@ -178,6 +198,7 @@ std::string SummaryText(const std::string& title, const BootResult& result, cons
   text += OptionsText(report, style) + DevicesWithoutOptionText(report) + DamagedOptionsText(report);
   text += RequestText(report) + BootNextText(report) + AttemptsText(report) + PassedOverText(report);
   text += "  Outcome: " + (result.Started() ? style.Good(outcome) : style.Bad(outcome)) + "\n";
+  text += SystemText(report);
   text +=
       TimeText(report) + SilenceText(report) + FaultsText(result) + WritesText(report) + LeftOverText(report, style);
   if (result.warmResets + result.coldResets != 0) {

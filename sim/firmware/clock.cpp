@@ -54,13 +54,25 @@ std::uint32_t Clock::PmTimer() const {
 std::uint32_t Clock::ReadPmTimer() {
   const Ticks readTime = timerReadTime_ == 0 ? kPortAccessTime : std::min(2 * timerReadTime_, kMaxTimerReadTime);
   timerReadTime_ = readTime;
+  counterReadTime_ = 0;
   Advance(readTime - kPortAccessTime, Passing::Port);  // what fires on the way may end the row
   return PmTimer();
 }
 
 std::uint64_t Clock::ReadTimeStampCounter() {
-  Advance(kCounterReadTime, Passing::Port);
+  const Ticks readTime = counterReadTime_ == 0 ? kCounterReadTime : std::min(2 * counterReadTime_, kMaxTimerReadTime);
+  counterReadTime_ = readTime;
+  timerReadTime_ = 0;
+  Advance(readTime, Passing::Port);
   return TimeStampCounter();
+}
+
+void Clock::PollKeys() {
+  const bool first = keyPollTime_ == 0;
+  const Ticks pollTime = first ? 0 : keyPollTime_;
+  keyRowStart_ = first ? now_ : keyRowStart_;
+  keyPollTime_ = first ? kPollTime : std::min(2 * keyPollTime_, kMaxKeyPollTime);
+  Advance(pollTime, Passing::Event);  // what fires on the way ends the row
 }
 
 void Clock::SetLimit(Ticks ticks, std::function<void()> onLimit) {
@@ -74,7 +86,7 @@ void Clock::SetStepLimit(std::uint64_t steps, std::function<void()> onLimit) {
 }
 
 void Clock::Step() {
-  EndTimerRow();
+  EndRows();
   if (stepsLeft_ == 0) {
     CallOnce(onStepLimit_);
     return;

@@ -18,8 +18,9 @@ inline constexpr Ticks kSecond = 1000 * kMillisecond;
 inline constexpr Ticks kPortAccessTime = kMicrosecond;
 inline constexpr Ticks kPollTime = kMicrosecond;
 inline constexpr Ticks kCounterReadTime = 1;
-// The most that one of many PM timer reads in a row costs.
+// The most that one of many reads in a row costs, of a timer or of a keyboard without a key.
 inline constexpr Ticks kMaxTimerReadTime = 100 * kMicrosecond;
+inline constexpr Ticks kMaxKeyPollTime = 10 * kMillisecond;
 
 // What time passes for: a stall, register accesses (polling), the wait for an event or timer, or a device that takes
 // its time to answer a call.
@@ -47,11 +48,17 @@ class Clock {
   std::uint32_t PmTimer() const;
   // A read that a port access has paid kPortAccessTime for. Who reads the timer again and again with nothing between
   // the reads waits: each further read of the row takes twice as long, up to kMaxTimerReadTime, so that an image, whose
-  // port accesses are traps, does not wait for real. EndTimerRow is for whatever happens between two reads.
+  // port accesses are traps, does not wait for real. EndRows is for whatever happens between two reads.
   std::uint32_t ReadPmTimer();
-  void EndTimerRow() { timerReadTime_ = 0; }
-  // The time-stamp counter: 2 GHz, counted from power-on. Reading it takes kCounterReadTime, so that a loop on it ends.
+  void EndRows() { timerReadTime_ = counterReadTime_ = keyPollTime_ = keyRowStart_ = 0; }
+  // The time-stamp counter: 2 GHz, counted from power-on. Reading it takes kCounterReadTime, so that a loop on it ends;
+  // further reads of a row take longer, as with the PM timer.
   std::uint64_t ReadTimeStampCounter();
+  // A key was asked for and there was none. The first of a row is free, further ones take longer, up to
+  // kMaxKeyPollTime; reads of the time between them, as a menu's countdown makes them, belong to the row.
+  void PollKeys();
+  // How long nothing but keys and the time has been asked for.
+  Ticks KeyRow() const { return keyPollTime_ == 0 ? 0 : now_ - keyRowStart_; }
   std::uint64_t TimeStampCounter() const { return now_ * 200; }
 
   // What ends a boot that waits or works without end: called, once per crossing, when `ticks` from now are over.
@@ -77,7 +84,11 @@ class Clock {
   TimesPassed passed_{};
   Ticks limit_ = ~Ticks{0};
   std::function<void()> onLimit_;
-  Ticks timerReadTime_ = 0;  // of the last read of a row; 0 before its first
+  // What the last read of a row took; 0 before its first.
+  Ticks timerReadTime_ = 0;
+  Ticks counterReadTime_ = 0;
+  Ticks keyPollTime_ = 0;
+  Ticks keyRowStart_ = 0;
   std::uint64_t stepsLeft_ = ~std::uint64_t{0};
   std::function<void()> onStepLimit_;
   TimerSource* source_ = nullptr;

@@ -19,6 +19,12 @@ std::uint64_t Counters::Of(std::string_view name) const {
 }
 
 void Counters::Complain(std::string text) {
+  if (const std::string offender = offender_ ? offender_() : std::string(); !offender.empty()) {
+    if (foreignComplaints_.size() < kMaxComplaints) {
+      foreignComplaints_.push_back(offender + ": " + text);
+    }
+    return;
+  }
   ++complaintCount_;
   if (complaints_.size() < kMaxComplaints) {
     complaints_.push_back(std::move(text));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -22,6 +23,10 @@ class Counters {
   // bounded (kMaxComplaints), the number is not.
   void Complain(std::string text);
   const std::vector<std::string>& Complaints() const { return complaints_; }
+  // Who is to blame for what is complained of now: a name for software that is not under test, such as a loader, else
+  // nothing. Its complaints are kept apart, with the name in front.
+  void SetOffender(std::function<std::string()> offender) { offender_ = std::move(offender); }
+  const std::vector<std::string>& ForeignComplaints() const { return foreignComplaints_; }
   std::uint64_t ComplaintCount() const { return complaintCount_; }
   // True when some complaint holds that text.
   bool HasComplaint(std::string_view part) const;
@@ -30,6 +35,8 @@ class Counters {
   static constexpr std::size_t kMaxComplaints = 1000;
   std::map<std::string, std::uint64_t, std::less<>> counts_;
   std::vector<std::string> complaints_;
+  std::vector<std::string> foreignComplaints_;
+  std::function<std::string()> offender_;
   std::uint64_t complaintCount_ = 0;
 };
 

@@ -13,127 +13,6 @@
 namespace sim {
 namespace {
 
-// The port instructions (Intel SDM, volume 2: IN, OUT, OUTS), decoded at the faulting address.
-class PortInstruction {
- public:
-  explicit PortInstruction(greg_t* registers)
-      : registers_(registers), code_(reinterpret_cast<const std::uint8_t*>(registers[REG_RIP])) {}
-
-  // False when it is none.
-  bool CarryOut(PortBus& ports) {
-    unsigned length = 0;
-    bool repeat = false;
-    unsigned width = 4;
-    for (; code_[length] == 0x66 || code_[length] == 0xF3; ++length) {
-      (code_[length] == 0x66 ? wide_ : repeat) = true;
-    }
-    if (wide_) {
-      width = 2;
-    }
-    const std::uint8_t opcode = code_[length++];
-    const auto dx = static_cast<std::uint16_t>(registers_[REG_RDX]);
-    switch (opcode) {
-      case 0xE4:
-        Load(ports.In(code_[length++], 1), 1);
-        break;
-      case 0xE5:
-        Load(ports.In(code_[length++], width), width);
-        break;
-      case 0xEC:
-        Load(ports.In(dx, 1), 1);
-        break;
-      case 0xED:
-        Load(ports.In(dx, width), width);
-        break;
-      case 0xE6:
-        ports.Out(code_[length++], Accumulator(), 1);
-        break;
-      case 0xE7:
-        ports.Out(code_[length++], Accumulator(), width);
-        break;
-      case 0xEE:
-        ports.Out(dx, Accumulator(), 1);
-        break;
-      case 0xEF:
-        ports.Out(dx, Accumulator(), width);
-        break;
-      case 0x6E:
-        OutString(ports, dx, repeat);
-        break;
-      default:
-        return false;
-    }
-    registers_[REG_RIP] += length;
-    return true;
-  }
-
- private:
-  std::uint32_t Accumulator() const { return static_cast<std::uint32_t>(registers_[REG_RAX]); }
-
-  void Load(std::uint32_t value, unsigned width) {
-    // A 32-bit load clears the upper half of the register, narrower ones leave the rest alone.
-    const std::uint64_t mask = width == 4 ? ~std::uint64_t{0} : (std::uint64_t{1} << (8 * width)) - 1;
-    const auto old = static_cast<std::uint64_t>(registers_[REG_RAX]);
-    registers_[REG_RAX] = static_cast<greg_t>((old & ~mask) | (value & mask));
-  }
-
-  void OutString(PortBus& ports, std::uint16_t port, bool repeat) {
-    const auto* source = reinterpret_cast<const std::uint8_t*>(registers_[REG_RSI]);
-    const std::uint64_t count = repeat ? static_cast<std::uint64_t>(registers_[REG_RCX]) : 1;
-    for (std::uint64_t i = 0; i < count; ++i) {
-      ports.Out(port, source[i], 1);
-    }
-    registers_[REG_RSI] += static_cast<greg_t>(count);
-    if (repeat) {
-      registers_[REG_RCX] = 0;
-    }
-  }
-
-  greg_t* registers_;
-  const std::uint8_t* code_;
-  bool wide_ = false;
-};
-
-// The time-stamp counter, read where PR_TSC_SIGSEGV forbids it (Intel SDM, volume 2: RDTSC, RDTSCP).
-class CounterInstruction {
- public:
-  explicit CounterInstruction(greg_t* registers)
-      : registers_(registers), code_(reinterpret_cast<const std::uint8_t*>(registers[REG_RIP])) {}
-
-  // False when it is none.
-  bool CarryOut(Machine& machine) {
-    const bool plain = code_[0] == 0x0F && code_[1] == 0x31;
-    const bool withProcessor = code_[0] == 0x0F && code_[1] == 0x01 && code_[2] == 0xF9;
-    if (!plain && !withProcessor) {
-      return false;
-    }
-    const std::uint64_t value = OfImage() ? machine.Time().ReadTimeStampCounter() : HostCounter();
-    registers_[REG_RAX] = static_cast<greg_t>(value & 0xFFFFFFFF);
-    registers_[REG_RDX] = static_cast<greg_t>(value >> 32);
-    if (withProcessor) {
-      registers_[REG_RCX] = 0;
-    }
-    registers_[REG_RIP] += plain ? 2 : 3;
-    return true;
-  }
-
- private:
-  // Code of loaded images lies in allocated pages. The host's own libraries (its clock) get the host's time.
-  bool OfImage() const {
-    const auto at = reinterpret_cast<std::uintptr_t>(code_);
-    return at >= PageAllocator::kBase && at - PageAllocator::kBase < PageAllocator::kSize;
-  }
-  static std::uint64_t HostCounter() {
-    prctl(PR_SET_TSC, PR_TSC_ENABLE);
-    const std::uint64_t value = __builtin_ia32_rdtsc();
-    prctl(PR_SET_TSC, PR_TSC_SIGSEGV);
-    return value;
-  }
-
-  greg_t* registers_;
-  const std::uint8_t* code_;
-};
-
 constexpr std::size_t kHandlerStackSize = 4 * 1024 * 1024;
 constexpr std::size_t kGuardSize = 64 * 1024;
 constexpr std::size_t kRedZone = 128;  // below the stack pointer, in use without being reserved (System V ABI, 3.2.2)
@@ -176,8 +55,7 @@ void CrashCatcher::OnFault(int signal, siginfo_t* info, void* context) {
   // A forbidden instruction is a general protection fault, which the kernel reports without an address of its own; the
   // bytes at RIP were fetched, so they are readable.
   const bool forbidden = signal == SIGSEGV && info->si_code == SI_KERNEL;
-  if (forbidden &&
-      (PortInstruction(registers).CarryOut(machine.Ports()) || CounterInstruction(registers).CarryOut(machine))) {
+  if (forbidden && CarryOutInstruction(registers, machine, gCatcher->control_)) {
     return;
   }
   std::string& crash = gCatcher->crash_;

@@ -8,6 +8,8 @@
 #include <iterator>
 #include <string>
 
+#include "sim/firmware/instructions.h"
+
 namespace sim {
 
 class CrashCatcher {
@@ -35,6 +37,7 @@ class CrashCatcher {
   int oldCounterMode_;
   bool refusesSystemCalls_ = false;
   const std::byte* interrupted_ = nullptr;
+  ControlRegisters control_;
   std::string crash_;  // what ends the boot; empty before
 };
 

@@ -95,6 +95,7 @@ bool Machine::Exists() { return gMachine != nullptr; }
 
 void Machine::FillTables() {
   FillBootServices(bootServices_);
+  FillRuntimeServices(runtimeServices_);
   static CHAR16 vendor[] = u"Simulated server";
   systemTable_.FirmwareVendor = vendor;
   systemTable_.FirmwareRevision = 0x00010000;
@@ -255,6 +256,17 @@ std::optional<EFI_STATUS> Machine::OnCall(const char* service) {
     counters_.Complain(fmt::format("{} at task priority {}", service, tpl));
   }
   return faults_.OnCall(service);
+}
+
+void Machine::OnKeyPoll() {
+  clock_.PollKeys();
+  if (clock_.KeyRow() < kKeyPatience) {
+    return;
+  }
+  if (running_ && !Idle()) {
+    EndBoot(BootEnd::WaitsForever, "nothing but keys is asked for, and none can come any more");
+  }
+  clock_.EndRows();
 }
 
 void Machine::OnWrite(std::string_view kind) {

@@ -8,6 +8,8 @@
 #include <csetjmp>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <typeindex>
 #include <unordered_map>
@@ -44,6 +46,14 @@ enum class BootEnd {
 };
 const char* BootEndName(BootEnd end);
 
+// What an operating system got when it took the machine over.
+struct SystemTakenOver {
+  std::string commandLine;              // UTF-8
+  std::optional<std::uint64_t> initrd;  // bytes; nothing where the kernel does not tell
+  std::size_t memoryMapEntries = 0;
+  std::size_t memoryMapSize = 0;  // bytes
+};
+
 // What is known of the end; members that do not belong to it keep their defaults.
 struct BootOutcome {
   BootEnd end = BootEnd::Returned;
@@ -51,7 +61,8 @@ struct BootOutcome {
   std::string text;                        // for a human
   EFI_HANDLE image = nullptr;              // HandedOver: the image's handle
   DevicePath path;                         // HandedOver, LegacyBoot: what was booted
-  std::vector<std::byte> loadOptions;      // HandedOver
+  std::vector<std::byte> loadOptions;      // HandedOver, ExitedBootServices
+  SystemTakenOver system;                  // ExitedBootServices
   EFI_RESET_TYPE reset = EfiResetCold;     // Reset
   BBS_TABLE bbsEntry{};                    // LegacyBoot: the entry of priority 0
   int bbsIndex = -1;                       // its index
@@ -115,6 +126,11 @@ class Machine {
   void PushOwner(EFI_HANDLE owner) { owners_.push_back(owner); }
   void PopOwner() { owners_.pop_back(); }
 
+  // An image that does not say that it can live with protected memory (NX_COMPAT): pages that it allocates are
+  // executable. Handles are never used twice, so nobody inherits that.
+  void LetRunFromData(EFI_HANDLE owner) { runsFromData_.insert(owner); }
+  bool OwnerRunsFromData() const { return runsFromData_.contains(CurrentOwner()); }
+
   // Calls of the driver that have an effect beyond it, in a line each: handles by their address, paths in hexadecimal.
   void SetTrace(std::function<void(const std::string& call)> trace) { trace_ = std::move(trace); }
   bool Tracing() const { return trace_ != nullptr && running_ && CurrentOwner() == driver_; }
@@ -149,6 +165,10 @@ class Machine {
   // something happened outside (a key arrived), and that the events are worth another look. It may block.
   void SetIdle(std::function<bool()> idle) { idle_ = std::move(idle); }
   bool Idle() { return idle_ && idle_(); }
+  // A key was asked for and there was none. Who does nothing else for kKeyPatience waits for a key: it is asked for
+  // outside, and where none can come the boot ends as waiting for ever.
+  void OnKeyPoll();
+  static constexpr Ticks kKeyPatience = 300 * kSecond;
 
   // Values of simulator code that stay in use while the driver's code runs (see AcrossCalls).
   HeldValues& Held() { return held_; }
@@ -199,6 +219,7 @@ class Machine {
   std::vector<std::shared_ptr<void>> attached_;
   std::unordered_map<std::type_index, void*> byType_;
   std::vector<EFI_HANDLE> owners_;
+  std::set<EFI_HANDLE> runsFromData_;
 
   EFI_HANDLE driver_ = nullptr;
   std::vector<MemoryExtent> driverData_;
@@ -221,7 +242,9 @@ class Machine {
 // The CRC-32 of UEFI tables (ISO 3309).
 std::uint32_t Crc32(std::span<const std::byte> bytes);
 
-// The services of UEFI that the machine itself answers, for its tables (boot_services.cpp).
+// The services of UEFI that the machine itself answers, for its tables (boot_services.cpp). Every other member answers
+// EFI_UNSUPPORTED, until a subsystem provides it.
 void FillBootServices(EFI_BOOT_SERVICES& table);
+void FillRuntimeServices(EFI_RUNTIME_SERVICES& table);
 
 }  // namespace sim

@@ -11,6 +11,10 @@ FixedRange& PageRange() {
   static FixedRange range(PageAllocator::kBase, PageAllocator::kSize);
   return range;
 }
+FixedRange& LowPageRange() {
+  static FixedRange range(PageAllocator::kRegions[1].base, PageAllocator::kRegions[1].size);
+  return range;
+}
 
 EFI_MEMORY_DESCRIPTOR Describe(EFI_MEMORY_TYPE type, std::uintptr_t start, std::uint64_t pages) {
   constexpr std::uint64_t kWriteBack = 0x8;
@@ -19,11 +23,21 @@ EFI_MEMORY_DESCRIPTOR Describe(EFI_MEMORY_TYPE type, std::uintptr_t start, std::
 
 }  // namespace
 
-PageAllocator::PageAllocator() : range_(PageRange()) { range_.Reset(); }
-PageAllocator::~PageAllocator() { range_.Reset(); }
+PageAllocator::PageAllocator() : range_(PageRange()), lowRange_(LowPageRange()) {
+  range_.Reset();
+  lowRange_.Reset();
+}
+PageAllocator::~PageAllocator() {
+  range_.Reset();
+  lowRange_.Reset();
+}
 
 bool PageAllocator::IsFree(std::uintptr_t address, std::uint64_t pages) const {
-  if (address % kPageSize != 0 || pages > kSize / kPageSize || !range_.Contains(address, pages * kPageSize)) {
+  const auto holds = [&](const Region& region) {
+    const std::uint64_t room = region.size / kPageSize;
+    return address >= region.base && pages <= room && (address - region.base) / kPageSize <= room - pages;
+  };
+  if (address % kPageSize != 0 || std::none_of(kRegions.begin(), kRegions.end(), holds)) {
     return false;
   }
   const std::uintptr_t end = address + pages * kPageSize;
@@ -32,16 +46,23 @@ bool PageAllocator::IsFree(std::uintptr_t address, std::uint64_t pages) const {
   });
 }
 
-bool PageAllocator::FindGap(std::uint64_t pages, std::uintptr_t limit, std::uintptr_t& address) const {
-  std::uintptr_t start = kBase;
-  for (const auto& [base, run] : runs_) {
-    if (base - start >= pages * kPageSize) {
+bool PageAllocator::FindGap(const Region& region, std::uint64_t pages, std::uintptr_t limit,
+                            std::uintptr_t& address) const {
+  std::uintptr_t start = region.base;
+  const auto end = runs_.lower_bound(region.base + region.size);
+  for (auto run = runs_.lower_bound(region.base); run != end; ++run) {
+    if (run->first - start >= pages * kPageSize) {
       break;
     }
-    start = base + run.pages * kPageSize;
+    start = run->first + run->second.pages * kPageSize;
   }
   address = start;
   return IsFree(start, pages) && start + pages * kPageSize - 1 <= limit;
+}
+
+bool PageAllocator::FindGap(std::uint64_t pages, std::uintptr_t limit, std::uintptr_t& address) const {
+  return std::any_of(kRegions.begin(), kRegions.end(),
+                     [&](const Region& region) { return FindGap(region, pages, limit, address); });
 }
 
 EFI_STATUS PageAllocator::Allocate(EFI_ALLOCATE_TYPE type, EFI_MEMORY_TYPE memoryType, std::uint64_t pages,
@@ -96,20 +117,31 @@ EFI_STATUS PageAllocator::Free(EFI_PHYSICAL_ADDRESS memory, std::uint64_t pages)
   return EFI_SUCCESS;
 }
 
-std::vector<EFI_MEMORY_DESCRIPTOR> PageAllocator::Map() const {
-  std::vector<EFI_MEMORY_DESCRIPTOR> map;
-  std::uintptr_t next = kBase;
+void PageAllocator::MakeExecutable(EFI_PHYSICAL_ADDRESS memory, std::uint64_t pages) {
+  mprotect(reinterpret_cast<void*>(memory), pages * kPageSize, PROT_READ | PROT_WRITE | PROT_EXEC);
+}
+
+void PageAllocator::AddRegion(const Region& region, std::vector<EFI_MEMORY_DESCRIPTOR>& map) const {
+  std::uintptr_t next = region.base;
   const auto addFree = [&](std::uintptr_t end) {
     if (end > next) {
       map.push_back(Describe(EfiConventionalMemory, next, (end - next) / kPageSize));
     }
   };
-  for (const auto& [base, run] : runs_) {
-    addFree(base);
-    map.push_back(Describe(run.type, base, run.pages));
-    next = base + run.pages * kPageSize;
+  const auto end = runs_.lower_bound(region.base + region.size);
+  for (auto run = runs_.lower_bound(region.base); run != end; ++run) {
+    addFree(run->first);
+    map.push_back(Describe(run->second.type, run->first, run->second.pages));
+    next = run->first + run->second.pages * kPageSize;
   }
-  addFree(kBase + kSize);
+  addFree(region.base + region.size);
+}
+
+std::vector<EFI_MEMORY_DESCRIPTOR> PageAllocator::Map() const {
+  std::vector<EFI_MEMORY_DESCRIPTOR> map;
+  for (auto region = kRegions.rbegin(); region != kRegions.rend(); ++region) {  // by address
+    AddRegion(*region, map);
+  }
   return map;
 }
 

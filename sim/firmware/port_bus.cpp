@@ -88,7 +88,7 @@ void PortBus::Pass(std::uint16_t port) {
     return;
   }
   if (port != kPmTimerPort) {
-    clock_.EndTimerRow();
+    clock_.EndRows();
   }
   clock_.Advance(kPortAccessTime, Passing::Port);
 }

@@ -61,6 +61,10 @@ void BootRecorder::Connect(MachineParts& parts, bool transport) {
   bootNextBefore_ = NumberIn(u"BootNext");
   NoteDamagedOptions();
   WatchAttempts();
+  machine_.Counts().SetOffender([this] {
+    const EFI_HANDLE owner = machine_.CurrentOwner();
+    return parts_->Images().IsForeign(owner) ? parts_->Images().PathText(owner) : "";
+  });
   if (request_.trace && request_.onTraffic) {
     machine_.SetTrace([this](const std::string& call) { request_.onTraffic("FW " + call); });
   }
@@ -254,8 +258,10 @@ void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HA
   NameStepsOfWrites(report);
   report.counts = {machine_.Counts().All().begin(), machine_.Counts().All().end()};
   report.complaints = machine_.Counts().Complaints();
+  report.foreignComplaints = machine_.Counts().ForeignComplaints();
   report.poolPeak = machine_.Pool().Peak();
   report.poolInUse = machine_.Pool().InUseBy(driver);
+  machine_.Counts().SetOffender(nullptr);  // the images go before the machine
 }
 
 std::vector<OptionReport> ReportOptions(const VariableStore& store, std::vector<std::uint16_t>& order) {

@@ -1,5 +1,6 @@
 #include "sim/server/machine_parts.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -7,6 +8,8 @@
 #include "platform/simple_text_in.h"
 #include "platform/simple_text_out.h"
 #include "platform/veyra_hobs.h"
+#include "sim/firmware/services/acpi_tables.h"
+#include "sim/firmware/services/smbios_tables.h"
 
 namespace sim {
 namespace {
@@ -75,7 +78,19 @@ MachineParts::MachineParts(Machine& machine, const ServerDescription& server, Va
   static_cast<void>(performance_.Install(machine_.BootServices(), machine_.RuntimeServices()));
   InstallFirmwareVolume(server.firmware);
   InstallPlatform(server, bmc);
+  InstallSystemTables(server);
   machine_.SealTables();
+}
+
+// What an operating system reads of the machine.
+void MachineParts::InstallSystemTables(const ServerDescription& server) {
+  const unsigned sockets = std::max<unsigned>(server.platform.sockets, 1);
+  SmbiosFacts facts{.product = server.name, .sockets = sockets, .slots = {}};
+  for (const SlotRecord& slot : server.devices.slots) {
+    facts.slots.push_back(slot.number);
+  }
+  static_cast<void>(InstallAcpiTables(machine_, sockets));
+  static_cast<void>(InstallSmbiosTables(machine_, facts));
 }
 
 void MachineParts::InstallConsole() {

@@ -40,6 +40,7 @@ class MachineParts {
   void InstallMemory(const FirmwareDescription& firmware);
   void AddPlatformBlocks(const ServerDescription& server);
   void InstallFirmwareVolume(const FirmwareDescription& firmware);
+  void InstallSystemTables(const ServerDescription& server);
   void InstallHealth(const ServerDescription& server);
   void InstallPlatform(const ServerDescription& server, Bmc& bmc);
 

@@ -116,9 +116,10 @@ struct BootReport {
   std::vector<StepReport> steps;
   std::vector<VariableWrite> writes;  // this boot's
   std::map<std::string, std::uint64_t> counts;
-  std::vector<std::string> complaints;  // misuse of services by the software under test
-  std::size_t poolPeak = 0;             // bytes
-  std::size_t poolInUse = 0;            // bytes held by the driver at the end
+  std::vector<std::string> complaints;         // misuse of services by the software under test
+  std::vector<std::string> foreignComplaints;  // by loaders and drivers from the server's media, each with its path
+  std::size_t poolPeak = 0;                    // bytes
+  std::size_t poolInUse = 0;                   // bytes held by the driver at the end
   std::string log;
   std::string console;
   std::vector<std::string> screen;  // its lines at the end, UTF-8

@@ -90,6 +90,19 @@ TEST_F(Images, CodeIsNotWrittenDataNotRunAndTheHostNotCalled) {
   }
 }
 
+// Most loaders were made for firmware whose memory is all writable and executable, and do not say otherwise.
+TEST_F(Images, AnImageThatDoesNotClaimToLiveWithProtectedMemoryHasNone) {
+  for (const auto& code : {kWriteCode, kRunData}) {
+    PeBuilder builder({{".text", test::kCode, code}, {".data", test::kData, kReturnZero}});
+    builder.Put16(test::kOptional + 70, 0);
+    const auto bytes = builder.Bytes();
+    EFI_HANDLE image = nullptr;
+    ASSERT_EQ(Load({bytes.begin(), bytes.end()}, &image), EFI_SUCCESS) << images_.Error();
+    const BootOutcome outcome = machine_.Run([&] { return Start(image); });
+    EXPECT_EQ(outcome.end, BootEnd::Returned) << outcome.text;
+  }
+}
+
 TEST_F(Images, WithoutLeaveNoForeignCodeRunsWhateverItsSubsystem) {
   images_.Policy().action = LoaderAction::HandOver;
   for (const std::uint16_t subsystem : {std::uint16_t{10}, std::uint16_t{11}, std::uint16_t{12}}) {

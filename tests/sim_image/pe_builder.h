@@ -49,6 +49,7 @@ class PeBuilder {
     Put32(kOptional + 36, 0x200);
     Put32(kOptional + 60, kHeaders);
     Put16(kOptional + 68, 10);
+    Put16(kOptional + 70, 0x100);  // NX_COMPAT
     Put32(kOptional + 108, 16);
     std::uint32_t address = 0x1000;
     for (std::size_t i = 0; i < sections.size(); ++i) {

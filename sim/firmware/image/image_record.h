@@ -35,7 +35,7 @@ struct ImageService::Image {
   // Code that the machine found somewhere; everything else was given to the simulator to run.
   bool IsForeign() const { return !builtin && !linked && !underTest; }
   bool IsApplication() const { return pe.subsystem == kSubsystemApplication; }
-  // A page that would have to be writable and executable is never granted.
+  // A page that would have to be writable and executable is never granted to an image that says it needs none.
   bool CannotRun() const { return std::find(rights.begin(), rights.end(), PageRights::WriteExecute) != rights.end(); }
   std::span<std::byte> Memory() const { return {reinterpret_cast<std::byte*>(pages), pe.imageSize}; }
 };

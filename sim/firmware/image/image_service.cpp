@@ -9,8 +9,10 @@
 #include "platform/hii_package_list.h"
 #include "sim/firmware/image/image_record.h"
 #include "sim/firmware/image/image_source.h"
+#include "sim/firmware/image/linux_boot_parameters.h"
 #include "sim/firmware/image/machine_calls.h"
 #include "sim/firmware/services/device_path_text.h"
+#include "sim/firmware/variables/variable_name_text.h"
 
 namespace sim {
 namespace {
@@ -137,12 +139,16 @@ EFI_STATUS ImageService::Publish(std::unique_ptr<Image> image, EFI_HANDLE* handl
   if (!EFI_ERROR(status) && image->packages != nullptr) {
     status = calls.Install(&image->handle, gEfiHiiPackageListProtocolGuid, image->packages);
   }
+  if (image->pages != 0 && !image->pe.nxCompatible) {
+    machine_.LetRunFromData(image->handle);
+  }
   *handle = image->handle;
   images_[image->handle] = std::move(image);
   return status;
 }
 
-// Copies, relocates and protects: code is never writable, data never executable, headers and constants neither.
+// Copies, relocates and protects. Where the image allows it, code is never writable, data never executable, headers and
+// constants neither; all others run as they always did, with memory that is both.
 EFI_STATUS ImageService::Place(Image& image, std::span<const std::byte> file) {
   PeError error;
   const auto read = ReadPe(file, error);
@@ -166,6 +172,10 @@ EFI_STATUS ImageService::Place(Image& image, std::span<const std::byte> file) {
   const auto resource = FindHiiResource(image.pe, image.Memory());
   if (resource.size() >= sizeof(EFI_HII_PACKAGE_LIST_HEADER)) {
     image.packages = reinterpret_cast<EFI_HII_PACKAGE_LIST_HEADER*>(resource.data());
+  }
+  if (!image.pe.Protected()) {
+    PageAllocator::MakeExecutable(image.pages, image.pageCount);
+    return EFI_SUCCESS;
   }
   image.rights = RightsByPage(image.pe);
   for (std::size_t page = 0; page < image.rights.size(); ++page) {
@@ -286,9 +296,33 @@ std::vector<std::span<const std::byte>> ImageService::WritableMemory(EFI_HANDLE 
   return extents;
 }
 
+bool ImageService::IsForeign(EFI_HANDLE handle) const {
+  const Image* image = Find(handle);
+  return image != nullptr && image->IsForeign();
+}
+
 std::string ImageService::PathText(EFI_HANDLE handle) const {
   const Image* image = Find(handle);
   return image == nullptr ? "" : Text(image->path);
+}
+
+// A kernel of the Linux boot protocol says what it runs with, whoever started it; others have their load options.
+SystemTakenOver ImageService::DescribeSystem(const std::vector<std::byte>& loadOptions) {
+  SystemTakenOver system;
+  const std::vector<EFI_MEMORY_DESCRIPTOR> map = machine_.Pages().Map();
+  system.memoryMapEntries = map.size();
+  system.memoryMapSize = map.size() * kMemoryDescriptorSize;
+  if (const auto parameters = FindLinuxBootParameters(map)) {
+    system.commandLine = parameters->commandLine;
+    system.initrd = parameters->initrdSize;
+    return system;
+  }
+  std::u16string text(loadOptions.size() / sizeof(char16_t), u'\0');
+  if (!text.empty()) {
+    std::memcpy(text.data(), loadOptions.data(), text.size() * sizeof(char16_t));
+  }
+  system.commandLine = Utf8FromUtf16(text.substr(0, text.find(u'\0')));
+  return system;
 }
 
 EFI_STATUS ImageService::ExitBootServices(EFI_HANDLE handle, UINTN mapKey) {
@@ -304,7 +338,9 @@ EFI_STATUS ImageService::ExitBootServices(EFI_HANDLE handle, UINTN mapKey) {
   outcome.end = BootEnd::ExitedBootServices;
   outcome.image = handle;
   outcome.path = Find(handle)->path;
-  outcome.text = PathText(handle) + " took the machine over";
+  outcome.loadOptions = LoadOptionsOf(*Find(handle));
+  outcome.system = DescribeSystem(outcome.loadOptions);
+  outcome.text = "the operating system took over";
   machine_.EndBoot(std::move(outcome));
 }
 

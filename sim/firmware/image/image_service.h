@@ -84,6 +84,8 @@ class ImageService : public CurrentModel<ImageService> {
   bool IsImage(EFI_HANDLE handle) const { return images_.contains(handle); }
   // The writable sections of an image, where its variables lie; empty for built-in images.
   std::vector<std::span<const std::byte>> WritableMemory(EFI_HANDLE handle) const;
+  // Code that the machine found somewhere, such as a loader: neither the driver under test nor the simulator's own.
+  bool IsForeign(EFI_HANDLE handle) const;
   // The image's path as text; empty for an unknown handle.
   std::string PathText(EFI_HANDLE handle) const;
   const std::vector<Start>& Starts() const { return starts_; }
@@ -114,6 +116,8 @@ class ImageService : public CurrentModel<ImageService> {
   EFI_STATUS Run(Image& image);
   EFI_STATUS RunCode(Image& image);
   [[noreturn]] void HandOver(Image& image);
+  static std::vector<std::byte> LoadOptionsOf(const Image& image);
+  SystemTakenOver DescribeSystem(const std::vector<std::byte>& loadOptions);
   EFI_STATUS AfterRun(Image& image, EFI_STATUS status, UINTN* exitDataSize, CHAR16** exitData);
   void Discard(Image& image);
   void SignalBootStart();

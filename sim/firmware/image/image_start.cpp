@@ -32,12 +32,16 @@ void ImageService::HandOver(Image& image) {
   outcome.image = image.handle;
   outcome.path = image.path;
   outcome.text = "control went to " + starts_.back().path;
-  if (image.protocol.LoadOptions != nullptr) {
-    const auto* options = static_cast<const std::byte*>(image.protocol.LoadOptions);
-    const std::size_t size = std::min<std::size_t>(image.protocol.LoadOptionsSize, kMaxLoadOptions);
-    outcome.loadOptions.assign(options, options + size);
-  }
+  outcome.loadOptions = LoadOptionsOf(image);
   machine_.EndBoot(std::move(outcome));
+}
+
+std::vector<std::byte> ImageService::LoadOptionsOf(const Image& image) {
+  if (image.protocol.LoadOptions == nullptr) {
+    return {};
+  }
+  const auto* options = static_cast<const std::byte*>(image.protocol.LoadOptions);
+  return {options, options + std::min<std::size_t>(image.protocol.LoadOptionsSize, kMaxLoadOptions)};
 }
 
 // What starting this image means, written into its record; the status for LoaderAction::Answer.

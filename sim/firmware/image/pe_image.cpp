@@ -66,6 +66,7 @@ constexpr std::uint16_t kMzSignature = 0x5A4D;      // "MZ"
 constexpr std::uint16_t kMachineX64 = 0x8664;
 constexpr std::uint16_t kPe32PlusMagic = 0x20B;
 constexpr std::uint16_t kRelocationsStripped = 0x0001;
+constexpr std::uint16_t kNxCompatible = 0x0100;
 constexpr std::uint32_t kSectionExecutable = 0x20000000;
 constexpr std::uint32_t kSectionWritable = 0x80000000;
 constexpr std::uint64_t kOffsetOfPeOffset = 0x3C;
@@ -141,6 +142,7 @@ class Reader {
     image_.imageSize = optional->imageSize;
     image_.headerSize = optional->headerSize;
     image_.sectionAlignment = optional->sectionAlignment;
+    image_.nxCompatible = (optional->dllCharacteristics & kNxCompatible) != 0;
     return true;
   }
 

@@ -40,9 +40,13 @@ struct PeImage {
   std::uint32_t headerSize = 0;  // bytes of headers, copied to the image's start
   std::uint32_t sectionAlignment = 0;
   bool relocatable = false;
+  bool nxCompatible = false;  // it says that it never runs what it can write (DllCharacteristics)
   PeDirectory relocations;
   PeDirectory resources;
   std::vector<PeSection> sections;  // by address, without overlap
+
+  // Firmware protects the sections of an image that allows it and whose sections share no page.
+  bool Protected() const { return nxCompatible && sectionAlignment >= 4096; }
 };
 
 inline constexpr std::uint32_t kMaxImageSize = 256 * 1024 * 1024;

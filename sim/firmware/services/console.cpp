@@ -1,6 +1,9 @@
 // Text output with the cursor arithmetic of UEFI 2.10, 12.4, and key input (12.2, 12.3).
 #include "sim/firmware/services/console.h"
 
+#include <iterator>
+
+#include "sim/firmware/machine.h"
 #include "sim/firmware/variables/variable_name_text.h"
 
 namespace sim {
@@ -9,6 +12,13 @@ namespace {
 constexpr UINT32 kShiftStateValid = 0x80000000;
 constexpr UINT8 kToggleStateValid = 0x80;
 constexpr std::size_t kMaxString = 1024 * 1024;  // characters that one call may write
+
+// Mode 0 is 80 by 25 everywhere, mode 1 is 80 by 50 where it exists (UEFI 2.10, 12.4.3).
+struct TextMode {
+  int columns;
+  int rows;
+};
+constexpr TextMode kModes[] = {{80, 25}, {80, 50}, {100, 31}};
 
 }  // namespace
 
@@ -19,10 +29,9 @@ struct ConsoleModel::OutputCalls {
 
   static EFI_STATUS EFIAPI Reset(Protocol* protocol, BOOLEAN) {
     ConsoleModel& self = Of(protocol);
-    self.mode_.Mode = 0;
     self.mode_.Attribute = kDefaultAttribute;
     self.mode_.CursorVisible = TRUE;
-    return ClearScreen(protocol);
+    return SetMode(protocol, 0);
   }
   static EFI_STATUS EFIAPI OutputString(Protocol* protocol, const CHAR16* text) {
     if (text == nullptr) {
@@ -42,15 +51,20 @@ struct ConsoleModel::OutputCalls {
     if (columns == nullptr || rows == nullptr) {
       return EFI_INVALID_PARAMETER;
     }
-    if (mode != 0) {
+    if (mode >= std::size(kModes)) {
       return EFI_UNSUPPORTED;
     }
-    *columns = kColumns;
-    *rows = kRows;
+    *columns = kModes[mode].columns;
+    *rows = kModes[mode].rows;
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI SetMode(Protocol* protocol, UINTN mode) {
-    return mode == 0 ? ClearScreen(protocol) : EFI_UNSUPPORTED;
+    if (mode >= std::size(kModes)) {
+      return EFI_UNSUPPORTED;
+    }
+    Of(protocol).mode_.Mode = static_cast<INT32>(mode);
+    Of(protocol).screen_ = TextScreen(kModes[mode].columns, kModes[mode].rows);
+    return ClearScreen(protocol);
   }
   static EFI_STATUS EFIAPI SetAttribute(Protocol* protocol, UINTN attribute) {
     if (attribute > 0x7F) {
@@ -65,7 +79,8 @@ struct ConsoleModel::OutputCalls {
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI SetCursorPosition(Protocol* protocol, UINTN column, UINTN row) {
-    if (column >= kColumns || row >= kRows) {
+    const TextScreen& screen = Of(protocol).screen_;
+    if (column >= static_cast<UINTN>(screen.Columns()) || row >= static_cast<UINTN>(screen.Rows())) {
       return EFI_UNSUPPORTED;
     }
     Of(protocol).screen_.MoveTo(static_cast<int>(column), static_cast<int>(row));
@@ -131,7 +146,7 @@ struct ConsoleModel::InputCalls {
 ConsoleModel::ConsoleModel() {
   using Out = OutputCalls;
   using In = InputCalls;
-  mode_ = {1, 0, kDefaultAttribute, 0, 0, TRUE};
+  mode_ = {static_cast<INT32>(std::size(kModes)), 0, kDefaultAttribute, 0, 0, TRUE};
   output_ = {{Out::Reset, Out::OutputString, Out::TestString, Out::QueryMode, Out::SetMode, Out::SetAttribute,
               Out::ClearScreen, Out::SetCursorPosition, Out::EnableCursor, &mode_},
              this};
@@ -161,6 +176,9 @@ void ConsoleModel::TellCursor(bool cleared) {
 }
 
 void ConsoleModel::Write(std::u16string_view text) {
+  if (services_ != nullptr) {
+    Machine::Current().Time().EndRows();  // whoever writes does not only wait
+  }
   std::u16string shown;
   for (const char16_t character : text) {
     screen_.Put(character);
@@ -197,6 +215,9 @@ bool ConsoleModel::KeyWaiting() {
 
 std::optional<EFI_INPUT_KEY> ConsoleModel::ReadKey() {
   if (!KeyWaiting()) {
+    if (services_ != nullptr) {
+      Machine::Current().OnKeyPoll();
+    }
     return std::nullopt;
   }
   const EFI_INPUT_KEY key = keys_.front();

@@ -56,8 +56,6 @@ class ConsoleModel {
 
  private:
   static constexpr std::size_t kMaxText = 4 * 1024 * 1024;
-  static constexpr INT32 kColumns = 80;
-  static constexpr INT32 kRows = 25;
   static constexpr INT32 kDefaultAttribute = 0x07;
 
   template <typename Protocol>
@@ -78,7 +76,7 @@ class ConsoleModel {
   SIMPLE_TEXT_OUTPUT_MODE mode_{};
   EFI_BOOT_SERVICES* services_ = nullptr;
   std::string text_;
-  TextScreen screen_{kColumns, kRows};
+  TextScreen screen_{80, 25};
   Echo echo_;
   CursorHandler onCursor_;
   std::deque<EFI_INPUT_KEY> keys_;

@@ -16,6 +16,8 @@ class TextScreen {
   void Clear();
   // Within the screen; the caller checks.
   void MoveTo(int column, int row) { column_ = column, row_ = row; }
+  int Columns() const { return columns_; }
+  int Rows() const { return rows_; }
   int Column() const { return column_; }
   int Row() const { return row_; }
 
