@@ -67,7 +67,7 @@ class BootRun {
   void ConnectConsole();
   void ConnectScreen();
   BootResult BootOnce();
-  void Show(unsigned number, const BootResult& result) const;
+  void Show(unsigned number, const BootResult& result);
   void WriteJson() const;
   void WriteVariables() const;
   // With the JSON on standard output the texts go to standard error.
@@ -86,6 +86,7 @@ class BootRun {
   std::optional<PolicyListener> listener_;
   PolicyStory story_;        // of the start at hand
   bool screenUsed_ = false;  // a program placed the cursor, so that its text makes no sense line by line
+  bool coloured_ = false;    // the terminal's colours are a program's
 };
 
 // The linked driver tells why it orders the options as it does.
@@ -141,6 +142,15 @@ void BootRun::ConnectConsole() {
   }
 }
 
+// An attribute of the console as a terminal's escape sequence (ECMA-48, 8.3.117): the console counts its colours from
+// blue to red, a terminal from red to blue; bit 3 is bright.
+std::string ColourSequence(int attribute) {
+  static constexpr int kOfTerminal[] = {0, 4, 2, 6, 1, 5, 3, 7};
+  const int foreground = kOfTerminal[attribute & 7] + ((attribute & 8) != 0 ? 90 : 30);
+  return fmt::format("\x1B[{};{}m", foreground, kOfTerminal[attribute >> 4 & 7] + 40);
+}
+constexpr const char* kOwnColours = "\x1B[0m";
+
 // A loader's menu is drawn with the cursor. A terminal follows it; elsewhere the last screen is shown.
 void BootRun::ConnectScreen() {
   if (!arguments_.execute) {
@@ -150,6 +160,12 @@ void BootRun::ConnectScreen() {
     screenUsed_ = screenUsed_ || !cleared;
     if (OnTerminal()) {
       fmt::print(Texts(), "{}\x1B[{};{}H", cleared ? "\x1B[2J" : "", row + 1, column + 1);
+    }
+  };
+  request_.onColours = [this](int attribute) {
+    if (OnTerminal() && style_.colour) {
+      coloured_ = true;
+      fmt::print(Texts(), "{}", ColourSequence(attribute));
     }
   };
 }
@@ -181,11 +197,14 @@ BootResult BootRun::BootOnce() {
   }
 }
 
-void BootRun::Show(unsigned number, const BootResult& result) const {
+void BootRun::Show(unsigned number, const BootResult& result) {
   const std::string boot =
       arguments_.boots > 1 ? fmt::format(", boot {} of {}", number, arguments_.boots) : std::string();
   const std::string title = server_.Description().name + boot;
   const char* limit = result.resetLimitReached ? ", one reset too many" : "";
+  if (std::exchange(coloured_, false)) {
+    fmt::print(Texts(), "{}", kOwnColours);
+  }
   if (screenUsed_ && !arguments_.quiet) {
     fmt::print(Texts(), "{}", OnTerminal() ? "\n" : ScreenText(result));
   }

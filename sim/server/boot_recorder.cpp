@@ -75,6 +75,7 @@ void BootRecorder::Connect(MachineParts& parts, bool transport) {
     parts.Console().SetEcho(request_.onConsole);
   }
   parts.Console().SetCursorHandler(request_.onCursor);
+  parts.Console().SetColourHandler(request_.onColours);
   if (request_.keys != nullptr) {
     parts.Console().SetKeySource([keys = request_.keys] { return keys->Next(); });
     machine_.SetIdle([keys = request_.keys] { return keys->Wait(); });

@@ -48,6 +48,7 @@ struct BootRequest {
   std::function<void(const std::string& line)> onTraffic;  // one per IPMI request and BMC exchange, with its time
   std::function<void(std::string_view utf8)> onConsole;    // as text appears on the console
   ConsoleModel::CursorHandler onCursor;                    // as somebody places the cursor or clears the screen
+  ConsoleModel::ColourHandler onColours;                   // as somebody chooses the colours of what follows
   ConsoleKeys* keys = nullptr;                             // keys typed at the console; null: none
   std::function<void(Machine&)> beforeStart;  // for tests: the machine is complete, the driver not yet started
   std::function<void(Machine&, const BootOutcome&)> afterEnd;  // the machine is still there

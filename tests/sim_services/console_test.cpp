@@ -52,6 +52,38 @@ TEST(Console, TheScreenShowsWhatWasDrawnOnIt) {
   EXPECT_EQ(lines()[24], "b");
 }
 
+TEST(Console, AModeHasItsOwnScreenAndColoursAreTold) {
+  ConsoleModel console;
+  auto* out = console.Output();
+  std::vector<int> colours;
+  console.SetColourHandler([&](int attribute) { colours.push_back(attribute); });
+  EXPECT_EQ(out->SetMode(out, static_cast<UINTN>(out->Mode->MaxMode)), EFI_UNSUPPORTED);
+  UINTN columns = 0;
+  UINTN rows = 0;
+  ASSERT_EQ(out->QueryMode(out, 2, &columns, &rows), EFI_SUCCESS);
+  ASSERT_EQ(out->SetMode(out, 2), EFI_SUCCESS);
+  EXPECT_EQ(out->SetCursorPosition(out, columns - 1, rows - 1), EFI_SUCCESS);
+  EXPECT_EQ(out->SetCursorPosition(out, columns, 0), EFI_UNSUPPORTED);
+  EXPECT_EQ(out->SetAttribute(out, 0x1F), EFI_SUCCESS);
+  EXPECT_EQ(out->Reset(out, FALSE), EFI_SUCCESS);
+  EXPECT_EQ(out->Mode->Mode, 0);
+  EXPECT_EQ(colours, (std::vector<int>{0x1F, 0x07}));
+}
+
+TEST(Console, WhoAsksForNothingButKeysWaitsForEver) {
+  Machine machine;
+  ConsoleModel console;
+  ASSERT_EQ(console.CreateKeyEvents(machine.BootServices()), EFI_SUCCESS);
+  const BootOutcome outcome = machine.Run([&] {
+    EFI_INPUT_KEY key{};
+    while (console.Input()->ReadKeyStroke(console.Input(), &key) == EFI_NOT_READY) {
+    }
+    return EFI_SUCCESS;
+  });
+  EXPECT_EQ(outcome.end, BootEnd::WaitsForever);
+  EXPECT_GE(outcome.time, Machine::kKeyPatience);
+}
+
 TEST(TerminalKeys, SequencesAreOneKey) {
   TerminalKeys keys;
   keys.Feed("a\x1B[A\x1B[D\n\x7F");

@@ -312,7 +312,7 @@ SystemTakenOver ImageService::DescribeSystem(const std::vector<std::byte>& loadO
   const std::vector<EFI_MEMORY_DESCRIPTOR> map = machine_.Pages().Map();
   system.memoryMapEntries = map.size();
   system.memoryMapSize = map.size() * kMemoryDescriptorSize;
-  if (const auto parameters = FindLinuxBootParameters(map)) {
+  if (const auto parameters = FindLinuxBootParameters(map, machine_.Pool())) {
     system.commandLine = parameters->commandLine;
     system.initrd = parameters->initrdSize;
     return system;

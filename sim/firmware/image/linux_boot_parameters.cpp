@@ -1,5 +1,6 @@
 #include "sim/firmware/image/linux_boot_parameters.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -31,29 +32,37 @@ std::uint64_t EndOf(const EFI_MEMORY_DESCRIPTOR& range) {
   return range.PhysicalStart + range.NumberOfPages * kPageSize;
 }
 
+std::optional<std::string> TextIn(std::uint64_t address, std::size_t room) {
+  const auto* text = reinterpret_cast<const char*>(address);
+  const std::size_t length = strnlen(text, std::min(room, kMaxCommandLine));
+  return length == room ? std::nullopt : std::optional(std::string(text, length));
+}
+
 // The text at an address of allocated memory, up to its NUL; nothing when it leaves that memory first.
-std::optional<std::string> TextAt(std::uint64_t address, std::span<const EFI_MEMORY_DESCRIPTOR> map) {
+std::optional<std::string> TextAt(std::uint64_t address, std::span<const EFI_MEMORY_DESCRIPTOR> map,
+                                  const PoolAllocator& pool) {
+  if (const PoolAllocator::Block* block = pool.Find(reinterpret_cast<const void*>(address))) {
+    return TextIn(address, block->size);
+  }
   for (const EFI_MEMORY_DESCRIPTOR& range : map) {
     if (range.Type == EfiConventionalMemory || address < range.PhysicalStart || address >= EndOf(range)) {
       continue;
     }
-    const auto room = static_cast<std::size_t>(EndOf(range) - address);
-    const auto* text = reinterpret_cast<const char*>(address);
-    const std::size_t length = strnlen(text, room < kMaxCommandLine ? room : kMaxCommandLine);
-    return length == room ? std::nullopt : std::optional(std::string(text, length));
+    return TextIn(address, static_cast<std::size_t>(EndOf(range) - address));
   }
   return std::nullopt;
 }
 
 // The parameters on that page, if it holds any. A kernel's file begins alike, with no command line yet.
-std::optional<LinuxBootParameters> ParametersOn(std::uint64_t page, std::span<const EFI_MEMORY_DESCRIPTOR> map) {
+std::optional<LinuxBootParameters> ParametersOn(std::uint64_t page, std::span<const EFI_MEMORY_DESCRIPTOR> map,
+                                                const PoolAllocator& pool) {
   if (Read<std::uint16_t>(page + kBootFlag) != kBootFlagValue ||
       Read<std::uint32_t>(page + kSignature) != kSignatureValue) {
     return std::nullopt;
   }
   const std::uint64_t at =
       Read<std::uint32_t>(page + kCommandLine) | std::uint64_t{Read<std::uint32_t>(page + kCommandLineHigh)} << 32;
-  const auto commandLine = at == 0 ? std::nullopt : TextAt(at, map);
+  const auto commandLine = at == 0 ? std::nullopt : TextAt(at, map, pool);
   if (!commandLine) {
     return std::nullopt;
   }
@@ -63,13 +72,14 @@ std::optional<LinuxBootParameters> ParametersOn(std::uint64_t page, std::span<co
 
 }  // namespace
 
-std::optional<LinuxBootParameters> FindLinuxBootParameters(std::span<const EFI_MEMORY_DESCRIPTOR> map) {
+std::optional<LinuxBootParameters> FindLinuxBootParameters(std::span<const EFI_MEMORY_DESCRIPTOR> map,
+                                                           const PoolAllocator& pool) {
   for (const EFI_MEMORY_DESCRIPTOR& range : map) {
     if (range.Type != EfiLoaderData && range.Type != EfiLoaderCode) {
       continue;
     }
     for (std::uint64_t page = range.PhysicalStart; page < EndOf(range); page += kPageSize) {
-      if (const auto parameters = ParametersOn(page, map)) {
+      if (const auto parameters = ParametersOn(page, map, pool)) {
         return parameters;
       }
     }

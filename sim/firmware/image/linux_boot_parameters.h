@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/boot_services.h"
+#include "sim/firmware/pool.h"
 
 namespace sim {
 
@@ -17,8 +18,9 @@ struct LinuxBootParameters {
   std::uint64_t initrdSize = 0;  // bytes; 0: there is none
 };
 
-// Looks into the loader's pages of a memory map, whose memory must be readable. Nothing when no kernel's parameters lie
-// there. Everything found is checked: the map's programs wrote it.
-std::optional<LinuxBootParameters> FindLinuxBootParameters(std::span<const EFI_MEMORY_DESCRIPTOR> map);
+// Looks into the loader's pages of a memory map, whose memory must be readable; the command line may lie in the pool.
+// Nothing when no kernel's parameters lie there. Everything found is checked: the map's programs wrote it.
+std::optional<LinuxBootParameters> FindLinuxBootParameters(std::span<const EFI_MEMORY_DESCRIPTOR> map,
+                                                           const PoolAllocator& pool);
 
 }  // namespace sim

@@ -29,7 +29,7 @@ struct ConsoleModel::OutputCalls {
 
   static EFI_STATUS EFIAPI Reset(Protocol* protocol, BOOLEAN) {
     ConsoleModel& self = Of(protocol);
-    self.mode_.Attribute = kDefaultAttribute;
+    self.SetColours(kDefaultAttribute);
     self.mode_.CursorVisible = TRUE;
     return SetMode(protocol, 0);
   }
@@ -70,7 +70,7 @@ struct ConsoleModel::OutputCalls {
     if (attribute > 0x7F) {
       return EFI_UNSUPPORTED;
     }
-    Of(protocol).mode_.Attribute = static_cast<INT32>(attribute);
+    Of(protocol).SetColours(static_cast<INT32>(attribute));
     return EFI_SUCCESS;
   }
   static EFI_STATUS EFIAPI ClearScreen(Protocol* protocol) {
@@ -172,6 +172,14 @@ void ConsoleModel::TellCursor(bool cleared) {
   mode_.CursorRow = screen_.Row();
   if (onCursor_) {
     onCursor_(screen_.Column(), screen_.Row(), cleared);
+  }
+}
+
+void ConsoleModel::SetColours(INT32 attribute) {
+  const bool changed = attribute != mode_.Attribute;
+  mode_.Attribute = attribute;
+  if (changed && onColours_) {
+    onColours_(attribute);
   }
 }
 

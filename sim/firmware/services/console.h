@@ -26,6 +26,7 @@ class ConsoleModel {
  public:
   using Echo = std::function<void(std::string_view utf8)>;
   using CursorHandler = std::function<void(int column, int row, bool cleared)>;
+  using ColourHandler = std::function<void(int attribute)>;
   using KeySource = std::function<std::optional<EFI_INPUT_KEY>()>;
 
   // The interfaces exist from here on; the events that wait for a key are made by CreateKeyEvents.
@@ -47,6 +48,8 @@ class ConsoleModel {
   // The screen as it is now, and a handler that is told where somebody put the cursor; cleared: the screen is empty.
   const TextScreen& Screen() const { return screen_; }
   void SetCursorHandler(CursorHandler handler) { onCursor_ = std::move(handler); }
+  // Told the attribute for what is written next (UEFI 2.10, 12.4.3: foreground in bits 0 to 3, background in 4 to 6).
+  void SetColourHandler(ColourHandler handler) { onColours_ = std::move(handler); }
 
   // Keys that are read before the source is asked. Type sends each character of a text; "\n" is the enter key.
   void Press(EFI_INPUT_KEY key) { keys_.push_back(key); }
@@ -68,6 +71,7 @@ class ConsoleModel {
 
   void Write(std::u16string_view text);
   void TellCursor(bool cleared);
+  void SetColours(INT32 attribute);
   bool KeyWaiting();
 
   Interface<EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL> output_;
@@ -79,6 +83,7 @@ class ConsoleModel {
   TextScreen screen_{80, 25};
   Echo echo_;
   CursorHandler onCursor_;
+  ColourHandler onColours_;
   std::deque<EFI_INPUT_KEY> keys_;
   KeySource source_;
 };
