@@ -54,7 +54,7 @@ def starts(name):
 for driver in ("linked", "image"):
     menu = starts(f"{driver}-menu")[-1]
     assert "hello-loader: device path: " in menu["console"], menu["console"]
-    started = [(each["what"].split("\\")[-1], each["status"]) for each in menu["attempts"]]
+    started = [(each["what"].replace("/", "\\").split("\\")[-1], each["status"]) for each in menu["attempts"]]
     assert ("hello.efi", "EFI_SUCCESS") in started and ("shimx64.efi", "EFI_SUCCESS") in started, started
     assert menu["booted"]["number"] == "0001", menu["booted"]  # the loader left; the next option came
 
