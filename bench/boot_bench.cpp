@@ -2,48 +2,18 @@
 // the host's; the counters are the simulated server's and repeat from run to run.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
+#include <algorithm>
 #include <span>
 
+#include "bench/disk_server.h"
 #include "bench/waits.h"
-#include "tests/whole_boots/server_builder.h"
 
 namespace {
 
 using sim::BootReport;
 using sim::Server;
-using sim::ServerDescription;
 
-// As many SATA disks as asked for, 32 on a controller, each with a system partition and a foreign option.
-ServerDescription DiskServer(unsigned disks) {
-  ServerDescription server = sim::test::PlainServer(
-      "[bmc]\nfiles = false\n[setup]\nuefi_mode = 0\n"
-      "[nvram]\nsize = 4194304\n");
-  for (unsigned first = 0; first < disks; first += 32) {
-    std::vector<sim::SataDevice> sata;
-    for (unsigned i = first; i < disks && i < first + 32; ++i) {
-      sata.push_back(sim::SataDisk(static_cast<std::uint16_t>(i - first), sim::test::SystemDisk(i + 1),
-                                   fmt::format("S{:04}", i + 1)));
-    }
-    const unsigned controller = first / 32;
-    server.devices.rootBridges[0].functions.push_back(
-        sim::Ahci(static_cast<std::uint8_t>(1 + controller / 8), static_cast<std::uint8_t>(controller % 8), sata));
-  }
-  return server;
-}
-
-void AddOptions(Server& server, unsigned count) {
-  std::vector<std::uint16_t> order;
-  for (unsigned i = 0; i < count; ++i) {
-    const auto path = sim::test::PartitionPath(i + 1, u"\\EFI\\BOOT\\BOOTX64.EFI");
-    static_cast<void>(server.Variables().Set(sim::test::OptionVariable(static_cast<std::uint16_t>(i)),
-                                             gEfiGlobalVariableGuid, sim::test::kKept,
-                                             sim::test::LoadOptionBytes(u"system", path.Bytes())));
-    order.push_back(static_cast<std::uint16_t>(i));
-  }
-  static_cast<void>(
-      server.Variables().Set(u"BootOrder", gEfiGlobalVariableGuid, sim::test::kKept, std::as_bytes(std::span(order))));
-}
+constexpr char kNoBmc[] = "[bmc]\nfiles = false\n[setup]\nuefi_mode = 0\n";
 
 void Count(benchmark::State& state, const BootReport& report) {
   std::uint64_t calls = 0;
@@ -63,7 +33,7 @@ void Count(benchmark::State& state, const BootReport& report) {
 
 void WholeBoot(benchmark::State& state) {
   const auto size = static_cast<unsigned>(state.range(0));
-  Server server(DiskServer(size), {});
+  Server server(DiskServer(size, kNoBmc), {});
   AddOptions(server, size);
   static_cast<void>(server.Boot({}));
   BootReport report;
@@ -74,33 +44,11 @@ void WholeBoot(benchmark::State& state) {
 }
 BENCHMARK(WholeBoot)->Arg(8)->Arg(64)->Arg(512)->Unit(benchmark::kMillisecond);
 
-// The host's time between the lines that two steps print before they begin.
 void Step(benchmark::State& state, const std::string& step) {
   const auto size = static_cast<unsigned>(state.range(0));
-  Server server(DiskServer(size), {});
+  Server server(DiskServer(size, kNoBmc), {});
   AddOptions(server, size);
-  static_cast<void>(server.Boot({}));
-  BootReport report;
-  for (auto _ : state) {
-    std::chrono::steady_clock::time_point start;
-    double seconds = 0;
-    bool running = false;
-    sim::BootRequest request;
-    request.debugMask |= 0x20;
-    request.onLogLine = [&](const std::string& line) {
-      if (!line.starts_with("BDS.")) {
-        return;
-      }
-      if (running) {
-        seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-      }
-      running = line.starts_with("BDS." + step + "(");
-      start = std::chrono::steady_clock::now();
-    };
-    report = server.Boot(request);
-    state.SetIterationTime(seconds);
-  }
-  Count(state, report);
+  Count(state, TimeStep(state, server, step));
 }
 
 void Loading(benchmark::State& state) { Step(state, "ReadBootOptions"); }

@@ -174,6 +174,14 @@ EFI_STATUS LocateCollation() {
   return gFlexBoot.Collation != nullptr ? EFI_SUCCESS : LocateProtocol(gFlexBoot.Collation);
 }
 
+const CHAR16* FileName(const CHAR16* path) {
+  const CHAR16* name = path;
+  for (; *path != 0; ++path) {
+    name = *path == '\\' ? path + 1 : name;
+  }
+  return name;
+}
+
 EFI_STATUS FindFileInFs(const CHAR16* name, PoolPtr<CHAR16>& foundPath, const File& root) {
   if (const EFI_STATUS status = LocateCollation(); EFI_ERROR(status)) {
     return status;

@@ -16,6 +16,9 @@ inline constexpr UINT8 kLoaderNameKnown = 2;
 // Locates the interface that compares file names, once a boot. Logs nothing.
 [[nodiscard]] EFI_STATUS LocateCollation();
 
+// The file's name: what stands behind the last backslash of its path.
+[[nodiscard]] const CHAR16* FileName(const CHAR16* path);
+
 // The path of the loader on the volume, in pool memory. fullPath is a directory, a name or a file's path, as
 // availableData says. EFI_NOT_FOUND when the volume has none.
 [[nodiscard]] EFI_STATUS FindLoaderFile(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* volume, const CHAR16* fullPath,

@@ -25,36 +25,39 @@ bool SameSignature(const DevicePath* a, const DevicePath* b) {
   return EqualMemory(NodeBytes(a).data() + kAt, NodeBytes(b).data() + kAt, sizeof(HARDDRIVE_DEVICE_PATH::Signature));
 }
 
-// The text of a file path node with a NUL, in pool memory.
-PoolPtr<CHAR16> FilePathText(const DevicePath* node) {
-  const UINTN length = (NodeLength(node) - sizeof(DevicePath)) / sizeof(CHAR16);
-  return CopyText(reinterpret_cast<const CHAR16*>(node + 1), length);
-}
-
 // Letter case aside. What an option's path holds may look like a pattern; the same path is the same all the same.
 bool SameFile(const CHAR16* path, const CHAR16* other) {
   EFI_UNICODE_COLLATION_PROTOCOL* collation = gFlexBoot.Collation;
   return collation->MetaiMatch(collation, path, other) || collation->StriColl(collation, path, other) == 0;
 }
 
-bool StartsFile(const BOOT_OPTION& option, const DevicePath* partition, const CHAR16* filePath) {
+// starts: the option starts that file of the partition. EFI_OUT_OF_RESOURCES when that cannot be told.
+EFI_STATUS CompareFile(const BOOT_OPTION& option, const DevicePath* partition, const CHAR16* filePath, bool& starts) {
+  starts = false;
   const DevicePath* path = option.FilePathList.get();
   const DevicePath* drive = FindNode(path, MEDIA_DEVICE_PATH, MEDIA_HARDDRIVE_DP);
   const DevicePath* file = FindNode(path, MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP);
   if (!IsGptNode(drive) || !SameSignature(drive, partition) || file == nullptr) {
-    return false;
+    return EFI_SUCCESS;
   }
-  const PoolPtr<CHAR16> text = FilePathText(file);
-  return text && SameFile(filePath, text.get());
+  const PoolPtr<CHAR16> text = CopyFilePathText(file);
+  if (!text) {
+    return EFI_OUT_OF_RESOURCES;
+  }
+  starts = SameFile(filePath, text.get());
+  return EFI_SUCCESS;
 }
 
-BOOT_OPTION* FindOptionForFile(const BOOT_OPTION_LIST& options, const DevicePath* partition, const CHAR16* filePath) {
-  for (BOOT_OPTION* option = options.First; option != nullptr; option = option->Next) {
-    if (StartsFile(*option, partition, filePath)) {
-      return option;
+// found is null when there is none.
+EFI_STATUS FindOptionForFile(const BOOT_OPTION_LIST& options, const DevicePath* partition, const CHAR16* filePath,
+                             BOOT_OPTION*& found) {
+  for (found = options.First; found != nullptr; found = found->Next) {
+    bool starts = false;
+    if (const EFI_STATUS status = CompareFile(*found, partition, filePath, starts); EFI_ERROR(status) || starts) {
+      return status;
     }
   }
-  return nullptr;
+  return EFI_SUCCESS;
 }
 
 // The short form of a path: the partition, the file, the end.
@@ -73,14 +76,6 @@ PoolPtr<DevicePath> ShortFormPath(const DevicePath* partition, const CHAR16* fil
     writer.Write(kEndEntireNode);
   }
   return path;
-}
-
-const CHAR16* FileName(const CHAR16* path) {
-  const CHAR16* name = path;
-  for (; *path != 0; ++path) {
-    name = *path == '\\' ? path + 1 : name;
-  }
-  return name;
 }
 
 // The loader's name and the controller's, as far as there are any. A loader that was only known by its directory is
@@ -270,7 +265,11 @@ EFI_STATUS CreateOptionForFile(BOOT_OPTION_LIST& options, EFI_HANDLE handle, con
     DebugPrint("Not a GPT partition. Only GPT partitions are supported.\n");
     return EFI_INVALID_PARAMETER;
   }
-  option = FindOptionForFile(options, partition, filePath);
+  // Without the memory to tell, a second option for the same file might come of it.
+  if (const EFI_STATUS status = FindOptionForFile(options, partition, filePath, option); EFI_ERROR(status)) {
+    DebugPrint("%r looking for an option that starts the file\n", status);
+    return status;
+  }
   if (option != nullptr) {
     DebugPrint("Option already there\n");
     return EFI_ABORTED;

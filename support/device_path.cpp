@@ -117,6 +117,16 @@ const DevicePath* FindNode(const DevicePath* path, UINT8 type, UINT8 subType) {
   return nullptr;
 }
 
+PoolPtr<CHAR16> CopyFilePathText(const DevicePath* node) {
+  const UINTN length = (NodeLength(node) - sizeof(DevicePath)) / sizeof(CHAR16);
+  PoolPtr<CHAR16> text = AllocateArray<CHAR16>(length + 1);
+  if (text) {
+    CopyMemory(text.get(), node + 1, length * sizeof(CHAR16));
+    text[length] = 0;
+  }
+  return text;
+}
+
 PoolPtr<DevicePath> CopyNextInstance(const DevicePath*& remaining) {
   if (remaining == nullptr) {
     return nullptr;

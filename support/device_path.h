@@ -94,6 +94,9 @@ class DevicePathWalker {
 // The first node of this type and subtype before the final end node; null when there is none.
 [[nodiscard]] const DevicePath* FindNode(const DevicePath* path, UINT8 type, UINT8 subType);
 
+// The text of a file path node, in pool memory; null when the pool is exhausted.
+[[nodiscard]] PoolPtr<CHAR16> CopyFilePathText(const DevicePath* node);
+
 // Takes one instance off the front of a multi-instance path: a pool copy that ends with an end-of-entire-path node.
 // remaining moves to the next instance, or becomes null behind the last. Null when remaining is null, broken, or
 // the pool is exhausted.

@@ -1,7 +1,5 @@
 // Tags on addresses that a device path holds: a network port's MAC address, a Fibre Channel target's port name.
-#include "bootopt/bbs_table.h"
 #include "flexboot/xml_cursor.h"
-#include "support/protocols.h"
 #include "support/text.h"
 #include "vboot/option_path.h"
 #include "vboot/tag_processors.h"
@@ -40,34 +38,39 @@ bool ParseAddress(const char* text, const ADDRESS_TAG& tag, UINT8 (&address)[kMa
   return true;
 }
 
-// The handle whose path tells the device: for a legacy option the one that the CSM recorded.
-EFI_HANDLE HandleOf(const BOOT_OPTION& option) {
-  return IsLegacyOption(option) && option.BbsEntry != nullptr ? BbsHandle(*option.BbsEntry) : option.DeviceHandle;
+// The path that tells the device: for a legacy option that of the handle which the CSM recorded.
+const DevicePath* DevicePathOfOption(const VBOOT_OPTION_WRAPPER& wrapper) {
+  const BOOT_OPTION& option = *wrapper.Option;
+  return IsLegacyOption(option) && option.BbsEntry != nullptr ? wrapper.BbsHandlePath : wrapper.HandlePath;
 }
 
-bool HoldsAddress(const DevicePath* node, const ADDRESS_TAG& tag, const UINT8* address) {
+// The address that the node holds; empty for another node.
+Bytes AddressOf(const DevicePath* node, const ADDRESS_TAG& tag) {
   const Bytes bytes = NodeBytes(node);
   const bool kind =
       IsNode(node, MESSAGING_DEVICE_PATH, tag.SubTypes[0]) || IsNode(node, MESSAGING_DEVICE_PATH, tag.SubTypes[1]);
-  return kind && bytes.size() >= tag.Offset + tag.Bytes && EqualMemory(bytes.data() + tag.Offset, address, tag.Bytes);
+  return kind && bytes.size() >= tag.Offset + tag.Bytes ? bytes.subspan(tag.Offset, tag.Bytes) : Bytes{};
 }
 
-bool PathHoldsAddress(const DevicePath* path, const ADDRESS_TAG& tag, const UINT8* address) {
-  if (!IsAcpiNode(path)) {
-    return false;
-  }
-  for (DevicePathWalker walker(path); walker.Node() != nullptr && !IsEnd(walker.Node()); walker.Next()) {
-    if (HoldsAddress(walker.Node(), tag, address)) {
-      return true;
+TagVerdict CompareAddress(TAG_CALL& call, const DevicePath* path, const ADDRESS_TAG& tag, const UINT8* address) {
+  if (IsAcpiNode(path)) {
+    for (DevicePathWalker walker(path); walker.Node() != nullptr && !IsEnd(walker.Node()); walker.Next()) {
+      const Bytes found = AddressOf(walker.Node(), tag);
+      if (found.empty()) {
+        continue;
+      }
+      call.Found.Address = found;
+      if (EqualMemory(found.data(), address, tag.Bytes)) {
+        return TagVerdict::Select;
+      }
     }
   }
-  return false;
+  return call.Found.Address.empty() ? RefuseBecause(call, "its path holds no such address") : TagVerdict::Refuse;
 }
 
 EFI_STATUS MatchAddress(TAG_CALL& call, const ADDRESS_TAG& tag, const UINT8* address) {
   WalkOptions(call, {.Eligible = false}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
-    const EFI_HANDLE handle = HandleOf(*wrapper.Option);
-    return SelectOrRefuse(handle != nullptr && PathHoldsAddress(DevicePathOf(handle), tag, address));
+    return CompareAddress(call, DevicePathOfOption(wrapper), tag, address);
   });
   SayWhenNothingMatched(call, tag.TagName);
   return EFI_SUCCESS;

@@ -1,7 +1,10 @@
 // Tags on the loader that an option starts: its directory and its file name.
+#include <utility>
+
+#include "flexboot/loader_search.h"
 #include "flexboot/state.h"
 #include "support/debug_print.h"
-#include "support/protocols.h"
+#include "support/device_path.h"
 #include "support/text.h"
 #include "vboot/loader_match.h"
 #include "vboot/tag_processors.h"
@@ -9,42 +12,25 @@
 namespace bds {
 namespace {
 
-EFI_UNICODE_COLLATION_PROTOCOL* Collation() {
-  if (gFlexBoot.Collation == nullptr) {
-    gFlexBoot.Collation = LocateProtocol<EFI_UNICODE_COLLATION_PROTOCOL>();
-  }
-  if (gFlexBoot.Collation == nullptr) {
-    DebugPrint("Unicode interface unavailable, cannot do case insesitive comps.\n");
-  }
-  return gFlexBoot.Collation;
-}
-
-// The path string of the option's first file path node, in pool memory; null when it has none.
-PoolPtr<CHAR16> LoaderPathOf(const BOOT_OPTION& option) {
-  const DevicePath* node = FindNode(option.FilePathList.get(), MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP);
-  if (node == nullptr) {
-    return nullptr;
-  }
-  const UINTN capacity = (NodeLength(node) - sizeof(DevicePath)) / sizeof(CHAR16);
-  PoolPtr<CHAR16> path = AllocateArray<CHAR16>(capacity + 1);
-  if (path) {
-    CopyMemory(path.get(), node + 1, capacity * sizeof(CHAR16));
-    path[capacity] = 0;
-  }
-  return path;
-}
-
-// The file's name within the path.
-CHAR16* GetLdrName(CHAR16* path) {
-  DebugPrint("GetLdrName\n");
-  DebugPrint("reporting path: %a\n", path);
-  CHAR16* name = path;
-  for (CHAR16* at = path; *at != 0; ++at) {
-    if (*at == '\\') {
-      name = at + 1;
+// path: the text of the option's first file path node; null when it has none. EFI_OUT_OF_RESOURCES.
+EFI_STATUS ReadLoaderPath(VBOOT_OPTION_WRAPPER& wrapper, CHAR16*& path) {
+  if (!wrapper.LoaderPath) {
+    const DevicePath* node = FindNode(wrapper.Option->FilePathList.get(), MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP);
+    if (node != nullptr) {
+      wrapper.LoaderPath = CopyFilePathText(node);
+    }
+    if (node != nullptr && !wrapper.LoaderPath) {
+      return EFI_OUT_OF_RESOURCES;
     }
   }
-  return name;
+  path = wrapper.LoaderPath.get();
+  return EFI_SUCCESS;
+}
+
+const CHAR16* GetLdrName(const CHAR16* path) {
+  DebugPrint("GetLdrName\n");
+  DebugPrint("reporting path: %a\n", path);
+  return FileName(path);
 }
 
 // The texts of a tag's lines and those of a pair's part differ in their conversions only; texts come out the same.
@@ -65,22 +51,31 @@ bool HasDirectoryBehind(const CHAR16* path, UINTN length) {
   return TextLength(path) > length && ContainsText(path + length, u"\\");
 }
 
-// Runs the comparison over the options that have a loader path.
+// Runs the comparison over the options that have a loader path. A path for which the pool has no room ends the walk.
 template <typename Compare>
 EFI_STATUS WalkLoaders(TAG_CALL& call, UINT8 pairBit, Compare&& compare) {
-  EFI_UNICODE_COLLATION_PROTOCOL* collation = Collation();
-  if (collation == nullptr) {
+  if (EFI_ERROR(LocateCollation())) {
+    DebugPrint("Unicode interface unavailable, cannot do case insesitive comps.\n");
     return EFI_NOT_FOUND;
   }
+  EFI_STATUS status = EFI_SUCCESS;
   WalkOptions(call, {.Eligible = false}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
-    const PoolPtr<CHAR16> path = LoaderPathOf(*wrapper.Option);
-    const TagVerdict verdict = path ? compare(*collation, *wrapper.Option, path.get()) : TagVerdict::Keep;
+    CHAR16* path = nullptr;
+    status = ReadLoaderPath(wrapper, path);
+    if (EFI_ERROR(status)) {
+      return TagVerdict::Stop;
+    }
+    const TagVerdict verdict =
+        path != nullptr ? compare(*gFlexBoot.Collation, *wrapper.Option, path) : TagVerdict::Keep;
     if (verdict == TagVerdict::Select) {
       wrapper.LoaderOfPair = static_cast<UINT8>(wrapper.LoaderOfPair | pairBit);
     }
     return verdict;
   });
-  return EFI_SUCCESS;
+  if (EFI_ERROR(status)) {
+    SetTagMessage(call, "no memory for a loader's path");
+  }
+  return status;
 }
 
 }  // namespace
@@ -94,16 +89,19 @@ EFI_STATUS MatchLoaderPath(TAG_CALL& call, const LOADER_TEST& test) {
   }
   return WalkLoaders(
       call, test.PairBit, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
+        call.Found.Text = path;
         DebugPrint("Have file path %S\n", path);
         if (HasDirectoryBehind(path, length)) {
           DebugPrint("Path on option is longer than policy's\n");
           return TagVerdict::Keep;
         }
-        if (TextLength(path) > compared) {
-          path[compared] = 0;
-        }
+        const UINTN front = TextLength(path) < compared ? TextLength(path) : compared;
+        const CHAR16 behind = std::exchange(path[front], CHAR16{0});
         DebugPrint("comparing %S to %S\n", wanted.get(), path);
-        return Judge(test, option, collation.MetaiMatch(&collation, wanted.get(), path) != FALSE, wanted.get(), path);
+        const TagVerdict verdict =
+            Judge(test, option, collation.MetaiMatch(&collation, wanted.get(), path) != FALSE, wanted.get(), path);
+        path[front] = behind;
+        return verdict;
       });
 }
 
@@ -116,6 +114,7 @@ EFI_STATUS MatchLoaderName(TAG_CALL& call, const LOADER_TEST& test) {
       call, test.PairBit, [&](EFI_UNICODE_COLLATION_PROTOCOL& collation, const BOOT_OPTION& option, CHAR16* path) {
         DebugPrint("Option has a file path %S\n", path);
         const CHAR16* name = GetLdrName(path);
+        call.Found.Text = name;
         DebugPrint("comparing %S to %S\n", name, pattern.get());
         return Judge(test, option, collation.MetaiMatch(&collation, name, pattern.get()) != FALSE, name, pattern.get());
       });

@@ -81,7 +81,8 @@ void HandleUntagged(const NON_POLICY_RUN& run, BOOT_OPTION& option) {
   }
   option.Attributes &= LOAD_OPTION_ACTIVE;
   if (option.Attributes == 0) {
-    Observe(option, "not active");
+    Observe(option,
+            run.Managed && !legacy ? "switched off: a managed server boots what its policy names" : "not active");
     return;
   }
   if (!run.Popup && legacy && !run.Standalone) {

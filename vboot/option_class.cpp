@@ -12,6 +12,8 @@ namespace {
 constexpr char kNotApplicable[] = "N/A";
 constexpr char kUsb[] = "USB";
 constexpr char kVirtualMedia[] = "VMEDIA";
+constexpr CHAR16 kKvmDisk[] = u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x6,0x0)/Unit(0x1)";
+constexpr CHAR16 kIxmoDvd[] = u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x6,0x0)/Unit(0x3)";
 
 // The word of a device on the USB bus, which the BMC's virtual media and the SD card are too.
 const char* UsbWord(const BOOT_OPTION& option) {
@@ -94,8 +96,6 @@ const char* GetOptionSubType(const BOOT_OPTION& option, const char* classWord) {
   if ((!usb && !TextEqual(classWord, kVirtualMedia)) || option.BbsEntry == nullptr) {
     return kNotApplicable;
   }
-  constexpr CHAR16 kKvmDisk[] = u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x6,0x0)/Unit(0x1)";
-  constexpr CHAR16 kIxmoDvd[] = u"PciRoot(0x0)/Pci(0x1D,0x0)/USB(0x0,0x0)/USB(0x6,0x0)/Unit(0x3)";
   switch (option.BbsEntry->DeviceType) {
     case BBS_TYPE_FLOPPY:
       return usb ? "usb-fdd" : "kvm-mapped-fdd";

@@ -83,7 +83,13 @@ PoolPtr<DevicePath> TrimToPciNode(const DevicePath* path) {
   return trimmed;
 }
 
-PCI_DEVICE_PATH LastPciNode(const DevicePath* trimmed) { return LoadUnaligned<PCI_DEVICE_PATH>(LastNode(trimmed)); }
+const DevicePath* FindLastPciNode(const DevicePath* path) {
+  const DevicePath* last = nullptr;
+  for (DevicePathWalker walker(path); walker.Node() != nullptr && !IsEnd(walker.Node()); walker.Next()) {
+    last = IsPciNode(walker.Node()) ? walker.Node() : last;
+  }
+  return last;
+}
 
 Partitions::Partitions() {
   const HandleBuffer handles = HandlesWith<EFI_BLOCK_IO_PROTOCOL>();

@@ -29,8 +29,8 @@ class OptionPathInstances {
 [[nodiscard]] const DevicePath* FindPciPathStart(const BOOT_OPTION& option, const DevicePath* disk);
 // A pool copy of the path's first instance that ends with its last PCI node; null when it has none.
 [[nodiscard]] PoolPtr<DevicePath> TrimToPciNode(const DevicePath* path);
-// The last node of such a path.
-[[nodiscard]] PCI_DEVICE_PATH LastPciNode(const DevicePath* trimmed);
+// The node at which such a copy would end; null when there is none.
+[[nodiscard]] const DevicePath* FindLastPciNode(const DevicePath* path);
 
 // The partitions of this boot, looked up once for any number of options.
 class Partitions {

@@ -1,5 +1,6 @@
 // The options that a policy may tag, with what their paths say of their disks.
 #include "bmc/steps.h"
+#include "bootopt/bbs_table.h"
 #include "bootopt/dumps/dumps.h"
 #include "bootopt/names/device_path_text.h"
 #include "support/debug_print.h"
@@ -34,6 +35,8 @@ bool IsLegacyUsb(const BOOT_OPTION& option) {
 INTN CompareByLegacyUsb(const BOOT_OPTION& a, const BOOT_OPTION& b) {
   return static_cast<INTN>(IsLegacyUsb(a)) - static_cast<INTN>(IsLegacyUsb(b));
 }
+
+const DevicePath* PathOf(EFI_HANDLE handle) { return handle != nullptr ? DevicePathOf(handle) : nullptr; }
 
 // An option for a partition that is there belongs to an operating system, whoever made it.
 void FindDisk(VBOOT_OPTION_WRAPPER& wrapper, const Partitions& partitions) {
@@ -70,6 +73,9 @@ void CreateOptionWrappers(OPTION_WRAPPER_LIST& wrappers) {
     VBOOT_OPTION_WRAPPER* wrapper = AppendNew(wrappers);
     if (wrapper != nullptr) {
       wrapper->Option = option;
+      wrapper->HandlePath = PathOf(option->DeviceHandle);
+      wrapper->BbsHandlePath =
+          IsLegacyOption(*option) && option->BbsEntry != nullptr ? PathOf(BbsHandle(*option->BbsEntry)) : nullptr;
       FindDisk(*wrapper, partitions);
     }
   }

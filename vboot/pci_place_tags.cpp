@@ -11,6 +11,8 @@ namespace bds {
 namespace {
 
 constexpr char kPciFuncTag[] = "PciFuncTag";
+constexpr char kNoPciDevice[] = "its path names no PCI device";
+constexpr char kNoBridge[] = "no bridge above its device";
 
 // The path of the option's PCI function: that of the handle found before, or the PCI part of its own path. known is
 // false when there is none; a handle that lost its path gives null.
@@ -56,21 +58,22 @@ TagVerdict CompareParentBus(TAG_CALL& call, EFI_PCI_IO_PROTOCOL& parent, UINT32 
 }
 
 TagVerdict CompareBus(TAG_CALL& call, VBOOT_OPTION_WRAPPER& wrapper, UINT32 wanted) {
-  bool known = false;
-  const PoolPtr<DevicePath> path = FunctionPath(wrapper, known);
-  if (!known) {
-    return TagVerdict::Keep;
+  if (!wrapper.ParentKnown) {
+    const PoolPtr<DevicePath> path = FunctionPath(wrapper, wrapper.ParentKnown);
+    if (!wrapper.ParentKnown) {
+      return TagVerdict::Keep;
+    }
+    wrapper.ParentPciIo = ParentPciIo(path.get());
   }
-  EFI_PCI_IO_PROTOCOL* parent = ParentPciIo(path.get());
-  return parent != nullptr ? CompareParentBus(call, *parent, wanted) : TagVerdict::Refuse;
+  return wrapper.ParentPciIo != nullptr ? CompareParentBus(call, *wrapper.ParentPciIo, wanted)
+                                        : RefuseBecause(call, kNoBridge);
 }
 
 // The path in which device and function numbers are looked for; null when the option has none that tells them.
 const DevicePath* PathWithPlace(const VBOOT_OPTION_WRAPPER& wrapper) {
   constexpr UINT8 kSubTypeOfRoots = 1;
   const BOOT_OPTION& option = *wrapper.Option;
-  const DevicePath* path =
-      option.DeviceHandle != nullptr ? DevicePathOf(option.DeviceHandle) : option.FilePathList.get();
+  const DevicePath* path = option.DeviceHandle != nullptr ? wrapper.HandlePath : option.FilePathList.get();
   const DevicePath* first = OptionPathInstances(option).Node();
   if (path == nullptr) {
     return nullptr;
@@ -84,16 +87,16 @@ const DevicePath* PathWithPlace(const VBOOT_OPTION_WRAPPER& wrapper) {
 TagVerdict CompareFunction(TAG_CALL& call, const VBOOT_OPTION_WRAPPER& wrapper, UINT32 wanted) {
   const DevicePath* path = PathWithPlace(wrapper);
   if (path == nullptr) {
-    return TagVerdict::Refuse;
+    return RefuseBecause(call, kNoPciDevice);
   }
-  if (const PoolPtr<DevicePath> trimmed = TrimToPciNode(path)) {
+  if (const DevicePath* node = FindLastPciNode(path)) {
     DebugPrint("%a checking DP for data.\n", kPciFuncTag);
-    return CompareFound(call, LastPciNode(trimmed.get()).Function, wanted);
+    return CompareFound(call, LoadUnaligned<PCI_DEVICE_PATH>(node).Function, wanted);
   }
   DebugPrint("%a Falling back to BBS table data\n", kPciFuncTag);
   const BOOT_OPTION& option = *wrapper.Option;
   if (!IsLegacyOption(option) || option.BbsEntry == nullptr) {
-    return TagVerdict::Refuse;
+    return RefuseBecause(call, kNoPciDevice);
   }
   return CompareFound(call, option.BbsEntry->Function, wanted);
 }
@@ -103,8 +106,9 @@ TagVerdict CompareDevice(TAG_CALL& call, const VBOOT_OPTION_WRAPPER& wrapper, UI
   if (IsLegacyOption(option) && option.BbsEntry != nullptr) {
     return CompareFound(call, option.BbsEntry->Device, wanted);
   }
-  const PoolPtr<DevicePath> trimmed = TrimToPciNode(PathWithPlace(wrapper));
-  return trimmed ? CompareFound(call, LastPciNode(trimmed.get()).Device, wanted) : TagVerdict::Refuse;
+  const DevicePath* node = FindLastPciNode(PathWithPlace(wrapper));
+  return node != nullptr ? CompareFound(call, LoadUnaligned<PCI_DEVICE_PATH>(node).Device, wanted)
+                         : RefuseBecause(call, kNoPciDevice);
 }
 
 using PlaceTest = TagVerdict (*)(TAG_CALL& call, VBOOT_OPTION_WRAPPER& wrapper, UINT32 wanted);

@@ -11,17 +11,19 @@
 namespace bds {
 namespace {
 
-PCI_LOCATION LocationOf(const VBOOT_OPTION_WRAPPER& wrapper) {
+PCI_LOCATION LocationOf(VBOOT_OPTION_WRAPPER& wrapper) {
   const BOOT_OPTION& option = *wrapper.Option;
   if (IsLegacyOption(option) && option.BbsEntry != nullptr) {
     return {option.BbsEntry->Bus, option.BbsEntry->Device, option.BbsEntry->Function};
   }
-  PCI_LOCATION location;
-  static_cast<void>(GetOptionPciLocation(option, wrapper.DiskDevicePath.get(), location));
-  return location;
+  if (!wrapper.LocationKnown) {
+    static_cast<void>(GetOptionPciLocation(option, wrapper.DiskDevicePath.get(), wrapper.Location));
+    wrapper.LocationKnown = true;
+  }
+  return wrapper.Location;
 }
 
-bool HasPort(const VBOOT_OPTION_WRAPPER& wrapper, UINT32 port) {
+bool HasPort(VBOOT_OPTION_WRAPPER& wrapper, UINT32 port) {
   const PCI_LOCATION location = LocationOf(wrapper);
   for (const SLOT_PORT_ENTRY& entry : SlotPortTable()) {
     if (entry.Port == port && entry.Location == location) {
@@ -33,7 +35,7 @@ bool HasPort(const VBOOT_OPTION_WRAPPER& wrapper, UINT32 port) {
 }
 
 // How often the table describes the option in the slot.
-UINTN CountInSlot(const VBOOT_OPTION_WRAPPER& wrapper, UINT32 slot) {
+UINTN CountInSlot(VBOOT_OPTION_WRAPPER& wrapper, UINT32 slot) {
   const PCI_LOCATION location = LocationOf(wrapper);
   UINTN count = 0;
   for (const SLOT_PORT_ENTRY& entry : SlotPortTable()) {
@@ -47,12 +49,17 @@ UINTN CountInSlot(const VBOOT_OPTION_WRAPPER& wrapper, UINT32 slot) {
 
 bool IsBehind(const SLOT_BUSES& slot, UINT64 bus) { return bus >= slot.SecondaryBus && bus <= slot.SubordinateBus; }
 
+TagVerdict JudgePlace(TAG_CALL& call, bool behind, UINT64 bus) {
+  call.Found = {.Known = true, .Number = bus};
+  call.Found.Why = behind ? "on a bus behind the slot" : "on no bus behind the slot";
+  return SelectOrRefuse(behind);
+}
+
 TagVerdict JudgeLegacyBus(TAG_CALL& call, const BBS_TABLE& entry, const SLOT_BUSES& buses) {
   const UINT32 bus = entry.Bus;
   DebugPrint(" This one is 0x%x\n", bus);
-  call.Found = {true, bus};
   DebugPrintText(IsBehind(buses, bus) ? "Legacy match\n" : "Legacy  no match\n");
-  return SelectOrRefuse(IsBehind(buses, bus));
+  return JudgePlace(call, IsBehind(buses, bus), bus);
 }
 
 TagVerdict JudgeBus(TAG_CALL& call, VBOOT_OPTION_WRAPPER& wrapper, const SLOT_BUSES& buses) {
@@ -73,8 +80,7 @@ TagVerdict JudgeBus(TAG_CALL& call, VBOOT_OPTION_WRAPPER& wrapper, const SLOT_BU
       EFI_ERROR(wrapper.PciIo->GetLocation(wrapper.PciIo, &segment, &bus, &device, &function))) {
     return TagVerdict::Refuse;
   }
-  call.Found = {true, bus};
-  return SelectOrRefuse(IsBehind(buses, bus));
+  return JudgePlace(call, IsBehind(buses, bus), bus);
 }
 
 }  // namespace
@@ -85,8 +91,9 @@ EFI_STATUS PortNumTag(TAG_CALL& call) {
     return status;
   }
   DebugPrint("Trying to match port Num 0x%x...", port);
-  WalkOptions(call, {"PortNumTag"},
-              [&](const VBOOT_OPTION_WRAPPER& wrapper) { return SelectOrRefuse(HasPort(wrapper, port)); });
+  WalkOptions(call, {"PortNumTag"}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
+    return HasPort(wrapper, port) ? TagVerdict::Select : RefuseBecause(call, "the port table has it elsewhere");
+  });
   SayWhenNothingMatched(call, "PortNum");
   return EFI_SUCCESS;
 }
@@ -96,14 +103,14 @@ EFI_STATUS SlotIDTag(TAG_CALL& call) {
   if (const EFI_STATUS status = ReadTagValue(call, slot); EFI_ERROR(status)) {
     return status;
   }
-  WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
+  WalkOptions(call, {}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
     const BOOT_OPTION& option = *wrapper.Option;
     if ((option.Attributes & LOAD_OPTION_ACTIVE) == 0 || IsBuiltInApplicationOption(option)) {
       return TagVerdict::Keep;
     }
     const UINTN count = CountInSlot(wrapper, slot);
     call.MatchCount += count;
-    return count != 0 ? TagVerdict::SelectUncounted : TagVerdict::Refuse;
+    return count != 0 ? TagVerdict::SelectUncounted : RefuseBecause(call, "not in that slot");
   });
   SayWhenNothingMatched(call, "SlotID");
   return EFI_SUCCESS;

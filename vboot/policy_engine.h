@@ -17,6 +17,13 @@ inline constexpr UINT8 kBootModeLegacy = 0;
 inline constexpr UINT8 kBootModeUefi = 1;
 inline constexpr UINT8 kBootModeOther = 2;
 
+// A port's text, a constant, and the path that it stands for.
+struct CONVERTED_PORT {
+  const CHAR16* Text = nullptr;  // null: free
+  KeptPtr<EFI_DEVICE_PATH_PROTOCOL> Path;
+};
+inline constexpr UINTN kConvertedPorts = 24;  // more than the tags and the report name
+
 // Everything of the policy engine that outlives a routine.
 struct POLICY_ENGINE_STATE {
   FLEXBOOT_ORDER_HEADER* FlexBootOrder = nullptr;  // the policy record's interface, located once and kept
@@ -28,6 +35,7 @@ struct POLICY_ENGINE_STATE {
   UINTN PolicyDebugTextUsed = 0;
 
   EFI_DEVICE_PATH_FROM_TEXT_PROTOCOL* PathFromText = nullptr;  // located on first use
+  CONVERTED_PORT Ports[kConvertedPorts];  // the platform's ports as paths, each converted on first use (port_path.h)
 
   // The base of the target that a category was first used by; a policy may use each of these once. 0: not yet.
   UINT32 LanAnyBase = 0;

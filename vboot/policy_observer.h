@@ -6,12 +6,13 @@
 namespace bds {
 
 enum class PolicyMoment : UINT8 {
-  TargetBegins,  // Target; Before is its base
-  TagBegins,     // Tag
-  Marked,        // Option: its Tag was Before and is now what it holds. Text: why, where no value was compared
-  TagEnds,       // Tag; Status; Text: its message or null
-  TargetEnds,    // Target: options of its range have their final tags
-  NonPolicy,     // Option, which no target took; Text: what was done with it
+  TargetBegins,     // Target; Before is its base
+  TagBegins,        // Tag
+  Marked,           // Option: its Tag was Before and is now what it holds. Text: why, where no value was compared
+  RefusalsCleared,  // every option that the target's tags refused is free again
+  TagEnds,          // Tag; Status; Text: its message or null
+  TargetEnds,       // Target: options of its range have their final tags
+  NonPolicy,        // Option, which no target took; Text: what was done with it
 };
 
 struct POLICY_EVENT {

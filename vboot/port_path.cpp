@@ -3,6 +3,7 @@
 #include "platform/device_path_text.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
+#include "support/text.h"
 #include "vboot/option_path.h"
 #include "vboot/policy_engine.h"
 #include "vboot/tag_walk.h"
@@ -20,10 +21,7 @@ EFI_DEVICE_PATH_FROM_TEXT_PROTOCOL* PathFromText() {
 // An option that no handle stands for is known by its own path.
 bool IsKnownByItsPath(const BOOT_OPTION& option) { return option.DeviceHandle == nullptr && option.FilePathList; }
 
-const DevicePath* AcpiPathOf(EFI_HANDLE handle) {
-  const DevicePath* path = DevicePathOf(handle);
-  return IsAcpiNode(path) ? path : nullptr;
-}
+const DevicePath* IfAcpi(const DevicePath* path) { return IsAcpiNode(path) ? path : nullptr; }
 
 // Asks test for every place where the option's own path shows its device: each instance that begins at the root, and
 // the disk of each that begins with a partition.
@@ -45,7 +43,7 @@ bool IsUnder(const PortPath& port, const VBOOT_OPTION_WRAPPER& wrapper) {
   if (IsKnownByItsPath(option)) {
     return AnyPlaceOfOption(wrapper, [&](const DevicePath* path) { return port.Begins(path); });
   }
-  return port.Begins(AcpiPathOf(option.DeviceHandle));
+  return port.Begins(IfAcpi(wrapper.HandlePath));
 }
 
 // The device at the port itself or, for a UEFI option, a partition or session on it.
@@ -54,7 +52,7 @@ bool IsAt(const PortPath& port, const VBOOT_OPTION_WRAPPER& wrapper) {
   if (IsKnownByItsPath(option)) {
     return AnyPlaceOfOption(wrapper, [&](const DevicePath* path) { return port.Is(path); });
   }
-  const DevicePath* path = AcpiPathOf(option.DeviceHandle);
+  const DevicePath* path = IfAcpi(wrapper.HandlePath);
   if (path == nullptr) {
     return false;
   }
@@ -72,24 +70,57 @@ bool IsAt(const PortPath& port, const VBOOT_OPTION_WRAPPER& wrapper) {
   return port.NodeBehind(path)->Type == MEDIA_DEVICE_PATH;
 }
 
+PoolPtr<DevicePath> Convert(const CHAR16* text) {
+  const auto* converter = PathFromText();
+  return PoolPtr<DevicePath>(converter != nullptr ? converter->ConvertTextToDevicePath(text) : nullptr);
+}
+
+// The text's place among the converted ports, or a free one; null when there is neither.
+CONVERTED_PORT* PlaceOf(const CHAR16* text) {
+  for (CONVERTED_PORT& port : gPolicyEngine.Ports) {
+    if (port.Text == nullptr || TextEqual(port.Text, text)) {
+      return &port;
+    }
+  }
+  return nullptr;
+}
+
+bool OptionIsUnder(const PortPath& port, const BOOT_OPTION& option, const DevicePath* handlePath) {
+  if (!IsKnownByItsPath(option)) {
+    return port.Begins(IfAcpi(handlePath));
+  }
+  for (OptionPathInstances at(option); const DevicePath* node = at.Node(); at.Next()) {
+    if ((IsAcpiNode(node) || IsHardDriveNode(node)) && port.BeginsAt(at.Rest())) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 PortPath::PortPath(const CHAR16* text) {
-  const auto* converter = PathFromText();
-  if (converter == nullptr) {
-    return;
+  CONVERTED_PORT* place = PlaceOf(text);
+  if (place == nullptr) {
+    own_ = Convert(text);
+    path_ = own_.get();
+  } else {
+    if (!place->Path) {
+      place->Path = Convert(text);
+      place->Text = place->Path ? text : nullptr;  // a pool that has room later makes good
+    }
+    path_ = place->Path.get();
   }
-  path_.reset(converter->ConvertTextToDevicePath(text));
-  const UINTN size = DevicePathSize(path_.get());
+  const UINTN size = DevicePathSize(path_);
   size_ = size > sizeof(DevicePath) ? size - sizeof(DevicePath) : 0;
 }
 
 bool PortPath::BeginsAt(Bytes path) const {
-  return size_ != 0 && path.size() >= size_ && EqualMemory(path.data(), path_.get(), size_);
+  return size_ != 0 && path.size() >= size_ && EqualMemory(path.data(), path_, size_);
 }
 
 bool PortPath::Is(const DevicePath* path) const {
-  return size_ != 0 && DevicePathSize(path) == size_ + sizeof(DevicePath) && EqualMemory(path, path_.get(), size_);
+  return size_ != 0 && DevicePathSize(path) == size_ + sizeof(DevicePath) && EqualMemory(path, path_, size_);
 }
 
 bool PortPath::Begins(const DevicePath* path) const {
@@ -101,15 +132,11 @@ const DevicePath* PortPath::NodeBehind(const DevicePath* path) const {
 }
 
 bool OptionIsUnder(const PortPath& port, const BOOT_OPTION& option) {
-  if (!IsKnownByItsPath(option)) {
-    return port.Begins(AcpiPathOf(option.DeviceHandle));
-  }
-  for (OptionPathInstances at(option); const DevicePath* node = at.Node(); at.Next()) {
-    if ((IsAcpiNode(node) || IsHardDriveNode(node)) && port.BeginsAt(at.Rest())) {
-      return true;
-    }
-  }
-  return false;
+  return OptionIsUnder(port, option, option.DeviceHandle != nullptr ? DevicePathOf(option.DeviceHandle) : nullptr);
+}
+
+bool OptionIsUnder(const PortPath& port, const VBOOT_OPTION_WRAPPER& wrapper) {
+  return OptionIsUnder(port, *wrapper.Option, wrapper.HandlePath);
 }
 
 bool DevicePathTextMatches(const CHAR16* text, const BOOT_OPTION& option) {
@@ -130,6 +157,7 @@ EFI_STATUS SelectOptionsUnderPath(const CHAR16* text, TAG_CALL& call) {
   bool selected = false;
   WalkOptions(call, {}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
     const bool under = IsUnder(port, wrapper);
+    call.Found.Text = text;
     selected = selected || under;
     return under ? TagVerdict::SelectUncounted : TagVerdict::Keep;
   });
@@ -141,6 +169,7 @@ EFI_STATUS SelectFirstOptionAtPath(const CHAR16* text, TAG_CALL& call) {
   bool selected = false;
   WalkOptions(call, {}, [&](VBOOT_OPTION_WRAPPER& wrapper) {
     selected = IsAt(port, wrapper);
+    call.Found.Text = text;
     return selected ? TagVerdict::SelectAndStop : TagVerdict::Keep;
   });
   return selected ? EFI_SUCCESS : EFI_NOT_FOUND;

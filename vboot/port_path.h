@@ -18,12 +18,11 @@ inline constexpr const CHAR16* kVirtualMediaAndSdPorts[] = {
 };
 inline constexpr std::span<const CHAR16* const> kSdPorts = std::span(kVirtualMediaAndSdPorts).subspan(1);
 
-// A port's text as a device path, converted once for any number of options.
+// A port's text as a device path, converted once a boot.
 class PortPath {
  public:
-  // Converts the text; the path is absent when the converter cannot be had or does not know the text.
+  // The path is absent when the converter cannot be had or does not know the text. text is a constant.
   explicit PortPath(const CHAR16* text);
-  explicit operator bool() const { return size_ != 0; }
   // True when the path at node, of these bytes, begins with the port.
   [[nodiscard]] bool BeginsAt(Bytes path) const;
   // True when the path is the port and nothing else.
@@ -34,12 +33,14 @@ class PortPath {
   [[nodiscard]] const DevicePath* NodeBehind(const DevicePath* path) const;
 
  private:
-  PoolPtr<DevicePath> path_;
+  PoolPtr<DevicePath> own_;  // of a port for which the table of converted ones had no room
+  const DevicePath* path_ = nullptr;
   UINTN size_ = 0;  // of the nodes, without the end node
 };
 
 // True when the option's path, or that of its device, begins with the port.
 [[nodiscard]] bool OptionIsUnder(const PortPath& port, const BOOT_OPTION& option);
+[[nodiscard]] bool OptionIsUnder(const PortPath& port, const VBOOT_OPTION_WRAPPER& wrapper);
 // The same for a port's text.
 [[nodiscard]] bool DevicePathTextMatches(const CHAR16* text, const BOOT_OPTION& option);
 // For any of several ports.

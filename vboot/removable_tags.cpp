@@ -45,16 +45,17 @@ void KeepExternalPorts(TAG_CALL& call) {
   for (const CHAR16* port : kExternalPorts) {
     static_cast<void>(SelectOptionsUnderPath(port, call));
   }
+  call.Found = {};
   for (VBOOT_OPTION_WRAPPER* wrapper = call.Wrappers.First; wrapper != nullptr; wrapper = wrapper->Next) {
     if (wrapper->Option->Tag == kUnassigned) {
-      MarkOption(call, *wrapper, TagVerdict::Refuse);
+      MarkOption(call, *wrapper, RefuseBecause(call, "on no external USB port"));
     }
   }
 }
 
-bool IsUnderAny(std::span<const PortPath> ports, const BOOT_OPTION& option) {
-  for (const PortPath& port : ports) {
-    if (OptionIsUnder(port, option)) {
+bool IsUnderAny(std::span<const CHAR16* const> ports, const VBOOT_OPTION_WRAPPER& wrapper) {
+  for (const CHAR16* port : ports) {
+    if (OptionIsUnder(PortPath(port), wrapper)) {
       return true;
     }
   }
@@ -123,25 +124,25 @@ TagVerdict JudgeLegacyType(TAG_CALL& call, const BOOT_OPTION& option, UINT16 typ
 
 EFI_STATUS ExternalUsbTag(TAG_CALL& call) {
   KeepExternalPorts(call);
-  WalkOptions(call, {}, [](const VBOOT_OPTION_WRAPPER& wrapper) {
-    return IsOptical(*wrapper.Option) ? TagVerdict::Refuse : TagVerdict::Keep;
+  WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
+    return IsOptical(*wrapper.Option) ? RefuseBecause(call, "a CD or DVD drive") : TagVerdict::Keep;
   });
   return EFI_SUCCESS;
 }
 
 EFI_STATUS LocalCDDTag(TAG_CALL& call) {
   KeepExternalPorts(call);
-  WalkOptions(call, {}, [](const VBOOT_OPTION_WRAPPER& wrapper) { return SelectOrRefuse(IsOptical(*wrapper.Option)); });
+  WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
+    return IsOptical(*wrapper.Option) ? TagVerdict::Select : RefuseBecause(call, "no CD or DVD drive");
+  });
   return EFI_SUCCESS;
 }
 
 EFI_STATUS InternalUsbTag(TAG_CALL& call) { return SelectFirstOptionAtPath(kInternalPort, call); }
 
 EFI_STATUS SDStorageTag(TAG_CALL& call) {
-  const PortPath ports[] = {PortPath(kSdPorts[0]), PortPath(kSdPorts[1])};
-  static_assert(kSdPorts.size() == std::size(ports));
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
-    if (!IsUnderAny(ports, *wrapper.Option)) {
+    if (!IsUnderAny(kSdPorts, wrapper)) {
       return TagVerdict::Keep;
     }
     DebugPrint("Found SD card partition\n");
@@ -157,16 +158,13 @@ EFI_STATUS USBSubTypeTag(TAG_CALL& call) {
     return status;
   }
   DebugPrint("USB SubType %x \n", kind);
-  const PortPath notUsb[] = {PortPath(kVirtualMediaAndSdPorts[0]), PortPath(kVirtualMediaAndSdPorts[1]),
-                             PortPath(kVirtualMediaAndSdPorts[2])};
-  static_assert(std::size(kVirtualMediaAndSdPorts) == std::size(notUsb));
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
     if (!IsUsbOfKind(*wrapper.Option, kind)) {
       return TagVerdict::Keep;
     }
-    if (IsUnderAny(notUsb, *wrapper.Option)) {
+    if (IsUnderAny(kVirtualMediaAndSdPorts, wrapper)) {
       DebugPrint("Eliminating Virtual Media and SD card\n");
-      return TagVerdict::Refuse;
+      return RefuseBecause(call, "virtual media or the SD card");
     }
     return TagVerdict::Select;
   });

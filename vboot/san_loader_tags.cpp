@@ -55,7 +55,7 @@ void RefuseOtherLoaders(TAG_CALL& call, UINT8 pairBit) {
   const UINT32 selected = call.TargetBase | kSelectedMark;
   WalkOptions(call, {.Eligible = false}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
     const bool other = wrapper.Option->Tag == selected && (wrapper.LoaderOfPair & pairBit) == 0;
-    return other ? TagVerdict::Refuse : TagVerdict::Keep;
+    return other ? RefuseBecause(call, "starts neither loader") : TagVerdict::Keep;
   });
 }
 

@@ -1,6 +1,5 @@
 // The tag on a unit of the SD card: an option at exactly that unit, or a partition on it.
 #include "support/debug_print.h"
-#include "support/protocols.h"
 #include "support/text.h"
 #include "vboot/bbs_kind.h"
 #include "vboot/option_path.h"
@@ -52,8 +51,9 @@ TagVerdict JudgeByOwnPath(const VBOOT_OPTION_WRAPPER& wrapper, const PortPath& u
   return verdict;
 }
 
-TagVerdict JudgeByHandle(const BOOT_OPTION& option, const PortPath& unit) {
-  const DevicePath* path = DevicePathOf(option.DeviceHandle);
+TagVerdict JudgeByHandle(const VBOOT_OPTION_WRAPPER& wrapper, const PortPath& unit) {
+  const BOOT_OPTION& option = *wrapper.Option;
+  const DevicePath* path = wrapper.HandlePath;
   if (!IsAcpiNode(path)) {
     return TagVerdict::Keep;
   }
@@ -95,7 +95,8 @@ EFI_STATUS SDLUNTag(TAG_CALL& call) {
     if (IsOtherLegacyDevice(option)) {
       return TagVerdict::Keep;
     }
-    return option.DeviceHandle == nullptr ? JudgeByOwnPath(wrapper, unit) : JudgeByHandle(option, unit);
+    call.Found.Why = "by its unit of the SD card";
+    return option.DeviceHandle == nullptr ? JudgeByOwnPath(wrapper, unit) : JudgeByHandle(wrapper, unit);
   });
   SayWhenNothingMatched(call, "LunId");
   return EFI_SUCCESS;

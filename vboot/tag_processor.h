@@ -17,8 +17,11 @@ inline constexpr UINT32 kRefusedTag = 0x80000000;    // refused by one of its ta
 
 // What a test found on an option, for those who explain a boot.
 struct FOUND_VALUE {
-  bool Known = false;
+  bool Known = false;  // a number was compared
   UINT64 Number = 0;
+  const CHAR16* Text = nullptr;  // the text that was compared, or the port that the option is under
+  Bytes Address = {};            // the address that was compared
+  const char* Why = nullptr;     // in words, where none of these tells
 };
 
 // One call of a processor.

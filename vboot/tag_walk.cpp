@@ -74,6 +74,7 @@ void ClearRefusalMarks(OPTION_WRAPPER_LIST& wrappers) {
       wrapper->Option->Tag = kUnassigned;
     }
   }
+  ObservePolicy({.Moment = PolicyMoment::RefusalsCleared});
 }
 
 void SetTagMessageV(TAG_CALL& call, const char* format, std::span<const FormatArgument> arguments) {

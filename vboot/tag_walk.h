@@ -49,8 +49,14 @@ inline TagVerdict SelectOrRefuse(bool matches) { return matches ? TagVerdict::Se
 inline TagVerdict SelectOrKeep(bool matches) { return matches ? TagVerdict::Select : TagVerdict::Keep; }
 // The verdict on a number that the option has, told to those who explain a boot.
 inline TagVerdict CompareFound(TAG_CALL& call, UINT64 found, UINT64 wanted) {
-  call.Found = {true, found};
+  call.Found = {.Known = true, .Number = found};
   return SelectOrRefuse(found == wanted);
+}
+
+// Refuses an option, with the reason for those who explain a boot.
+inline TagVerdict RefuseBecause(TAG_CALL& call, const char* why) {
+  call.Found.Why = why;
+  return TagVerdict::Refuse;
 }
 
 // What a processor says of a value that is out of its range.

@@ -68,7 +68,7 @@ EFI_STATUS VMediaFDDTag(TAG_CALL& call) {
   DebugPrint("ProcessingRemoveVMediaFDD \n");
   const PortPath floppy(kKvmFloppy.Port);
   WalkOptions(call, {}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
-    if (!OptionIsUnder(floppy, *wrapper.Option)) {
+    if (!OptionIsUnder(floppy, wrapper)) {
       return TagVerdict::Keep;
     }
     DebugPrint("Eliminating KVM FDD \n");

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 
 #include "sim/cli/findings_text.h"
@@ -22,18 +23,80 @@ std::string Several(std::size_t count, const char* what) {
   return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
 
-// Why a tag marked an option as it did: "PciClassId is 0x1, not 0x02".
+struct NumberWord {
+  std::uint64_t number;
+  const char* word;
+};
+constexpr NumberWord kClassWords[] = {
+    {0x01, "a storage controller"},
+    {0x02, "a network controller"},
+    {0x03, "a display controller"},
+    {0x0C, "a serial bus controller, such as Fibre Channel or USB"},
+};
+constexpr NumberWord kStorageWords[] = {
+    {0x00, "SCSI"}, {0x01, "IDE"}, {0x04, "RAID"}, {0x06, "SATA"}, {0x07, "SAS"}, {0x08, "NVMe"}, {0x80, "other"},
+};
+
+template <typename Words>
+std::string WithWord(const Words& words, std::uint64_t number) {
+  for (const auto& row : words) {
+    if (row.number == number) {
+      return fmt::format("{:#x} ({})", number, row.word);
+    }
+  }
+  return fmt::format("{:#x}", number);
+}
+
+std::uint64_t NumberOf(const std::string& text) { return std::strtoull(text.c_str(), nullptr, 0); }
+
+// A number as the reader knows it. NVMe alone tells by its subclass what the others tell by their class.
+std::string NumberText(const StoryTag& tag, const StoryMark& mark, std::uint64_t number) {
+  if (mark.part == "PciClassId") {
+    return WithWord(kClassWords, number);
+  }
+  const bool storage = tag.name == "NVMEAny" && mark.part == "PciSubClassId";
+  return storage ? WithWord(kStorageWords, number) : fmt::format("{:#x}", number);
+}
+
+// Why a tag marked an option as it did: "PciClassId is 0x1 (a storage controller), not 0x2 (a network controller)".
 std::string Reason(const StoryTag& tag, const StoryMark& mark) {
+  const std::string part = PrintableText(mark.part == tag.name ? "" : mark.part);
+  const std::string what = part.empty() ? "" : part + " ";
   if (!mark.why.empty()) {
     return mark.why;
   }
-  const std::string part = PrintableText(mark.part == tag.name ? "" : mark.part);
-  const std::string what = part.empty() ? "" : part + " ";
   if (mark.found) {
-    return mark.selected ? fmt::format("{}is {:#x}", what, *mark.found)
-                         : fmt::format("{}is {:#x}, not {}", what, *mark.found, PrintableText(mark.wanted));
+    const std::string found = fmt::format("{}is {}", what, NumberText(tag, mark, *mark.found));
+    return mark.selected
+               ? found
+               : fmt::format("{}, not {}", found,
+                             part.empty() ? PrintableText(mark.wanted) : NumberText(tag, mark, NumberOf(mark.wanted)));
+  }
+  if (!mark.foundText.empty()) {
+    const bool port = mark.foundText.starts_with(u"PciRoot(");
+    return fmt::format("{}{} {}", what, port ? "at" : "is", PrintableText(mark.foundText));
   }
   return part;
+}
+
+// Tags that no processor compares, and what they are there for.
+struct IdleTag {
+  const char* name;
+  const char* purpose;
+};
+constexpr IdleTag kIdleTags[] = {
+    {"USB", "the target's type; the tags behind it select"},
+    {"VirtualMedia", "the target's type; the tags behind it select"},
+    {"OnboardHDD", "the target's type; the tags behind it select"},
+    {"UniquePartitionGUID", "where the loader was looked for; the options stay as they are"},
+    {"DeviceName", "the name of the option made for the loader; the options stay as they are"},
+    {"PriLdrDesc", "the name of the option made for the loader; the options stay as they are"},
+    {"SecLdrDesc", "the name of the option made for the loader; the options stay as they are"},
+};
+
+std::string IdleText(const StoryTag& tag) {
+  const auto row = std::ranges::find_if(kIdleTags, [&](const IdleTag& each) { return tag.name == each.name; });
+  return row != std::end(kIdleTags) ? row->purpose : "nothing compares it; the options stay as they are";
 }
 
 // "PciVid 0x8086", without the value that stands for none.
@@ -60,9 +123,9 @@ std::string MarksText(const StoryTag& tag, const PolicyStory& story) {
 
 std::string ResultText(const StoryTag& tag) {
   if (tag.status == EFI_UNSUPPORTED) {
-    return "nothing compares it; the options stay as they are";
+    return IdleText(tag);
   }
-  std::string text = fmt::format("{} still in, {} after", tag.before, tag.after);
+  std::string text = fmt::format("{} of {} options stay in", tag.after, tag.before);
   if (EFI_ERROR(tag.status)) {
     text += fmt::format(" ({})", StatusName(tag.status));
   }
@@ -98,13 +161,13 @@ std::string MissText(const PolicyStory& story, std::size_t targetIndex, std::siz
       continue;
     }
     selected = mark->selected;
-    if (!selected) {
+    if (!selected && !mark->lifted) {
       const std::string reason = Reason(tag, *mark);
       return fmt::format("{} refused it by {}{}", head, TagText(tag), reason.empty() ? "" : ": " + reason);
     }
   }
   return selected ? fmt::format("{} selected it beside others, and may have one", head)
-                  : fmt::format("{}: no tag selected it", head);
+                  : fmt::format("{}: its tags name other devices", head);
 }
 
 std::string PolicyPlaceText(const PolicyStory& story, std::size_t index) {
@@ -167,6 +230,30 @@ std::string HeadText(const PolicyStory& story) {
                      kModes[std::min<std::size_t>(story.bootMode, 2)], Several(story.targets.size(), "target"));
 }
 
+// Options one below the other; those of which the same is to be said stand above it together.
+class OptionLines {
+ public:
+  void Add(const std::string& line, const std::string& said) {
+    if (said != said_) {
+      text_ += said_;
+      said_ = said;
+    }
+    text_ += line + "\n";
+  }
+  std::string Text() const { return text_ + said_; }
+
+ private:
+  std::string text_;
+  std::string said_;
+};
+
+// Where the device of an option is whose name others have too.
+std::string WhereText(const PolicyStory& story, std::size_t index) {
+  const StoryOption& option = story.options[index];
+  const bool alone = std::ranges::count(story.options, option.name, &StoryOption::name) < 2;
+  return alone || option.device.empty() ? "" : ", at " + PrintableText(option.device);
+}
+
 // A managed server's boot without a policy has its mode from elsewhere than the engine; nothing is said of it there.
 std::string OrderText(const PolicyStory& story, const BootReport& report, const Style& style) {
   std::map<std::uint16_t, std::size_t> byNumber;
@@ -175,16 +262,17 @@ std::string OrderText(const PolicyStory& story, const BootReport& report, const 
       byNumber[*story.options[i].number] = i;
     }
   }
-  std::string ordered = "\nBoot order\n";
-  std::string others;
+  OptionLines ordered;
+  OptionLines others;
   std::size_t place = 0;
   std::vector<bool> told(story.options.size());
   const auto tell = [&](std::size_t index) {
     told[index] = true;
     const StoryOption& option = story.options[index];
-    return story.policy ? PolicyPlaceText(story, index)
-           : story.stbu ? fmt::format("priority {}", option.priority)
-                        : GroupPlaceText(option, report);
+    const std::string said = story.policy ? PolicyPlaceText(story, index)
+                             : story.stbu ? fmt::format("priority {}", option.priority)
+                                          : GroupPlaceText(option, report);
+    return fmt::format("        {}\n", said);
   };
   for (const OptionReport& each : report.options) {
     const auto found = byNumber.find(each.number);
@@ -193,18 +281,17 @@ std::string OrderText(const PolicyStory& story, const BootReport& report, const 
     }
     const StoryOption& option = story.options[found->second];
     const std::string state = option.active ? "" : " (inactive)";
-    const std::string line = each.inOrder ? fmt::format("  {:>3}. {}{}", ++place, NameOf(option), state)
-                                          : fmt::format("     . {}{}", NameOf(option), state);
-    std::string& text = each.inOrder ? ordered : others;
-    text +=
-        fmt::format("{}\n        {}\n", option.active ? style.Strong(line) : style.Faint(line), tell(found->second));
+    const std::string name = NameOf(option) + state + WhereText(story, found->second);
+    const std::string line = each.inOrder ? fmt::format("  {:>3}. {}", ++place, name) : fmt::format("     . {}", name);
+    (each.inOrder ? ordered : others).Add(option.active ? style.Strong(line) : style.Faint(line), tell(found->second));
   }
   for (std::size_t i = 0; i < story.options.size(); ++i) {
     if (!told[i]) {
-      others += fmt::format("     . {}\n        {}\n", NameOf(story.options[i]), tell(i));
+      others.Add("     . " + NameOf(story.options[i]), tell(i));
     }
   }
-  return ordered + (others.empty() ? "" : "\nNot in the order\n" + others);
+  const std::string behind = others.Text();
+  return "\nBoot order\n" + ordered.Text() + (behind.empty() ? "" : "\nNot in the order\n" + behind);
 }
 
 }  // namespace

@@ -11,13 +11,21 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+Json FoundJson(const StoryMark& mark) {
+  if (!mark.foundText.empty()) {
+    return PrintableText(mark.foundText);
+  }
+  return mark.found ? Json(*mark.found) : Json(nullptr);
+}
+
 Json MarkJson(const StoryMark& mark) {
   return {{"option", mark.option},
           {"selected", mark.selected},
           {"why", mark.why},
           {"compared", PrintableText(mark.part)},
           {"wanted", PrintableText(mark.wanted)},
-          {"found", mark.found ? Json(*mark.found) : Json(nullptr)}};
+          {"found", FoundJson(mark)},
+          {"lifted", mark.lifted}};
 }
 
 Json TagJson(const StoryTag& tag) {

@@ -1,13 +1,17 @@
 #include "sim/policy/policy_story.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <utility>
 
 #include "bootopt/boot_lists.h"
+#include "bootopt/names/device_path_text.h"
 #include "flexboot/policy_record.h"
 #include "sim/firmware/policy_observer.h"
+#include "support/protocols.h"
 #include "vboot/policy_engine.h"
 #include "vboot/policy_run.h"
 
@@ -48,6 +52,44 @@ UINT32 GroupOf(const bds::BOOT_OPTION& option) {
 
 std::string Text(const char* text) { return text == nullptr ? "" : text; }
 
+std::u16string FoundText(const bds::FOUND_VALUE& found) {
+  if (found.Text != nullptr) {
+    return found.Text;
+  }
+  std::u16string text;
+  for (const std::byte each : found.Address) {
+    const std::string digits = fmt::format("{}{:02x}", text.empty() ? "" : ":", static_cast<unsigned>(each));
+    text.append(digits.begin(), digits.end());
+  }
+  return text;
+}
+
+// Why the management mode, the policy's boot mode or the option's own state keep it out.
+std::string WhyNotEligible(const bds::BOOT_OPTION& option) {
+  const bool standalone = bds::gPolicyEngine.ManagementMode == 0;
+  if (standalone && (option.Attributes & LOAD_OPTION_ACTIVE) == 0) {
+    return "switched off";
+  }
+  switch (bds::gPolicyEngine.BootMode) {
+    case bds::kBootModeLegacy:
+      return "a UEFI option, and the policy boots legacy ones";
+    case bds::kBootModeUefi:
+      return "a legacy option, and the policy boots UEFI ones";
+    default:
+      return "the policy's boot type is none";
+  }
+}
+
+std::u16string DeviceText(const bds::BOOT_OPTION& option) {
+  bds::PoolPtr<char> text;
+  const bds::DevicePath* path = option.DeviceHandle != nullptr ? bds::DevicePathOf(option.DeviceHandle) : nullptr;
+  if (path == nullptr || EFI_ERROR(bds::DevicePathToText(path, text)) || !text) {
+    return {};
+  }
+  const std::string narrow = text.get();
+  return {narrow.begin(), narrow.end()};
+}
+
 bool IsRefused(UINT32 tag) { return tag >= bds::kRefusedTag && tag != bds::kUnassigned; }
 
 }  // namespace
@@ -69,6 +111,9 @@ class PolicyListener::Ear {
         break;
       case Marked:
         Mark(event);
+        break;
+      case RefusalsCleared:
+        LiftRefusals();
         break;
       case TagEnds:
         EndTag(event);
@@ -130,6 +175,7 @@ class PolicyListener::Ear {
       made.name = option.Description.get() != nullptr ? option.Description.get() : u"";
       made.legacy = bds::IsLegacyOption(option);
       made.matched = bds::IsMatched(option);
+      made.device = DeviceText(option);
     }
     return found->second;
   }
@@ -164,10 +210,25 @@ class PolicyListener::Ear {
     }
     *mark = {.option = option,
              .selected = !IsRefused(event.Option->Tag),
-             .why = Text(event.Text),
+             .why = event.Text != nullptr ? WhyNotEligible(*event.Option) : Text(event.Found.Why),
              .part = Text(event.TagName),
              .wanted = Text(event.TagValue),
-             .found = event.Found.Known ? std::optional(event.Found.Number) : std::nullopt};
+             .found = event.Found.Known ? std::optional(event.Found.Number) : std::nullopt,
+             .foundText = FoundText(event.Found)};
+  }
+
+  // What the tag at hand refused so far was only one of its parts' say; what earlier tags did stays on record.
+  void LiftRefusals() {
+    if (story_.targets.empty() || story_.targets.back().tags.empty()) {
+      return;
+    }
+    std::vector<StoryTag>& tags = story_.targets.back().tags;
+    std::erase_if(tags.back().marks, [](const StoryMark& mark) { return !mark.selected; });
+    for (StoryTag& tag : tags) {
+      for (StoryMark& mark : tag.marks) {
+        mark.lifted = mark.lifted || !mark.selected;
+      }
+    }
   }
 
   void EndTag(const bds::POLICY_EVENT& event) {

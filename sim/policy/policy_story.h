@@ -15,10 +15,12 @@ namespace sim {
 struct StoryMark {
   std::size_t option = 0;              // its place in the story's options
   bool selected = false;               // else refused
-  std::string why;                     // where no value was compared; else empty
+  std::string why;                     // in words, where no value tells; else empty
   std::string part;                    // the tag, or of a composite tag its part, that compared
   std::string wanted;                  // the value that it wanted, as the policy or the composite writes it
   std::optional<std::uint64_t> found;  // the option's own
+  std::u16string foundText;            // the same where a text or an address was compared, or a port; else empty
+  bool lifted = false;                 // a later part, or tag, let the refused option in again
 };
 
 struct StoryTag {
@@ -50,6 +52,7 @@ struct StoryOption {
   bool active = false;
   bool firmware = false;
   bool matched = false;                        // its device is there
+  std::u16string device;                       // the path of its device; empty where no handle stands for it
   std::uint32_t tag = 0;                       // at the end
   std::uint32_t priority = 0;                  // at the end
   std::optional<std::size_t> target;           // that took it

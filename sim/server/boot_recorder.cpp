@@ -115,7 +115,17 @@ void BootRecorder::CloseStep() {
     for (std::size_t i = 0; i < step.waited.size(); ++i) {
       step.waited[i] = machine_.Time().Passed()[i] - passedBefore_[i];
     }
+    step.serviceCalls = ServiceCalls() - callsBefore_;
   }
+}
+
+// The counts of services; those of other things have a point in their names.
+std::uint64_t BootRecorder::ServiceCalls() const {
+  std::uint64_t calls = 0;
+  for (const auto& [name, count] : machine_.Counts().All()) {
+    calls += name.find('.') == std::string::npos ? count : 0;
+  }
+  return calls;
 }
 
 void BootRecorder::OnLine(const std::string& line) {
@@ -128,6 +138,7 @@ void BootRecorder::OnLine(const std::string& line) {
       request_.onStep(*step);
     }
     passedBefore_ = machine_.Time().Passed();
+    callsBefore_ = ServiceCalls();
     if ((request_.debugMask & kStepLevel) == 0) {
       return;
     }

@@ -35,6 +35,7 @@ class BootRecorder {
 
   void OnLine(const std::string& line);
   void CloseStep();
+  std::uint64_t ServiceCalls() const;
   std::optional<std::uint16_t> NumberIn(std::u16string_view variable, bool volatileOnly = false) const;
   std::optional<std::uint16_t> OptionOfLoad() const;
   std::optional<std::uint16_t> OptionOfLegacyBoot() const;
@@ -52,6 +53,7 @@ class BootRecorder {
   std::string log_;
   std::vector<StepReport> steps_;
   TimesPassed passedBefore_{};          // the last step
+  std::uint64_t callsBefore_ = 0;       // the last step
   std::vector<AttemptPlace> attempts_;  // in time order
   std::map<EFI_HANDLE, std::optional<std::uint16_t>> optionOfImage_;
   std::optional<std::uint16_t> bootNextBefore_;

@@ -84,6 +84,7 @@ struct StepReport {
   Ticks duration = 0;
   TimesPassed waited{};          // the duration by what it passed for
   std::size_t writesBefore = 0;  // variable writes of this boot before it
+  std::uint64_t serviceCalls = 0;  // boot and runtime services, calls within the firmware included
 };
 
 // A Boot#### variable that was no load option when the boot began.

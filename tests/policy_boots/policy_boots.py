@@ -22,6 +22,7 @@ from pathlib import Path
 TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso")
 REPORT = "FlexBootReport-9dae27e6-9cc9-4972-bcdb-824573a2c2f6"
 OTHER_TYPE = {"uefi": "legacy", "legacy": "uefi"}
+OF_OTHER_FIRMWARE = ("lan_any", "local_storage_any")
 MANAGED = {False: "standalone", True: "managed"}
 
 
@@ -35,13 +36,21 @@ def make_disks(source):
 
 
 class Row:
-    def __init__(self, server, policy, managed, boot_type):
+    """A managed server's firmware boots what the policy does, but where the row says firmware; a standalone server's
+    follows the policy by itself."""
+
+    def __init__(self, server, policy, managed, boot_type, firmware=None):
         self.server, self.policy, self.managed, self.boot_type = server, policy, managed, boot_type
+        self.firmware = firmware or (boot_type if managed else "uefi")
         self.name = f"{policy.stem}, {boot_type}, {MANAGED[managed]}"
+        if firmware:
+            self.name += f", {firmware} firmware"
 
 
-def description(source, server, managed):
+def description(source, server, managed, firmware="uefi"):
     text = (source / "examples" / f"policy_{server}.toml").read_text(encoding="utf-8")
+    if firmware == "legacy":
+        text = text.replace("uefi_mode = 1", "uefi_mode = 0")
     text = text.replace('"../build/run/disks', f'"{source}/build/run/disks')
     text = text.replace("[management]\nmanaged = true\n", "")
     return text + ("\n[management]\nmanaged = true\n" if managed else "")
@@ -54,6 +63,9 @@ def rows(source, server):
             own = "legacy" if '<BootType value="legacy"' in text else "uefi"
             yield Row(server, policy, managed, own)
             yield Row(server, policy, managed, OTHER_TYPE[own])
+        if policy.stem in OF_OTHER_FIRMWARE:
+            for own, firmware in OTHER_TYPE.items():
+                yield Row(server, policy, True, own, firmware)
 
 
 def story(result, report):
@@ -73,7 +85,7 @@ def story(result, report):
 
 def boot(source, bds_sim, row, work, image=None):
     work.mkdir()
-    (work / "server.toml").write_text(description(source, row.server, row.managed), encoding="utf-8")
+    (work / "server.toml").write_text(description(source, row.server, row.managed, row.firmware), encoding="utf-8")
     text = row.policy.read_text(encoding="utf-8")
     for boot_type in OTHER_TYPE:
         text = text.replace(f'<BootType value="{boot_type}"', f'<BootType value="{row.boot_type}"')
@@ -103,7 +115,7 @@ def main():
     with tempfile.TemporaryDirectory() as temporary, concurrent.futures.ThreadPoolExecutor(2) as pool:
         work = Path(temporary)
         linked = list(pool.map(lambda n: boot(source, bds_sim, all_rows[n], work / f"l{n}"), range(len(all_rows))))
-        built = [n for n, row in enumerate(all_rows) if image.exists() and row.boot_type == "uefi" and row.managed]
+        built = [n for n, row in enumerate(all_rows) if image.exists() and row.managed and row.firmware == row.boot_type]
         by_image = list(pool.map(lambda n: boot(source, bds_sim, all_rows[n], work / f"i{n}", image), built))
     for n, lines in zip(built, by_image):
         if lines != linked[n]:

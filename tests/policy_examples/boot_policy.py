@@ -75,6 +75,17 @@ ROWS = {
     "fleet_windows_and_linux": (STORAGE, [f"{COPY}3,0x800,0x22000)/\\EFI\\Microsoft", SYSTEM, "CDROM"]),
 }
 
+# Further boots of a policy: what is left out of its text, the loader of one more option on the LUN, and the order.
+TWO_LOADERS = ROWS["fleet_san_two_loaders"][1]
+VARIANTS = {
+    "fleet_san_two_loaders": [
+        ("both loaders by their directories alone", " *<BootLoaderName .*\n", None, TWO_LOADERS),
+        ("an option that starts neither loader", None, r"\\EFI\\other\\other.efi", TWO_LOADERS),
+        ("the same with the directories alone", " *<BootLoaderName .*\n", r"\\EFI\\other\\other.efi", TWO_LOADERS),
+        ("no loader that is there: all options of the LUN", r"\\EFI", None, [TWO_LOADERS[0]]),
+    ],
+}
+
 
 class Wrong(Exception):
     pass
@@ -162,6 +173,30 @@ def paths_in_order(start):
     return [paths[number] for number in start["order"]]
 
 
+def check_order(sim, toml, policy, work, expected):
+    start = last_start(sim, toml, policy, work)
+    taken = sum((target["taken"] for target in start["policy"]["targets"]), [])
+    order = paths_in_order(start)
+    check(len(taken) == len(expected), len(taken), "options were taken:", order[: len(taken)])
+    for part, path in zip(expected, order):
+        check(part in path, "not", part, "but", path, "of", order)
+    return order
+
+
+def check_variants(sim, toml, policy, work):
+    plain = toml.read_text()
+    for title, left_out, loader, expected in VARIANTS.get(policy.stem, []):
+        other = work / "variant.xml"
+        other.write_text(re.sub(left_out, "", policy.read_text()) if left_out else policy.read_text())
+        option = f'\n[[nvram.option]]\nnumber = 9\nname = "other"\npath = "{COPY}4,0x800,0x22000)/{loader}"\n'
+        toml.write_text(plain.replace("\n[[root_bridge]]\n", option + "\n[[root_bridge]]\n", 1) if loader else plain)
+        try:
+            check_order(sim, toml, other, work, expected)
+        except Wrong as wrong:
+            raise Wrong(f"{title}: {wrong}") from wrong
+    toml.write_text(plain)
+
+
 def main():
     source, sim, name = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3]
     if any(shutil.which(tool) is None for tool in ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso")):
@@ -173,12 +208,8 @@ def main():
         toml = description(source, server, name, work)
         well_formed = run("xmllint", "--noout", policy)
         check(well_formed.returncode == 0, well_formed.stderr)
-        start = last_start(sim, toml, policy, work)
-        taken = sum((target["taken"] for target in start["policy"]["targets"]), [])
-        order = paths_in_order(start)
-        check(len(taken) == len(expected), len(taken), "options were taken:", order[: len(taken)])
-        for part, path in zip(expected, order):
-            check(part in path, "not", part, "but", path, "of", order)
+        order = check_order(sim, toml, policy, work, expected)
+        check_variants(sim, toml, policy, work)
         image = source / "build" / "efi" / "bds.efi"
         if image.exists():
             check(paths_in_order(last_start(sim, toml, policy, work, "--image", image)) == order, "bds.efi orders",
