@@ -16,9 +16,12 @@ struct ADDRESS_TAG {
   UINTN Bytes;        // of the address; two digits each, with a colon between them
   UINT8 SubTypes[2];  // of the messaging nodes
   UINTN Offset;       // of the address in the node
+  FormatString<const char*> Malformed;
 };
-constexpr ADDRESS_TAG kMacAddress{"MACAddress", 6, {MSG_MAC_ADDR_DP, MSG_MAC_ADDR_DP}, 4};
-constexpr ADDRESS_TAG kWwpn{"PrimaryTargetWWPN", 8, {MSG_FIBRECHANNEL_DP, MSG_FIBRECHANNELEX_DP}, 8};
+constexpr ADDRESS_TAG kMacAddress{
+    "MACAddress", 6, {MSG_MAC_ADDR_DP, MSG_MAC_ADDR_DP}, 4, "Something wrong with the MAC address %s."};
+constexpr ADDRESS_TAG kWwpn{
+    "PrimaryTargetWWPN", 8, {MSG_FIBRECHANNEL_DP, MSG_FIBRECHANNELEX_DP}, 8, "Something wrong with the WWPN %s."};
 
 // False when the text does not have the shape of the address.
 bool ParseAddress(const char* text, const ADDRESS_TAG& tag, UINT8 (&address)[kMaxAddressBytes]) {
@@ -68,7 +71,12 @@ TagVerdict CompareAddress(TAG_CALL& call, const DevicePath* path, const ADDRESS_
   return call.Found.Address.empty() ? RefuseBecause(call, "its path holds no such address") : TagVerdict::Refuse;
 }
 
-EFI_STATUS MatchAddress(TAG_CALL& call, const ADDRESS_TAG& tag, const UINT8* address) {
+EFI_STATUS MatchAddress(TAG_CALL& call, const ADDRESS_TAG& tag) {
+  UINT8 address[kMaxAddressBytes];
+  if (!ParseAddress(call.TagValue, tag, address)) {
+    SetTagMessage(call, tag.Malformed, call.TagValue);
+    return EFI_INVALID_PARAMETER;
+  }
   WalkOptions(call, {.Eligible = false}, [&](const VBOOT_OPTION_WRAPPER& wrapper) {
     return CompareAddress(call, DevicePathOfOption(wrapper), tag, address);
   });
@@ -78,22 +86,7 @@ EFI_STATUS MatchAddress(TAG_CALL& call, const ADDRESS_TAG& tag, const UINT8* add
 
 }  // namespace
 
-EFI_STATUS MacAddressTag(TAG_CALL& call) {
-  UINT8 address[kMaxAddressBytes];
-  if (!ParseAddress(call.TagValue, kMacAddress, address)) {
-    SetTagMessage(call, "Something wrong with the MAC address %s.", call.TagValue);
-    return EFI_INVALID_PARAMETER;
-  }
-  return MatchAddress(call, kMacAddress, address);
-}
-
-EFI_STATUS ProcPrimaryTargetWWPN(TAG_CALL& call) {
-  UINT8 name[kMaxAddressBytes];
-  if (!ParseAddress(call.TagValue, kWwpn, name)) {
-    SetTagMessage(call, "Something wrong with the WWPN %s.", call.TagValue);
-    return EFI_INVALID_PARAMETER;
-  }
-  return MatchAddress(call, kWwpn, name);
-}
+EFI_STATUS MacAddressTag(TAG_CALL& call) { return MatchAddress(call, kMacAddress); }
+EFI_STATUS ProcPrimaryTargetWWPN(TAG_CALL& call) { return MatchAddress(call, kWwpn); }
 
 }  // namespace bds

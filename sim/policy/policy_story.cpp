@@ -8,10 +8,11 @@
 #include <utility>
 
 #include "bootopt/boot_lists.h"
-#include "bootopt/names/device_path_text.h"
 #include "flexboot/policy_record.h"
+#include "sim/firmware/machine.h"
 #include "sim/firmware/policy_observer.h"
-#include "support/protocols.h"
+#include "sim/firmware/services/device_path_text.h"
+#include "support/device_path.h"
 #include "vboot/policy_engine.h"
 #include "vboot/policy_run.h"
 
@@ -80,14 +81,11 @@ std::string WhyNotEligible(const bds::BOOT_OPTION& option) {
   }
 }
 
+// Read past the services: whoever listens leaves their counts alone.
 std::u16string DeviceText(const bds::BOOT_OPTION& option) {
-  bds::PoolPtr<char> text;
-  const bds::DevicePath* path = option.DeviceHandle != nullptr ? bds::DevicePathOf(option.DeviceHandle) : nullptr;
-  if (path == nullptr || EFI_ERROR(bds::DevicePathToText(path, text)) || !text) {
-    return {};
-  }
-  const std::string narrow = text.get();
-  return {narrow.begin(), narrow.end()};
+  const auto* path = Machine::Current().Handles().Get<EFI_DEVICE_PATH_PROTOCOL>(option.DeviceHandle);
+  const UINTN size = bds::DevicePathSize(path);
+  return DevicePathText({reinterpret_cast<const std::byte*>(path), size}).value_or(u"");
 }
 
 bool IsRefused(UINT32 tag) { return tag >= bds::kRefusedTag && tag != bds::kUnassigned; }
