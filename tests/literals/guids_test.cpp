@@ -12,6 +12,7 @@
 #include "bootopt/legacy_dev_order.h"
 #include "bootopt/names/string_package.h"
 #include "bootopt/vendor_nodes.h"
+#include "inventory/mac_database.h"
 #include "platform/acpi_s3_save.h"
 #include "platform/bds_arch.h"
 #include "platform/block_io.h"
