@@ -82,8 +82,8 @@ struct StepReport {
   std::string name;
   Ticks start = 0;
   Ticks duration = 0;
-  TimesPassed waited{};          // the duration by what it passed for
-  std::size_t writesBefore = 0;  // variable writes of this boot before it
+  TimesPassed waited{};            // the duration by what it passed for
+  std::size_t writesBefore = 0;    // variable writes of this boot before it
   std::uint64_t serviceCalls = 0;  // boot and runtime services, calls within the firmware included
 };
 
