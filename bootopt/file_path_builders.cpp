@@ -136,4 +136,22 @@ LEGACY_LOCATION_DEVICE_PATH LegacyLocationNode(const BBS_TABLE& entry, UINT16 bb
   return node;
 }
 
+PoolPtr<DevicePath> BuildShortFormPath(const DevicePath* partition, const CHAR16* filePath, UINTN& size) {
+  constexpr UINTN kMaxNodeLength = 0xFFFF;
+  const UINTN textSize = (TextLength(filePath) + 1) * sizeof(CHAR16);
+  const UINTN fileSize = sizeof(DevicePath) + textSize;
+  size = NodeLength(partition) + fileSize + sizeof(kEndEntireNode);
+  PoolPtr<DevicePath> path(fileSize <= kMaxNodeLength ? static_cast<DevicePath*>(AllocatePool(size)) : nullptr);
+  if (path) {
+    const DevicePath header{
+        MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP, {static_cast<UINT8>(fileSize & 0xFF), static_cast<UINT8>(fileSize >> 8)}};
+    ByteWriter writer({reinterpret_cast<std::byte*>(path.get()), size});
+    writer.WriteBytes(NodeBytes(partition));
+    writer.Write(header);
+    writer.WriteBytes(filePath, textSize);
+    writer.Write(kEndEntireNode);
+  }
+  return path;
+}
+
 }  // namespace bds

@@ -19,6 +19,11 @@ bool BuildDeviceNameFilePath(BOOT_OPTION& option);
 // The node that says where the legacy device of the BBS entry sits.
 [[nodiscard]] LEGACY_LOCATION_DEVICE_PATH LegacyLocationNode(const BBS_TABLE& entry, UINT16 bbsIndex);
 
+// The short form of a path: the partition's node, the file's path and the end (UEFI 2.10, 3.1.2). Null when the path is
+// longer than a node can say or the pool is exhausted; size is its bytes.
+[[nodiscard]] PoolPtr<EFI_DEVICE_PATH_PROTOCOL> BuildShortFormPath(const EFI_DEVICE_PATH_PROTOCOL* partition,
+                                                                   const CHAR16* filePath, UINTN& size);
+
 // The longest FilePathList that a load option can hold: its length field has 16 bits (UEFI 2.10, 3.1.3).
 inline constexpr UINTN kMaxFilePathListLength = 0xFFFF;
 

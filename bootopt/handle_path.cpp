@@ -65,6 +65,11 @@ EFI_HANDLE WholeDiskHandle(EFI_HANDLE handle) {
   return disk != nullptr ? disk : handle;
 }
 
+bool IsOnFixedMedia(EFI_HANDLE handle) {
+  const auto* blockIo = HandleProtocol<EFI_BLOCK_IO_PROTOCOL>(handle);
+  return blockIo != nullptr && blockIo->Media != nullptr && blockIo->Media->RemovableMedia == FALSE;
+}
+
 EFI_HANDLE LocateOnPath(const EFI_GUID& protocol, EFI_HANDLE handle, const DevicePath*& remaining) {
   const DevicePath* path = DevicePathOf(handle);
   return DevicePathSize(path) != 0 ? Locate(protocol, path, remaining) : nullptr;

@@ -23,6 +23,9 @@ class HandlePathClimber {
 // partition. The handle itself when it is no partition, or when nothing above it is a disk.
 [[nodiscard]] EFI_HANDLE WholeDiskHandle(EFI_HANDLE handle);
 
+// The handle's block I/O reports a medium that stays in its drive. False without block I/O.
+[[nodiscard]] bool IsOnFixedMedia(EFI_HANDLE handle);
+
 // The nearest handle with the protocol on the handle's device path, and the nodes behind it. Null when there is none.
 [[nodiscard]] EFI_HANDLE LocateOnPath(const EFI_GUID& protocol, EFI_HANDLE handle, const DevicePath*& remaining);
 

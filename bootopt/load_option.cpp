@@ -114,6 +114,11 @@ class LoadOptionParser {
 
 }  // namespace
 
+bool IsFirmwareData(Bytes optionalData) {
+  ByteReader data(optionalData);
+  return TakeMarker(data, kFirmwareMarker) || TakeMarker(data, kGroupMarker);
+}
+
 bool ViewLoadOption(Bytes image, LoadOptionView& view) {
   ByteReader reader(image);
   UINT16 pathLength = 0;

@@ -14,6 +14,9 @@ inline constexpr OptionMarker kFirmwareMarker{std::byte{0}, std::byte{0}, std::b
 inline constexpr OptionMarker kGroupMarker{std::byte{0}, std::byte{0}, std::byte{0x47}, std::byte{0x4F}};
 inline constexpr OptionMarker kMemberMarker{std::byte{0}, std::byte{0}, std::byte{0x4E}, std::byte{0x4F}};
 
+// True when the optional data begins with the marker of a firmware option or of a group header.
+[[nodiscard]] bool IsFirmwareData(Bytes optionalData);
+
 // The parts of a well-formed image, in place.
 struct LoadOptionView {
   UINT32 Attributes = 0;

@@ -6,10 +6,9 @@
 #include "bootopt/device_path_tests.h"
 #include "bootopt/dumps/device_list_report.h"
 #include "bootopt/dumps/dumps.h"
+#include "bootopt/handle_path.h"
 #include "bootopt/steps.h"
-#include "platform/block_io.h"
 #include "support/debug_print.h"
-#include "support/protocols.h"
 #include "vboot/policy_engine.h"
 
 namespace bds {
@@ -122,11 +121,7 @@ bool MatchDevice(const BOOT_DEVICE& device, UINTN deviceNumber) {
 }
 
 bool IsFixedUefiDisk(const BOOT_DEVICE& device) {
-  if (device.DeviceHandle == nullptr || device.BbsEntry != nullptr) {
-    return false;
-  }
-  const auto* blockIo = HandleProtocol<EFI_BLOCK_IO_PROTOCOL>(device.DeviceHandle);
-  return blockIo != nullptr && blockIo->Media != nullptr && blockIo->Media->RemovableMedia == FALSE;
+  return device.BbsEntry == nullptr && IsOnFixedMedia(device.DeviceHandle);
 }
 
 }  // namespace

@@ -8,11 +8,6 @@ namespace {
 
 constexpr UINT32 kFirstNumber = 1;
 
-bool IsFirmwareImage(const LoadOptionView& view) {
-  ByteReader data(view.OptionalData);
-  return data.SkipIfEqual(kFirmwareMarker) || data.SkipIfEqual(kGroupMarker);
-}
-
 template <typename Predicate>
 bool AnyOption(const BOOT_OPTION_LIST& list, Predicate predicate) {
   for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
@@ -52,7 +47,7 @@ bool OptionNumberAllocator::MayOverwrite(UINT16 number) const {
     return status == EFI_NOT_FOUND;
   }
   LoadOptionView view;
-  return EveryUnloadedOptionIsKnown() && ViewLoadOption(image.Bytes(), view) && IsFirmwareImage(view);
+  return EveryUnloadedOptionIsKnown() && ViewLoadOption(image.Bytes(), view) && IsFirmwareData(view.OptionalData);
 }
 
 UINT16 OptionNumberAllocator::Next() {

@@ -1,35 +1,11 @@
 // The step that rebuilds the option list from NVRAM.
+#include "bootopt/boot_variable_reader.h"
 #include "bootopt/load_option.h"
 #include "bootopt/steps.h"
 #include "support/debug_print.h"
-#include "support/variables.h"
 
 namespace bds {
 namespace {
-
-// Reads Boot#### variables one after the other into one buffer.
-class BootVariableReader {
- public:
-  // Under the lower-case name when the upper-case one does not exist: some installers write it so.
-  [[nodiscard]] EFI_STATUS Read(UINT16 number) {
-    name_ = BootVariableName(number);
-    EFI_STATUS status = ReadNamed();
-    if (status == EFI_NOT_FOUND) {
-      name_ = BootVariableNameLowerCase(number);
-      status = ReadNamed();
-    }
-    return status;
-  }
-  Bytes Image() const { return buffer_.Bytes(); }
-  void Delete() const { static_cast<void>(DeleteVariableFirmly(name_, gEfiGlobalVariableGuid)); }
-
- private:
-  EFI_STATUS ReadNamed() { return ReadVariableIntoBuffer(name_, gEfiGlobalVariableGuid, nullptr, capacity_, buffer_); }
-
-  NumberedName name_{};
-  PoolBuffer buffer_;
-  UINTN capacity_ = 0;
-};
 
 enum class Loading {
   Loaded,   // the variable became an option
@@ -53,7 +29,7 @@ Loading LoadBootOption(BootVariableReader& reader, UINT16 number, UINT32& priori
   }
   LoadOptionView view;
   if (!ViewLoadOption(reader.Image(), view)) {
-    reader.Delete();
+    static_cast<void>(reader.Delete());
     return Loading::Dropped;
   }
   const bool repeated = WasListedBefore(number);

@@ -5,14 +5,10 @@
 
 namespace bds {
 
-void AdjustEfiOsBootOrder() {}                // order of the OS loader options
-void CreateEfiOsBootOption() {}               // OS loader options
 void CheckForNoAssociateOption() {}           // the BMC's view of options without devices
 void SetGroupBootOrder() {}                   // the BMC's group order
-void EfiOsName_NormalizeBootOptions() {}      // names of OS loader options
 void DeleteIdenticalBootOptions() {}          // duplicate options
 void InactivateLoadingPlaceholderOption() {}  // place-holder options
-void SetDefaultKuiBootOrder() {}              // default boot order
 void BuildBootOrderTable() {}                 // boot order table for the BMC
 void RemoveBootxxxx() {}                      // stale Boot#### variables
 

@@ -10,6 +10,7 @@
 #include "flexboot/steps.h"
 #include "inventory/mac_inventory.h"
 #include "inventory/raid_health.h"
+#include "osopt/steps.h"
 #include "vboot/policy_engine.h"
 
 namespace bds {
@@ -106,14 +107,14 @@ constexpr StepRow kRows[] = {
     Row<BootOrderTableEntryPoint>(),                     // the boot policy from the BMC; no table is read yet
     Row<DetectZephanConfigMode>(),                       // whether a central manager runs this server
     Row<CheckZephan_EFIBootSupport>(),                   // UEFI boot options while a central manager does
-    Row<AdjustEfiOsBootOrder>(),                         // order of the OS loader options; not built yet
+    Row<AdjustEfiOsBootOrder>(),                         // takes options with the same loader out of BootOrder
     Row<ReadBootOptions>(),                              // the option list from BootOrder and Boot####
     Row<UnmaskOrphanDevices>(),                          // takes the orphan mask off the options' paths
     Row<CollectUsbBbsDevices>(),                         // the CSM's USB devices
     Row<CollectBootDevices>(),                           // the device list from protocols and the BBS table
     Row<GenerateUefiPolicyOptionsEntry>(),               // options for the loaders that a boot policy names
     Row<FilterBootDeviceList>(),                         // drops devices that must not be booted
-    Row<CreateEfiOsBootOption>(),                        // options of OS loaders on disks; not built yet
+    Row<CreateEfiOsBootOption>(),                        // STBU mode: options for OS loaders on fixed disks
     Row<MatchBootOptionsToDevices>(),                    // binds options to devices
     Row<DeleteUnmatchedUefiHddBootDevices>(),            // drops UEFI disks without an option
     Row<CheckForNoAssociateOption>(),                    // options without devices, for the BMC; not built yet
@@ -121,7 +122,7 @@ constexpr StepRow kRows[] = {
     Row<RemoveNonSupportedBootOptions>(),                // options that the boot mode does not support
     Row<SetGroupBootOrder>(),                            // the BMC's order of groups; not built yet
     Row<VBootSetBootOptionTags>(),                       // tags by the boot policy; default tags without one
-    Row<EfiOsName_NormalizeBootOptions>(),               // names of OS loader options; not built yet
+    Row<EfiOsName_NormalizeBootOptions>(),               // paths and names of the firmware's own options
     Row<PreProcessBootOptions>(),                        // deletes the driver's own options without a device
     Row<DeleteIdenticalBootOptions>(),                   // duplicate options; not built yet
     Row<RemoveOrphanOptions>(),                          // managed or STBU mode: deletes all without a device
@@ -132,7 +133,7 @@ constexpr StepRow kRows[] = {
     Row<ApplyOemBootOptionPolicy>(),                     // hides UEFI disks' options without a device
     Row<MaskOrphanDevices>(),                            // masks the paths of options without a device
     Row<SaveLegacyDevOrder>(),                           // writes LegacyDevOrder
-    Row<SetDefaultKuiBootOrder>(),                       // the default boot order; not built yet
+    Row<SetDefaultKuiBootOrder>(),                       // the default order of the setup front end
     Row<BuildBootOrderTable>(),                          // the boot order table for the BMC; not built yet
     Row<SaveBootOptions>(),                              // writes Boot#### and BootOrder
     Row<RemoveBootxxxx>(),                               // stale Boot#### variables; not built yet

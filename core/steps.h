@@ -40,13 +40,9 @@ EFI_STATUS HandoffToKui();
 EFI_STATUS ReadBootOptionAndBoot();
 
 // Steps whose subject is not built yet; they keep their place in the table and do nothing.
-void AdjustEfiOsBootOrder();
-void CreateEfiOsBootOption();
 void CheckForNoAssociateOption();
 void SetGroupBootOrder();
-void EfiOsName_NormalizeBootOptions();
 void InactivateLoadingPlaceholderOption();
-void SetDefaultKuiBootOrder();
 void BuildBootOrderTable();
 void RemoveBootxxxx();
 

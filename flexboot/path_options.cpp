@@ -1,6 +1,7 @@
 #include "flexboot/path_options.h"
 
 #include "bootopt/dumps/dumps.h"
+#include "bootopt/file_path_builders.h"
 #include "bootopt/names/controller_name.h"
 #include "flexboot/loader_search.h"
 #include "flexboot/state.h"
@@ -13,7 +14,7 @@
 namespace bds {
 namespace {
 
-constexpr UINTN kMaxFilePathLength = 32'764;  // characters that fit into a node with their NUL
+constexpr UINTN kMaxFilePathLength = 32'764;  // characters
 constexpr UINT8 kGptSignature = 2;
 
 bool IsGptNode(const DevicePath* node) {
@@ -58,24 +59,6 @@ EFI_STATUS FindOptionForFile(const BOOT_OPTION_LIST& options, const DevicePath* 
     }
   }
   return EFI_SUCCESS;
-}
-
-// The short form of a path: the partition, the file, the end.
-PoolPtr<DevicePath> ShortFormPath(const DevicePath* partition, const CHAR16* filePath, UINTN length, UINTN& size) {
-  const UINTN textSize = (length + 1) * sizeof(CHAR16);
-  const UINTN fileSize = sizeof(DevicePath) + textSize;
-  size = NodeLength(partition) + fileSize + sizeof(kEndEntireNode);
-  PoolPtr<DevicePath> path(static_cast<DevicePath*>(AllocatePool(size)));
-  if (path) {
-    const DevicePath header{
-        MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP, {static_cast<UINT8>(fileSize & 0xFF), static_cast<UINT8>(fileSize >> 8)}};
-    ByteWriter writer({reinterpret_cast<std::byte*>(path.get()), size});
-    writer.WriteBytes(NodeBytes(partition));
-    writer.Write(header);
-    writer.WriteBytes(filePath, textSize);
-    writer.Write(kEndEntireNode);
-  }
-  return path;
 }
 
 // The loader's name and the controller's, as far as there are any. A loader that was only known by its directory is
@@ -245,8 +228,7 @@ EFI_STATUS CreatePathBasedBootOption(const char* path, const char* name, const c
 
 EFI_STATUS CreateOptionForFile(BOOT_OPTION_LIST& options, EFI_HANDLE handle, const CHAR16* filePath,
                                BOOT_OPTION*& option) {
-  const UINTN length = TextLength(filePath);
-  if (length > kMaxFilePathLength) {
+  if (TextLength(filePath) > kMaxFilePathLength) {
     return EFI_INVALID_PARAMETER;
   }
   if (EFI_ERROR(LocateCollation())) {
@@ -275,7 +257,7 @@ EFI_STATUS CreateOptionForFile(BOOT_OPTION_LIST& options, EFI_HANDLE handle, con
     return EFI_ABORTED;
   }
   UINTN size = 0;
-  PoolPtr<DevicePath> shortForm = ShortFormPath(partition, filePath, length, size);
+  PoolPtr<DevicePath> shortForm = BuildShortFormPath(partition, filePath, size);
   option = shortForm ? CreateBootOption(options) : nullptr;
   if (option == nullptr) {
     return EFI_OUT_OF_RESOURCES;
