@@ -120,6 +120,22 @@ std::string DamagedOptionsText(const BootReport& report) {
   return text;
 }
 
+std::string LoaderChangesText(const BootReport& report) {
+  std::string text;
+  for (const LoaderOrderChange& change : report.loaderChanges) {
+    const std::string option = fmt::format("Boot{:04X} {}", change.number, PrintableText(change.name));
+    if (change.kind == LoaderOrderChange::Kind::Moved) {
+      text += fmt::format("  Moved: {} from place {} of the order to place {}, now as Boot{:04X}\n", option,
+                          change.from, change.to, change.other.value_or(change.number));
+    } else if (change.other) {
+      text += fmt::format("  Deleted: {}: Boot{:04X} starts the same loader\n", option, *change.other);
+    } else {
+      text += fmt::format("  Deleted: {}: its partition is gone\n", option);
+    }
+  }
+  return text;
+}
+
 std::uint64_t BmcSilences(const BootReport& report) {
   return CountOf(report, "bmc.timeouts") + CountOf(report, "ipmi.timeouts");
 }

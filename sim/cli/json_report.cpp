@@ -26,6 +26,10 @@ double Seconds(Ticks ticks) { return static_cast<double>(ticks) / static_cast<do
 
 std::string NumberText(std::uint16_t number) { return fmt::format("{:04X}", number); }
 
+Json NumberJson(const std::optional<std::uint16_t>& number) {
+  return number ? Json(NumberText(*number)) : Json(nullptr);
+}
+
 Json OptionJson(const OptionReport& option) {
   return {{"number", NumberText(option.number)},
           {"name", PrintableText(option.name)},
@@ -67,10 +71,6 @@ Json WriteJson(const VariableWrite& write) {
           {"status", StatusName(write.status)}};
 }
 
-Json NumberJson(const std::optional<std::uint16_t>& number) {
-  return number ? Json(NumberText(*number)) : Json(nullptr);
-}
-
 Json RequestJson(const BootReport& report) {
   const BootRequestReport& request = report.request;
   Json json = {{"source", nullptr},
@@ -106,6 +106,16 @@ Json FaultJson(const FaultReport& fault) {
 
 Json DamagedJson(const DamagedOption& option) {
   return {{"name", PrintableText(option.name)}, {"size", option.size}, {"deleted", option.deleted}};
+}
+
+Json LoaderChangeJson(const LoaderOrderChange& change) {
+  const bool moved = change.kind == LoaderOrderChange::Kind::Moved;
+  return {{"kind", moved ? "moved" : "deleted"},
+          {"number", NumberText(change.number)},
+          {"name", PrintableText(change.name)},
+          {"other", NumberJson(change.other)},
+          {"from", moved ? Json(change.from) : Json(nullptr)},
+          {"to", moved ? Json(change.to) : Json(nullptr)}};
 }
 
 Json DeviceJson(const DeviceWithoutOption& device) {
@@ -216,6 +226,7 @@ Json StartJson(const BootReport& report, const PolicyStory* story) {
           {"bmc_request", RequestJson(report)},
           {"faults", JsonList(report.faults, FaultJson)},
           {"damaged_options", JsonList(report.damaged, DamagedJson)},
+          {"loader_changes", JsonList(report.loaderChanges, LoaderChangeJson)},
           {"devices_without_option", JsonList(report.devicesWithoutOption, DeviceJson)},
           {"policy", story == nullptr ? Json(nullptr) : PolicyJson(*story)},
           {"variables_written", JsonList(report.writes, WriteJson)},

@@ -195,7 +195,8 @@ std::string SummaryText(const std::string& title, const BootResult& result, cons
   const BootReport& report = result.Last();
   const std::string outcome = OutcomeText(report);
   std::string text = style.Strong(PrintableText(title)) + "\n" + ResetsText(result, style);
-  text += OptionsText(report, style) + DevicesWithoutOptionText(report) + DamagedOptionsText(report);
+  text += OptionsText(report, style) + DevicesWithoutOptionText(report) + DamagedOptionsText(report) +
+          LoaderChangesText(report);
   text += RequestText(report) + BootNextText(report) + AttemptsText(report) + PassedOverText(report);
   text += "  Outcome: " + (result.Started() ? style.Good(outcome) : style.Bad(outcome)) + "\n";
   text += SystemText(report);

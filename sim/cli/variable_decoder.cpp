@@ -7,6 +7,7 @@
 
 #include "bmc/ipmi_variables.h"
 #include "bootopt/legacy_dev_order.h"
+#include "osopt/default_order.h"
 #include "platform/setup_variable.h"
 #include "sim/bmc/boot_flag_words.h"
 #include "sim/cli/load_option_text.h"
@@ -156,6 +157,8 @@ const NamedDecoder kByName[] = {
     {u"PlatformLangCodes", gEfiGlobalVariableGuid, AsciiLines},
     {u"LegacyDevOrder", bds::kLegacyDevOrderGuid, LegacyOrderLines},
     {u"OldLegacyDevOrder", bds::kLegacyDevOrderGuid, LegacyOrderLines},
+    {bds::kDefaultBootOrderName, bds::kDefaultBootOrderGuid, OrderLines},
+    {bds::kDefaultLegacyDevOrderName, bds::kDefaultLegacyDevOrderGuid, LegacyOrderLines},
     {kSetupName, kSetupGuid, SetupLines},
     {bds::kIpmiBootFlagsName, bds::kIpmiVariablesGuid, RequestLines},
     {bds::kSavedBootOrderName, bds::kIpmiVariablesGuid, OrderLines},

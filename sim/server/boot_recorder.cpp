@@ -134,6 +134,7 @@ void BootRecorder::OnLine(const std::string& line) {
     CloseStep();
     steps_.push_back({*step, machine_.Time().Now()});
     steps_.back().writesBefore = parts_->Runtime().Store().Journal().size();
+    loaderOrder_.OnStep(*step, parts_->Runtime().Store());
     if (request_.onStep) {
       request_.onStep(*step);
     }
@@ -256,6 +257,7 @@ void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HA
   CloseStep();
   ReportBoot(report, store, driver);
   report.request = bmcRequest_.Report(store);
+  report.loaderChanges = loaderOrder_.Report(store);
   report.faults = faults_;
   for (DamagedOption& option : damaged_) {
     option.deleted = store.Find(option.name, gEfiGlobalVariableGuid) == nullptr;

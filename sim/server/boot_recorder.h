@@ -58,6 +58,7 @@ class BootRecorder {
   std::map<EFI_HANDLE, std::optional<std::uint16_t>> optionOfImage_;
   std::optional<std::uint16_t> bootNextBefore_;
   BootRequestWatch bmcRequest_;
+  LoaderOrderWatch loaderOrder_;
   std::vector<FaultReport> faults_;
   std::vector<DamagedOption> damaged_;
 };

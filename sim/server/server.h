@@ -23,6 +23,7 @@
 #include "sim/server/console_keys.h"
 #include "sim/server/description.h"
 #include "sim/server/devices_without_option.h"
+#include "sim/server/loader_order_watch.h"
 
 namespace sim {
 
@@ -105,12 +106,13 @@ struct FaultReport {
 
 struct BootReport {
   BootOutcome outcome;
-  std::optional<std::uint16_t> bootCurrent;    // number of the option that was started, or that was being tried last
-  std::optional<std::uint16_t> bootNext;       // set at the end
-  std::optional<std::uint16_t> bootNextTaken;  // set at the beginning and taken away in this boot
-  BootRequestReport request;                   // the BMC's
-  std::vector<DamagedOption> damaged;          // found at the beginning
-  std::vector<FaultReport> faults;             // as scripted, those that were not met too
+  std::optional<std::uint16_t> bootCurrent;      // number of the option that was started, or that was being tried last
+  std::optional<std::uint16_t> bootNext;         // set at the end
+  std::optional<std::uint16_t> bootNextTaken;    // set at the beginning and taken away in this boot
+  BootRequestReport request;                     // the BMC's
+  std::vector<DamagedOption> damaged;            // found at the beginning
+  std::vector<LoaderOrderChange> loaderChanges;  // deleted and moved options of operating systems' loaders
+  std::vector<FaultReport> faults;               // as scripted, those that were not met too
   std::vector<DeviceWithoutOption> devicesWithoutOption;  // of a boot that saved its options
   std::vector<std::uint16_t> bootOrder;
   std::vector<OptionReport> options;  // those in the order first, in order; then the others by number
