@@ -113,18 +113,23 @@ ORDER_PLACE* FindTwin(const ORDER_PLACE& place) {
 
 // Between an option of an operating system and one of the firmware's, the system's stays.
 void OrderReview::DecidePresent(ORDER_PLACE& place) {
-  ORDER_PLACE* twin = FindTwin(place);
-  const Twins choice = twin != nullptr ? Choose(place.Option, twin->Option) : Twins::BothStay;
-  if (choice == Twins::BothStay || !Delete(choice == Twins::FirstGoes ? place.Option : twin->Option)) {
-    Keep(place.Option);
-    return;
+  for (;;) {  // each round processes one twin more
+    ORDER_PLACE* twin = FindTwin(place);
+    const Twins choice = twin != nullptr ? Choose(place.Option, twin->Option) : Twins::BothStay;
+    if (choice == Twins::BothStay || !Delete(choice == Twins::FirstGoes ? place.Option : twin->Option)) {
+      Keep(place.Option);
+      return;
+    }
+    if (choice == Twins::FirstMovesBack) {
+      twin->Option = std::move(place.Option);  // placed when the walk comes there
+      return;
+    }
+    twin->Processed = true;
+    if (choice == Twins::FirstGoes) {
+      Keep(twin->Option);
+      return;
+    }
   }
-  if (choice == Twins::FirstMovesBack) {
-    twin->Option = std::move(place.Option);  // placed when the walk comes there
-    return;
-  }
-  twin->Processed = true;
-  Keep(choice == Twins::FirstGoes ? twin->Option : place.Option);
 }
 
 void OrderReview::Decide(ORDER_PLACE& place) {

@@ -13,6 +13,7 @@
 #include "bootopt/names/string_package.h"
 #include "bootopt/vendor_nodes.h"
 #include "inventory/mac_database.h"
+#include "osopt/default_order.h"
 #include "platform/acpi_s3_save.h"
 #include "platform/bds_arch.h"
 #include "platform/block_io.h"
@@ -219,6 +220,8 @@ TEST(Guids, VariablesAndNodesOfThisPlatform) {
       {"842680F2-1A9C-48E6-A433-BE9ACB0DD438", bds::kIpmiVariablesGuid},
       {"3DD0DE67-02D7-412C-974A-A0CCDDEEEEEE", bds::kMacDatabaseGuid},
       {"A56074DB-65FE-45F7-BD21-2D2BDD8E9652", bds::kLegacyDevOrderGuid},
+      {"3C4EAD08-45AE-4315-8D15-A60EAA8CAF69", bds::kDefaultLegacyDevOrderGuid},
+      {"45CF35F6-0D6E-4D04-856A-0370A5B16F53", bds::kDefaultBootOrderGuid},
       {"8F4B8F82-9B91-4028-86E6-F4DB7D4C1DFF", bds::kStringPackageListGuid},
       {"5023B95C-DB26-429B-A648-BD47664C8012", bds::kBuiltInApplicationGuid},
       {"99E275E7-75A0-4B37-A2E6-C5385E6C00CB", bds::kOrphanMaskGuid},

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Boots a server of one disk that holds operating systems' loaders; the options that are in the order afterwards must be
-those that the row names. Then systems are installed, installed anew and removed over several boots: never two options
-for one loader, and the system's own always there. With the linked driver and, when it is built, with bds.efi.
+"""Boots a server of one disk that holds operating systems' loaders; the options that are in the order afterwards must
+be those that the row names. Then systems are installed, installed anew and removed over several boots: never two
+options for one loader, and the system's own always there. With the linked driver and, when it is built, with bds.efi.
 
     os_loader_boots.py SOURCE_DIR BDS_SIM
 
@@ -92,7 +92,8 @@ ROWS = (
     Row("ubuntu", (SHIM, GRUB_OF_UBUNTU, FALLBACK), (made("ubuntu", SHIM), made("UEFI OS", FALLBACK)),
         said=("IsUbuntu=TRUE\n", DUPLICATE)),
     Row("ubuntu without shim", (GRUB_OF_UBUNTU,), (made("ubuntu", GRUB_OF_UBUNTU),)),
-    Row("debian", (DEBIAN, FALLBACK), (MADE_DEBIAN, made("UEFI OS", FALLBACK)), said=("Add EFI Boot option:STBU mode \n",)),
+    Row("debian", (DEBIAN, FALLBACK), (MADE_DEBIAN, made("UEFI OS", FALLBACK)),
+        said=("Add EFI Boot option:STBU mode \n",)),
     Row("all at once", (SLES, SHIM, REDHAT, CENTOS, BOOTMGFW, SUSE, GRUB_OF_UBUNTU, ELILO, OLD_GRUB, OPENSUSE, DEBIAN,
                         FALLBACK),
         (made("sles", SLES), made("ubuntu", SHIM), made("RedHat Boot Manager", REDHAT), made("CENTOS", CENTOS),
@@ -111,13 +112,15 @@ ROWS = (
          Option("ubuntu", SHIM, FIRMWARE, "mbr"), Option("own", SLES, partition="gone")), stbu=0,
         said=("Deleted: Boot0002 debian: its partition is gone\n", "Deleted: Boot0003 sles",
               "Deleting a FwBootOption type Orphan:ubuntu\n")),
-    Row("the firmware's before the system's", (DEBIAN,), (OWN, Option("b", SLES)), (MADE, Option("b", SLES), OWN), stbu=0,
-        said=("Deleted: Boot0001 debian: Boot0003 starts the same loader\n",)),
+    Row("the firmware's before the system's", (DEBIAN,), (OWN, Option("b", SLES)), (MADE, Option("b", SLES), OWN),
+        stbu=0, said=("Deleted: Boot0001 debian: Boot0003 starts the same loader\n",)),
     Row("the system's before the firmware's", (DEBIAN,), (Option("b", SLES), OWN, Option("c", SUSE)),
         (OWN, Option("b", SLES), MADE, Option("c", SUSE)), stbu=0,
         said=("Deleted: Boot0003 debian: Boot0001 starts the same loader\n",
               "Moved: Boot0001 my system from place 1 of the order to place 3, now as Boot0001\n")),
     Row("several of the firmware's", (DEBIAN,), (Option("b", SLES), OWN), (OWN, MADE, Option("b", SLES), MADE), stbu=0),
+    Row("given up, between two of systems'", (DEBIAN,), (Option("older", DEBIAN),), (Option("older", DEBIAN),
+                                                                                    Option("debian", DEBIAN)), stbu=0),
     Row("masked ones", (DEBIAN,), (OWN,), (MADE, Option("my system", DEBIAN, masked=True)), stbu=0),
     Row("listed twice", (DEBIAN,), (OWN, Option("b", SLES)), (OWN, Option("b", SLES)), order=(0, 1, 0), stbu=0),
     Row("firmware's listed twice", (DEBIAN,), (MADE,), (MADE,), order=(0, 0), stbu=0),
@@ -157,8 +160,8 @@ def parse(data):
     (length,) = struct.unpack_from("<H", data, 4)
     end = next(at for at in range(6, len(data), 2) if data[at:at + 2] == b"\0\0")
     path = data[end + 2:end + 2 + length]
-    file = path[46:-6].decode("utf-16-le").replace("\\", "/") if path[:2] == b"\4\1" and path[42:44] == b"\4\4" else None
-    return data[6:end].decode("utf-16-le"), file
+    loader = path[:2] == b"\4\1" and path[42:44] == b"\4\4"
+    return data[6:end].decode("utf-16-le"), path[46:-6].decode("utf-16-le").replace("\\", "/") if loader else None
 
 
 class Server:
@@ -296,7 +299,7 @@ def main(source, sim):
                 except AssertionError as fault:
                     wrong += 1
                     print(f"{name}{' with the image' if way else ''}: {fault}")
-    print(f"{len(ways) * len(cases)} cases, {wrong} wrong" + ("" if image.exists() else ", with the linked driver alone"))
+    print(f"{len(ways) * len(cases)} cases, {wrong} wrong{'' if image.exists() else ', with the linked driver alone'}")
     return 1 if wrong else 0
 
 

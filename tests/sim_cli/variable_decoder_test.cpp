@@ -7,6 +7,7 @@
 #include <random>
 
 #include "bootopt/legacy_dev_order.h"
+#include "osopt/default_order.h"
 #include "sim/cli/load_option_text.h"
 #include "sim/cli/printable_text.h"
 
@@ -97,6 +98,14 @@ TEST(VariableDecoder, SmallVariables) {
   for (const SmallCase& each : cases) {
     EXPECT_EQ(Decode(each.name, each.data)[0], each.first);
   }
+}
+
+TEST(VariableDecoder, DefaultOrdersAreOnesOfTheirOwnVendors) {
+  const Bytes numbers = B({2, 0, 1, 0});
+  EXPECT_EQ(Decode(u"DefaultBootOrder", numbers, bds::kDefaultBootOrderGuid)[0], "0002 0001");
+  EXPECT_EQ(Decode(u"DefaultBootOrder", numbers)[0], "4 bytes");
+  EXPECT_EQ(Decode(u"DefaultLegacyDevOrder", B({3, 0, 0, 0, 4, 0, 7, 0}), bds::kDefaultLegacyDevOrderGuid)[0],
+            "CDROM: 7");
 }
 
 TEST(VariableDecoder, LegacyRecordsThatLieAreHexadecimal) {
