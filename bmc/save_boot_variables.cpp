@@ -77,7 +77,8 @@ Saving ExamineCopies() {
   }
   DebugPrint("\n UEFIBoot: failed to open %a file \n", kOrderFile);
   const Saving saving = copy == BmcFile::Unknown ? Saving::Refused : ExamineOptions(empty);
-  return saving == Saving::First && gBmc.OneTimeRequestInForce
+  const bool forOneBoot = gBmc.OneTimeRequestInForce != FALSE || gBmc.OneTimePolicyInForce != FALSE;
+  return saving == Saving::First && forOneBoot
              ? Refuse("The reset would lose the boot request, the first save waits for the next boot")
              : saving;
 }

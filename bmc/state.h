@@ -26,6 +26,9 @@ struct BMC_STATE {
   // The request is carried out in this boot, and nothing is kept of it: a reset would lose it.
   BOOLEAN OneTimeRequestInForce = FALSE;
 
+  // The same of a policy for one boot, which the BMC was told is used up; set by HandleOneTimeBootStale.
+  BOOLEAN OneTimePolicyInForce = FALSE;
+
   BOOT_COPIES Copies = BOOT_COPIES::MayBeReplaced;  // set by RestoreEfiBootVariablesFromBMC
 
   // The opcodes, a bit each, of requests that were given up, so that their answers may still come;

@@ -7,9 +7,10 @@
 namespace bds {
 
 void SetBootOptionPriorities() {
-  // A policy and the STBU mode decide the whole order, so that no option keeps its old number.
+  // A policy and the STBU mode decide the whole order, so that no option keeps its old number. A policy for one boot
+  // may be withdrawn by now; its tags are the order of this boot all the same.
   const bool policy = HaveVbootPolicy();
-  const bool anew = policy || IsStbuEfiEnabled();
+  const bool anew = policy || gPolicyEngine.TaggedByPolicy != 0 || IsStbuEfiEnabled();
   if (anew) {
     HoldPlacesOfUnloadedOptions();
     for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {

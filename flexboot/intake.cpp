@@ -122,6 +122,7 @@ EFI_STATUS GoWithoutFile() {
 // The policy for one boot, else the persistent one.
 EFI_STATUS ReadPolicy(char* buffer) {
   const UINT8 oneTime = EFI_ERROR(GetOneTimeBoot(buffer)) ? 0 : 1;
+  gFlexBoot.OneTimePolicy = oneTime != 0 ? ONE_TIME_POLICY::Read : ONE_TIME_POLICY::None;
   if (oneTime != 0) {
     DebugPrint(" One time boot from IXMO \n");
   } else {

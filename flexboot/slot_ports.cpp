@@ -129,19 +129,6 @@ struct LOCATED_OPTION {
   PCI_LOCATION Location;
 };
 
-bool Locate(const BOOT_OPTION& option, const Partitions& partitions, PCI_LOCATION& location) {
-  if (IsLegacyOption(option)) {
-    if (option.BbsEntry == nullptr) {
-      return false;
-    }
-    location = {option.BbsEntry->Bus, option.BbsEntry->Device, option.BbsEntry->Function};
-    return true;
-  }
-  const DevicePath* first = OptionPathInstances(option).Node();
-  const PoolPtr<DevicePath> disk = IsHardDriveNode(first) ? partitions.FindDiskOf(first) : nullptr;
-  return GetOptionPciLocation(option, disk.get(), location);
-}
-
 UINTN LocateActiveOptions(std::span<LOCATED_OPTION> located) {
   const Partitions partitions;
   UINTN count = 0;
@@ -149,7 +136,7 @@ UINTN LocateActiveOptions(std::span<LOCATED_OPTION> located) {
        option = option->Next) {
     const bool active = (option->Attributes & LOAD_OPTION_ACTIVE) != 0;
     LOCATED_OPTION& entry = located[count];
-    if (active && !IsBuiltInApplicationOption(*option) && Locate(*option, partitions, entry.Location)) {
+    if (active && !IsBuiltInApplicationOption(*option) && LocateOption(*option, partitions, entry.Location)) {
       entry.Option = option;
       ++count;
     }
@@ -227,6 +214,19 @@ EFI_STATUS CreateSlotPortInfo() {
 }
 
 std::span<const SLOT_PORT_ENTRY> SlotPortTable() { return {gFlexBoot.SlotPortTable, gFlexBoot.SlotPortCount}; }
+
+bool LocateOption(const BOOT_OPTION& option, const Partitions& partitions, PCI_LOCATION& location) {
+  if (IsLegacyOption(option)) {
+    if (option.BbsEntry == nullptr) {
+      return false;
+    }
+    location = {option.BbsEntry->Bus, option.BbsEntry->Device, option.BbsEntry->Function};
+    return true;
+  }
+  const DevicePath* first = OptionPathInstances(option).Node();
+  const PoolPtr<DevicePath> disk = IsHardDriveNode(first) ? partitions.FindDiskOf(first) : nullptr;
+  return GetOptionPciLocation(option, disk.get(), location);
+}
 
 bool GetOptionPciLocation(const BOOT_OPTION& option, const EFI_DEVICE_PATH_PROTOCOL* disk, PCI_LOCATION& location) {
   const DevicePath* start = FindPciPathStart(option, disk);

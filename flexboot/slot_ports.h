@@ -8,6 +8,8 @@
 
 namespace bds {
 
+class Partitions;
+
 // Slots that are no number of the platform's slot information.
 inline constexpr UINT16 kSlotOnboardLan = 'L';
 inline constexpr UINT16 kSlotChipsetStorage = 'S';
@@ -33,6 +35,9 @@ EFI_STATUS CreateSlotPortInfo();
 // The table as it is now; an option's device is the first entry with its location.
 [[nodiscard]] std::span<const SLOT_PORT_ENTRY> SlotPortTable();
 
+// The PCI location of an option's device: that of its BBS entry, or of the path of a UEFI option. False when there is
+// none.
+[[nodiscard]] bool LocateOption(const BOOT_OPTION& option, const Partitions& partitions, PCI_LOCATION& location);
 // The PCI location of a UEFI option's device. disk is the whole disk's path for an option that begins with a partition,
 // or null. False, and nothing changed, when the path leads to no PCI function of this boot.
 [[nodiscard]] bool GetOptionPciLocation(const BOOT_OPTION& option, const EFI_DEVICE_PATH_PROTOCOL* disk,

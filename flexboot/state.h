@@ -1,6 +1,7 @@
 // Everything of the policy intake that outlives a routine.
 #pragma once
 
+#include "flexboot/actual_order_record.h"
 #include "flexboot/loader_text.h"
 #include "flexboot/policy_record.h"
 #include "flexboot/policy_targets.h"
@@ -9,6 +10,13 @@
 #include "platform/unicode_collation.h"
 
 namespace bds {
+
+// What this boot knows of a policy for one boot.
+enum class ONE_TIME_POLICY : UINT8 {
+  None,     // there is none, or the BMC was told that it was used
+  Read,     // the policy read from the BMC is one
+  Applied,  // its targets chose the options, and the report is made
+};
 
 // Reset by the entry point. Nothing here is freed before the boot ends but what a new value replaces.
 struct FLEXBOOT_STATE {
@@ -22,6 +30,15 @@ struct FLEXBOOT_STATE {
   EFI_HANDLE mFlexBootHandle = nullptr;
   // The record behind that protocol, also after the policy was withdrawn: the interface may still be in use.
   KeptPtr<FLEXBOOT_ORDER_HEADER> FlexBootOrder;
+
+  // Written by the intake, by GenerateReportStruct and by HandleOneTimeBootStale.
+  ONE_TIME_POLICY OneTimePolicy = ONE_TIME_POLICY::None;
+
+  // The report's handle, null until one is installed, and the record behind it; written by GenerateReportStruct.
+  EFI_HANDLE mActualOrderHandle = nullptr;
+  KeptPtr<ACTUAL_BOOT_ORDER> ActualOrder;
+  // The same for a boot on which no policy decides, or no longer; on a handle of its own.
+  KeptPtr<ACTUAL_BOOT_ORDER> OrderWithoutPolicy;
 
   // One target per target of the policy, in its order, with what the policy says of loaders as tags. Null until a
   // policy was read. Filled by ExtractUefiParameters, emptied into the engine's targets by GenerateListFromPolicy.

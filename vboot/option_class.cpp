@@ -41,32 +41,7 @@ const char* CdromWord(const BOOT_OPTION& option) {
   return IsUnderAnyPort(kVirtualMediaAndSdPorts, option) ? kVirtualMedia : kUsb;
 }
 
-bool SitsInASlot(const char* classWord) {
-  constexpr const char* kInSlots[] = {"HDD", "PXE", "SAN", "ISCSI"};
-  for (const char* word : kInSlots) {
-    if (TextEqual(classWord, word)) {
-      return true;
-    }
-  }
-  return false;
-}
-
 constexpr UINTN kReportNameLength = 49;
-
-// Disks on SATA ports are known by the name that tells their port.
-PoolPtr<char> ReportName(const BOOT_OPTION& option) {
-  const BBS_TABLE* entry = option.BbsEntry;
-  if (IsLegacyOption(option) && entry != nullptr && IsSataEntry(*entry)) {
-    const std::span<const char> text = BbsDescription(*entry);
-    return CopyText(text.data(), text.size() < kReportNameLength ? text.size() : kReportNameLength);
-  }
-  const UINTN length = TextLength(option.Description.get());
-  PoolPtr<char> name = AllocateArray<char>(length + sizeof("+"));
-  if (name) {
-    FormatAscii({name.get(), length + sizeof("+")}, "%S+", option.Description ? option.Description.get() : u"");
-  }
-  return name;
-}
 
 }  // namespace
 
@@ -91,11 +66,38 @@ const char* ClassifyOption(const BOOT_OPTION& option) {
   }
 }
 
+bool HasSubType(const char* classWord) { return TextEqual(classWord, kUsb) || TextEqual(classWord, kVirtualMedia); }
+
+bool SitsInASlot(const char* classWord) {
+  constexpr const char* kInSlots[] = {"HDD", "PXE", "SAN", "ISCSI"};
+  for (const char* word : kInSlots) {
+    if (TextEqual(classWord, word)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Disks on SATA ports are known by the name that tells their port.
+PoolPtr<char> ReportName(const BOOT_OPTION& option) {
+  const BBS_TABLE* entry = option.BbsEntry;
+  if (IsLegacyOption(option) && entry != nullptr && IsSataEntry(*entry)) {
+    const std::span<const char> text = BbsDescription(*entry);
+    return CopyText(text.data(), text.size() < kReportNameLength ? text.size() : kReportNameLength);
+  }
+  const UINTN length = TextLength(option.Description.get());
+  PoolPtr<char> name = AllocateArray<char>(length + sizeof("+"));
+  if (name) {
+    FormatAscii({name.get(), length + sizeof("+")}, "%S+", option.Description ? option.Description.get() : u"");
+  }
+  return name;
+}
+
 const char* GetOptionSubType(const BOOT_OPTION& option, const char* classWord) {
-  const bool usb = TextEqual(classWord, kUsb);
-  if ((!usb && !TextEqual(classWord, kVirtualMedia)) || option.BbsEntry == nullptr) {
+  if (!HasSubType(classWord) || option.BbsEntry == nullptr) {
     return kNotApplicable;
   }
+  const bool usb = TextEqual(classWord, kUsb);
   switch (option.BbsEntry->DeviceType) {
     case BBS_TYPE_FLOPPY:
       return usb ? "usb-fdd" : "kvm-mapped-fdd";

@@ -85,6 +85,7 @@ void SetTagsByTargets(POLICY_TARGET_LIST& targets, OPTION_WRAPPER_LIST& wrappers
   ShowTargets(targets);
   UINT32 counter = 0;
   RunTargets(targets, wrappers, counter);
+  gPolicyEngine.TaggedByPolicy = 1;
   RemoveAll(wrappers);
   HandleNonPolicyItems(counter, targets);
   PublishResults(targets);

@@ -27,6 +27,7 @@ inline constexpr UINTN kConvertedPorts = 24;  // more than the tags and the repo
 // Everything of the policy engine that outlives a routine.
 struct POLICY_ENGINE_STATE {
   FLEXBOOT_ORDER_HEADER* FlexBootOrder = nullptr;  // the policy record's interface, located once and kept
+  UINT8 TaggedByPolicy = 0;          // 1 when targets gave the options their tags, also when the policy was withdrawn
   UINT8 BotUpdatedOldWay = 0;        // 1 when the BMC updated the boot order table the old way: no policy applies then
   UINT8 BootMode = kBootModeLegacy;  // the policy's; set with its targets, and for the STBU mode
   UINT8 ManagementMode = 0;          // IsRackZephan, asked once when the tagging begins

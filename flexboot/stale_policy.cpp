@@ -1,0 +1,137 @@
+#include "flexboot/stale_policy.h"
+
+#include "bmc/boot_options_parameters.h"
+#include "bmc/bt_file.h"
+#include "bmc/pm_timer.h"
+#include "bmc/state.h"
+#include "flexboot/state.h"
+#include "support/debug_print.h"
+#include "support/protocols.h"
+#include "support/variables.h"
+#include "vboot/policy_engine.h"
+
+namespace bds {
+namespace {
+
+constexpr char kStalePolicy[] = "HandleStalePolicy";
+constexpr char kOneTimeStale[] = "HandleOneTimeBootStale";
+constexpr char kRackStale[] = "RackHandleStalePolicy";
+
+constexpr char kPolicyFile[] = "ConfigPolicy.xml";
+constexpr char kStalePolicyFile[] = "ConfigPolicy_stale.xml";
+constexpr char kOneTimeFile[] = "OneTimeConfigPolicy.xml";
+
+constexpr UINTN kClosePause = 2'000'000;  // microseconds that the BMC gets to close a policy's file
+
+// Takes the policy's protocol away and makes the engine forget the interface that it keeps: whoever asks from now on
+// finds no policy. The record stays, someone may still read it. False when there is a handle and the protocol cannot be
+// located.
+bool WithdrawFlexBootOrder(const char* routine) {
+  if (gFlexBoot.mFlexBootHandle == nullptr) {
+    return true;
+  }
+  FLEXBOOT_ORDER_HEADER* order = nullptr;
+  if (EFI_ERROR(LocateProtocol(order))) {
+    return false;
+  }
+  const EFI_STATUS status = BootServices()->UninstallProtocolInterface(gFlexBoot.mFlexBootHandle,
+                                                                       &ProtocolGuid<FLEXBOOT_ORDER_HEADER>, order);
+  if (!EFI_ERROR(status)) {
+    gFlexBoot.mFlexBootHandle = nullptr;
+    gPolicyEngine.FlexBootOrder = nullptr;
+  }
+  DebugPrint("%a:Uninstall FlexBootOrder protocol status %r\n", routine, status);
+  return true;
+}
+
+// A file that is not there is left alone.
+void MakeStale(BT_FILE_CONTEXT& context, const char* oldName, const char* newName) {
+  if (BtOpenFile(context, oldName, BT_OPEN_FILE) != BT_DONE) {
+    return;
+  }
+  static_cast<void>(BtCloseFile(context));
+  PmTimerStall(kBtSettleTime);
+  if (const UINT8 result = BtRenameFile(context, oldName, newName); result != BT_DONE) {
+    DebugPrint("Error making %a stale (%x)\n", oldName, result);
+  }
+}
+
+// True, and closed again, when the BMC has the file.
+bool FindFile(const char* name, FormatString<> found) {
+  BT_FILE_CONTEXT context;
+  if (EFI_ERROR(BtStatusToEfiStatus(BtOpenFile(context, name, BT_OPEN_FILE)))) {
+    return false;
+  }
+  DebugPrint(found);
+  static_cast<void>(BtCloseFile(context));
+  BootServices()->Stall(kClosePause);
+  return true;
+}
+
+void ReportOneTimeStale() {
+  auto* transport = LocateProtocol<IpmiTransport>();
+  if (transport == nullptr) {
+    DebugPrint("%a:no IPMI transport\n", kOneTimeStale);
+    return;
+  }
+  if (const EFI_STATUS status = SendOneTimeStaleRequest(*transport); !EFI_ERROR(status)) {
+    DebugPrint("Making %a stale (%r)\n", kOneTimeFile, status);
+  }
+}
+
+void WriteStaleMarker() {
+  constexpr char kMarker[] = {'D', 'u', 'm', 'm', 'y'};
+  BT_FILE_CONTEXT context;
+  CopyMemory(context.Name, kStalePolicyFile, sizeof(kStalePolicyFile));
+  if (BtOpenFile(context, context.Name, BT_CREATE_FILE) != BT_DONE) {
+    return;
+  }
+  static_cast<void>(BtWriteFile(context, kMarker, sizeof(kMarker)));
+  DebugPrint("Writing Config Policy stale info to XML\n");
+  static_cast<void>(BtCloseFile(context));
+}
+
+}  // namespace
+
+EFI_STATUS HandleStalePolicy() {
+  DebugPrint("FlexBoot policy is stale, marking it as such.\n");
+  BT_FILE_CONTEXT context;
+  MakeStale(context, "ActualOrder.xml", "ActualOrder_stale.xml");
+  MakeStale(context, kPolicyFile, kStalePolicyFile);
+  if (!WithdrawFlexBootOrder(kStalePolicy)) {
+    return EFI_SUCCESS;
+  }
+  if (VariableExists(kFlexBootOrderName, kPolicyVariablesGuid)) {
+    static_cast<void>(DeleteVariable(kFlexBootOrderName, kPolicyVariablesGuid));
+  }
+  return EFI_SUCCESS;
+}
+
+VOID EFIAPI HandleOneTimeBootStale(EFI_EVENT, VOID*) {
+  DebugPrint("RACK STAND ALONE:OneTime Config policy is stale, marking it as such.\n");
+  if (!FindFile(kOneTimeFile, "Found OneTimeConfigPolicy.xml File \n")) {
+    return;
+  }
+  DebugPrint("Closed the file. Now Rename it .\n");
+  if (gFlexBoot.OneTimePolicy == ONE_TIME_POLICY::Read) {
+    DebugPrint("%a:%a was not applied, it stays for the next boot\n", kOneTimeStale, kOneTimeFile);
+  }
+  if (gFlexBoot.OneTimePolicy != ONE_TIME_POLICY::Applied) {
+    return;
+  }
+  gFlexBoot.OneTimePolicy = ONE_TIME_POLICY::None;  // told once, however often a report is installed
+  gBmc.OneTimePolicyInForce = TRUE;
+  ReportOneTimeStale();
+  static_cast<void>(WithdrawFlexBootOrder(kOneTimeStale));
+}
+
+VOID EFIAPI RackHandleStalePolicy(EFI_EVENT, VOID*) {
+  DebugPrint("RACK STAND ALONE:FlexBoot policy is stale, marking it as such.\n");
+  if (FindFile(kPolicyFile, "Found ConfigPolicy.xml file.\n")) {
+    DebugPrint("Closed the file. create a dummy stale file\n");
+    WriteStaleMarker();
+  }
+  static_cast<void>(WithdrawFlexBootOrder(kRackStale));
+}
+
+}  // namespace bds
