@@ -161,11 +161,11 @@ void WriteDebugComment(BT_FILE_CONTEXT& context) {
   WriteText(context, "\n-->\n");
 }
 
-// False when the BMC opened the file but did not take all of it: the document it has then ends anywhere.
+// False when the BMC may have a part of the file, which it said nothing about: the document then ends anywhere.
 bool WriteReport(const char* document) {
   BT_FILE_CONTEXT context;
   if (BtOpenFile(context, kReportFile, BT_CREATE_FILE) != BT_DONE) {
-    return true;
+    return !BtUnheard(context);
   }
   WriteText(context, document);
   DebugPrint("Exporting debug info to XML\n");
