@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "sim/cli/bmc_report.h"
 #include "sim/cli/commands.h"
 #include "sim/cli/terminal.h"
 #include "sim/firmware/fault_script.h"
@@ -227,6 +228,8 @@ void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   AddAction(command, bmc, status, Action::Show, RunBmc, "show", "Boot flags and the other boot option parameters");
   AddAction(command, bmc, status, Action::Files, RunBmc, "files", "List the BMC's files");
   AddBootDevice(command, arguments, status);
+  AddBmcPolicy(command, bmc.state, status);
+  AddBmcReport(command, bmc.state, status);
   CLI::App& get =
       AddAction(command, bmc, status, Action::Get, RunBmc, "get", "Copy a file of the BMC's to this machine");
   get.add_option("NAME", bmc.file, "Its name on the BMC")->required();

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "sim/cli/commands.h"
+#include "sim/cli/policy_show.h"
 #include "sim/cli/printable_text.h"
 #include "sim/cli/terminal.h"
 #include "sim/policy/policy_reading.h"
@@ -60,7 +61,9 @@ void PrintLines(const std::vector<std::string>& lines, const char* indent) {
   }
 }
 
-int ShowText(const fs::path& file) {
+}  // namespace
+
+int ShowPolicyFile(const fs::path& file) {
   const PolicyReading reading = ReadPolicy(ReadPolicyFile(file));
   if (reading.refused) {
     return Worse(Check(file), kExitWrong);
@@ -78,6 +81,8 @@ int ShowText(const fs::path& file) {
   }
   return kExitStarted;
 }
+
+namespace {
 
 // The variable in which a managed server keeps the policy that it read last: four attribute bytes, then the record.
 int ShowKept(const fs::path& state) {
@@ -101,7 +106,7 @@ int RunPolicy(const PolicyArguments& arguments) {
     if (arguments.action == PolicyArguments::Action::Check) {
       status = Worse(status, Check(file));
     } else {
-      status = Worse(status, fs::is_directory(file) ? ShowKept(file) : ShowText(file));
+      status = Worse(status, fs::is_directory(file) ? ShowKept(file) : ShowPolicyFile(file));
     }
   }
   return status;

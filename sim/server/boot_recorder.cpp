@@ -134,6 +134,9 @@ void BootRecorder::OnLine(const std::string& line) {
     CloseStep();
     steps_.push_back({*step, machine_.Time().Now()});
     steps_.back().writesBefore = parts_->Runtime().Store().Journal().size();
+    if (stepListener_) {
+      stepListener_(*step);
+    }
     loaderOrder_.OnStep(*step, parts_->Runtime().Store());
     if (request_.onStep) {
       request_.onStep(*step);

@@ -22,6 +22,8 @@ class BootRecorder {
   void OnIpmi(const IpmiExchange& exchange) { bmcRequest_.OnIpmi(exchange); }
   // A scripted fault befell that call, write or exchange.
   void OnFault(std::string_view words, std::uint64_t nth);
+  // Called with the name of each step as it begins, before the request's own listener.
+  void OnStep(std::function<void(std::string_view)> listener) { stepListener_ = std::move(listener); }
   void Finish(BootReport& report, const VariableStore& store, EFI_HANDLE driver);
 
  private:
@@ -52,6 +54,7 @@ class BootRecorder {
   MachineParts* parts_ = nullptr;
   std::string log_;
   std::vector<StepReport> steps_;
+  std::function<void(std::string_view)> stepListener_;
   TimesPassed passedBefore_{};          // the last step
   std::uint64_t callsBefore_ = 0;       // the last step
   std::vector<AttemptPlace> attempts_;  // in time order

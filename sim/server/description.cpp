@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 
+#include "core/step_table.h"
 #include "platform/setup_variable.h"
 #include "sim/bus/utf_text.h"
 #include "sim/firmware/services/device_path_text.h"
@@ -200,6 +202,12 @@ void ReadPlatform(TableReader& root, ServerDescription& server) {
   server.platform.riserBlock = table->Boolean("riser_hob", true);
   server.devices.slotInformation = table->Boolean("slot_info", true);
   server.devices.pciProperties = table->Boolean("pci_properties", true);
+  std::string& stale = server.platform.policyStale;
+  stale = table->Text("policy_stale");
+  if (!stale.empty() && std::ranges::none_of(std::span(bds::kStepNames).first(bds::kStepCount),
+                                             [&stale](const char* step) { return stale == step; })) {
+    table->Fail("policy_stale", "the name of a step, such as \"VBootSetBootOptionTags\"");
+  }
   table->Finish();
 }
 

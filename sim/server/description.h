@@ -39,6 +39,7 @@ struct PlatformDescription {
   std::uint8_t sockets = 2;  // processors, in the memory block
   bool memoryBlock = true;   // the two hand-off blocks
   bool riserBlock = true;
+  std::string policyStale;  // the driver's step during which the platform calls the boot policy stale; empty: never
 };
 
 // A boot option as an installer leaves it.

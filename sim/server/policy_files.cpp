@@ -10,10 +10,20 @@
 namespace sim {
 namespace {
 
-// As the driver asks for them.
-constexpr const char* kNames[] = {"ConfigPolicy.xml", "OneTimeConfigPolicy.xml"};
+struct Names {
+  const char* current;
+  const char* stale;
+};
+constexpr Names kNames[] = {{"ConfigPolicy.xml", "ConfigPolicy_stale.xml"},
+                            {"OneTimeConfigPolicy.xml", "OneTimeConfigPolicy_stale.xml"}};
+
+const Names& NamesOf(PolicyFile file) { return kNames[static_cast<std::size_t>(file)]; }
 
 }  // namespace
+
+const char* PolicyName(PolicyFile file) { return NamesOf(file).current; }
+
+const char* StalePolicyName(PolicyFile file) { return NamesOf(file).stale; }
 
 void PutPolicy(const std::filesystem::path& bmcFolder, const std::filesystem::path& policy, PolicyFile file) {
   const auto text = ReadHostFile(policy);
@@ -21,7 +31,7 @@ void PutPolicy(const std::filesystem::path& bmcFolder, const std::filesystem::pa
     throw StateError(fmt::format("{}: cannot be read", policy.string()));
   }
   FileStore store(Bmc::FilesOf(bmcFolder));
-  if (!store.Write(kNames[static_cast<std::size_t>(file)], {text->begin(), text->end()})) {
+  if (!store.Write(PolicyName(file), {text->begin(), text->end()})) {
     throw StateError(fmt::format("{}: the BMC takes no file of this size, or cannot keep it", policy.string()));
   }
 }

@@ -13,6 +13,7 @@
 #include "sim/server/installed_options.h"
 #include "sim/server/machine_parts.h"
 #include "sim/server/policy_files.h"
+#include "sim/server/policy_stale_signal.h"
 #include "sim/server/setup_fields.h"
 
 // The host program's data and zero-initialised sections: the linked driver's state records lie in them.
@@ -225,6 +226,8 @@ struct Server::Parts {
     parts = std::make_unique<MachineParts>(machine, server.description_, server.store_, *bmc);
     parts->Images().Policy() = request.loader;
     recorder.Connect(*parts, server.description_.ipmi != "none");
+    policyStale = std::make_unique<PolicyStaleSignal>(machine, server.description_.platform.policyStale);
+    recorder.OnStep([this](std::string_view step) { policyStale->OnStep(step); });
     CreateDriver();
   }
 
@@ -273,6 +276,7 @@ struct Server::Parts {
   BootRecorder recorder;
   std::unique_ptr<Bmc> bmc;
   std::unique_ptr<MachineParts> parts;
+  std::unique_ptr<PolicyStaleSignal> policyStale;
   EFI_HANDLE driver = nullptr;
 };
 

@@ -16,6 +16,9 @@ def expected_waits(start):
         "RestoreEfiBootVariablesFromBMC": [(0, 0.0011), (SETTLE * files, SETTLE * files + traffic)],
         "BootOrderTableEntryPoint": [(0, 0.0023)],
         "CheckZephan_EFIBootSupport": [(SETTLE, SETTLE + 0.0023)],
+        # The report of the actual order, which one of the two writes.
+        "VBootSetBootOptionTags": [(0, 0.0011 * start["bmc"]["exchanges"])],
+        "BuildBootOrderTable": [(0, 0.0011 * start["bmc"]["exchanges"])],
         "SetIpmiBootOptionPriorities": [(0, 0.0005 * start["bmc"]["ipmi_requests"])],
         # The examination of the copy, or reading BootOrder back, is one more close.
         "SaveEfiBootVaiablesToBMC": [(0, 0.0001), (SETTLE * (files + 1), SETTLE * (files + 1) + traffic)],

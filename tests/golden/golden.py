@@ -22,6 +22,7 @@ import subprocess
 import sys
 import tempfile
 import uuid
+import xml.etree.ElementTree
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
@@ -195,6 +196,13 @@ class Server:
             if name.endswith(".toml"):
                 yield f"{name}:"
                 yield from (f"    {line}" for line in data.decode().splitlines())
+            elif name.endswith("ActualOrder.xml"):
+                try:
+                    xml.etree.ElementTree.fromstring(data)
+                except xml.etree.ElementTree.ParseError as wrong:
+                    raise Wrong(f"{name}: {wrong}") from None
+                yield f"{name}: {len(data)} bytes"
+                yield from (f"    {line}".rstrip() for line in data.decode().splitlines())
             elif held.get(data, "").startswith(Path(name).name + "-"):
                 yield f"{name}: {len(data)} bytes, those of the variable"
             else:

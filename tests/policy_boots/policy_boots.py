@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Boots the servers of examples/policy_*.toml under every policy of examples/policies/, standalone and managed, and
 compares what came of each with what is kept in kept/: what started, the order with its tags' work to be seen, and what
-the policy's report says of every target. A row that is another is shown as a difference.
+the policy's report and the report of the actual order say of every target; the latter must be well-formed. A row that is another is shown as a difference.
 
     policy_boots.py SOURCE_DIR BDS_SIM SERVER            compare, linked; each row of the server's own mode with bds.efi too
     policy_boots.py SOURCE_DIR BDS_SIM SERVER --accept   write kept/SERVER.txt anew, to be read in review
@@ -17,6 +17,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import xml.etree.ElementTree
 from pathlib import Path
 
 TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso")
@@ -68,7 +69,16 @@ def rows(source, server):
                 yield Row(server, policy, True, own, firmware)
 
 
-def story(result, report):
+def actual_order(document):
+    """The report of the actual order, an element's values a line."""
+    root = xml.etree.ElementTree.fromstring(document)
+    yield "    " + " ".join(f"{leaf.tag}={leaf.get('value')}" for leaf in root.find("ActualBootOrderHeader"))
+    for target in root.find("ActualBootTargets"):
+        leaves = " ".join(f"{leaf.tag}={leaf.get('value')}" for leaf in target if leaf.get("value") not in ("", "EFI"))
+        yield f"    > {target.get('value')} {leaves}"
+
+
+def story(result, report, document):
     """What came of a boot, for a reader."""
     last = result["boots"][0]["starts"][-1]
     lines = ["  " + last["outcome"]["summary"].split(": ")[0]]
@@ -77,6 +87,7 @@ def story(result, report):
             state = "" if option["state"] == "active" else f" ({option['state']})"
             lines.append(f"    {option['name']}{', legacy' if option['legacy'] else ''}{state}")
     lines += ["    | " + line for line in report.split("\n") if line and set(line) != {"*"}]
+    lines += actual_order(document)
     for start in result["boots"][0]["starts"]:
         lines += [f"  complaint: {complaint}" for complaint in start["complaints"]]
         lines += [f"  leak: {leak}" for leak in start["pool"]["leaks"]]
@@ -91,7 +102,7 @@ def boot(source, bds_sim, row, work, image=None):
         text = text.replace(f'<BootType value="{boot_type}"', f'<BootType value="{row.boot_type}"')
     (work / "policy.xml").write_text(text, encoding="utf-8")
     command = [bds_sim, "boot", work / "server.toml", "--policy", work / "policy.xml", "--quiet", "--json",
-               work / "result.json", "--variables", work / "variables"]
+               work / "result.json", "--variables", work / "variables", "--state", work / "state"]
     if image:
         command += ["--image", image]
     run = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
@@ -100,7 +111,7 @@ def boot(source, bds_sim, row, work, image=None):
     result = json.loads((work / "result.json").read_text(encoding="utf-8"))
     report = work / "variables" / REPORT
     text = report.read_bytes()[4:].decode("ascii", "replace") if report.exists() else ""
-    return story(result, text)
+    return story(result, text, (work / "state" / "bmc" / "files" / "ActualOrder.xml").read_bytes())
 
 
 def main():

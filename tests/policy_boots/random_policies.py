@@ -15,6 +15,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import xml.etree.ElementTree
 from pathlib import Path
 
 sys.dont_write_bytecode = True  # the next one lies in the source tree
@@ -91,7 +92,7 @@ def faults_of(folder, bds_sim, description, text):
     (folder / "server.toml").write_text(description, encoding="utf-8")
     (folder / "policy.xml").write_bytes(text.encode("latin-1"))
     run = subprocess.run([bds_sim, "boot", folder / "server.toml", "--policy", folder / "policy.xml", "--quiet", "--json",
-                          folder / "result.json"], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
+                          folder / "result.json", "--state", folder / "state"], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
     if run.returncode not in (0, 3):
         return [f"exit status {run.returncode}: {run.stderr.strip()}"]
     starts = json.loads((folder / "result.json").read_text(encoding="utf-8"))["boots"][0]["starts"]
@@ -100,7 +101,12 @@ def faults_of(folder, bds_sim, description, text):
     # A managed server whose firmware boots legacy devices has no UEFI options.
     kept = installed(description) if "uefi_mode = 1" in description else []
     assert kept or "uefi_mode = 0" in description
-    faults += [f"lost: {path}" for path in kept if path.replace("\\", "") not in there]
+    faults += [f"lost: {path}" for path in kept if path.replace("\", "") not in there]
+    for report in (folder / "state" / "bmc" / "files").glob("ActualOrder.xml"):
+        try:
+            list(policy_boots.actual_order(report.read_bytes()))
+        except xml.etree.ElementTree.ParseError as error:
+            faults.append(f"the report: {error}")
     shutil.rmtree(folder)
     return faults
 
