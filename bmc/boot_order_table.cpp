@@ -1,12 +1,16 @@
-// The boot order table's step, of which the table itself is still to be built: so far it reads the boot policy, which
-// takes the table's place, and says whether there is one.
+// The step that reads what the BMC wants of the boot order: the boot policy, and the boot order table, of which NVRAM
+// holds a copy for a BMC that lost its own.
+#include "bmc/bot_format.h"
+#include "bmc/bot_transfer.h"
 #include "bmc/management_mode.h"
+#include "bmc/saved_boot_order.h"
 #include "bmc/steps.h"
 #include "flexboot/actual_order.h"
 #include "flexboot/intake.h"
 #include "flexboot/stale_policy.h"
 #include "support/debug_print.h"
 #include "support/event.h"
+#include "support/protocols.h"
 #include "support/variables.h"
 #include "vboot/policy_engine.h"
 
@@ -37,6 +41,89 @@ bool ObtainPolicy(bool standalone) {
   return false;
 }
 
+constexpr UINT16 kFirstTableSize = 1024;
+constexpr UINTN kRoomBehindTable = 16;
+
+// Reads the BMC's table with a buffer of this size; size becomes the table's, or what is needed.
+EFI_STATUS ReadTable(IpmiTransport& transport, PoolBuffer& table, UINT16& size) {
+  table.Data = AllocateArray<std::byte>(size + kRoomBehindTable);
+  if (!table.Data) {
+    DebugPrint("BOT:Failed allocation\n");
+    return EFI_OUT_OF_RESOURCES;
+  }
+  const EFI_STATUS status = ReadBMCBOT(transport, table.Data.get(), size);
+  table.Size = EFI_ERROR(status) ? 0 : size;
+  return status;
+}
+
+EFI_STATUS ReadTableOfAnySize(IpmiTransport& transport, PoolBuffer& table) {
+  UINT16 size = kFirstTableSize;
+  const EFI_STATUS status = ReadTable(transport, table, size);
+  if (!EFI_ERROR(status) || !table.Data) {
+    return status;
+  }
+  DebugPrint("BOT:ReadBMCBOT Size Status:%0x\n", status);
+  return status == EFI_BUFFER_TOO_SMALL ? ReadTable(transport, table, size) : status;
+}
+
+// Gives a BMC without a good table the last one that was exchanged with it.
+void SendBackupCopy(IpmiTransport& transport) {
+  PoolBuffer table;
+  if (EFI_ERROR(ReadVariable(kBotCopyName, kBotVariablesGuid, table))) {
+    DebugPrint("BOT:No SMBOT in both BMC and BIOS\n");
+    return;
+  }
+  if (BotSum(table.Bytes()) != 0) {
+    DebugPrint("BOT:Bad Backup copy in BIOS\n");
+    static_cast<void>(DeleteVariable(kBotCopyName, kBotVariablesGuid));
+    return;
+  }
+  if (const EFI_STATUS status = WriteBMCBOT(transport, table.Bytes()); EFI_ERROR(status)) {
+    DebugPrint("BOT:WriteBMCBOT failed:%0x\n", status);
+    return;
+  }
+  DebugPrint("BOT:WriteBMCBOT Completed \n");
+}
+
+// No Boot#### is deleted for it: the options keep their place within their group, whosever they are.
+void TakeChangedTable(Bytes table) {
+  gPolicyEngine.BotUpdatedOldWay = 1;
+  if (!KeepBootOrderTable(kBotChangedName, table)) {
+    // An earlier change must not pass for this one; the copy has the order too.
+    static_cast<void>(DeleteVariable(kBotChangedName, kBotVariablesGuid));
+  }
+  DebugPrint("BOT:BMC updated SMBOT\n");
+  DebugPrint("Handling stale FlexBoot policy (if it exists)\n");
+  static_cast<void>(HandleStalePolicy());
+}
+
+void TakeTable(Bytes table) {
+  const auto header = LoadUnaligned<BOT_HEADER>(table.data());
+  DebugPrint("Boot order table obtained from the BMC:\n");
+  DumpBootOrderTable(table);
+  DebugPrint("Boot order table obtained from the BMC (size %d):\n", table.size());
+  static_cast<void>(KeepBootOrderTable(kBotCopyName, table));
+  if ((header.Flags & kBotChanged) != 0) {
+    TakeChangedTable(table);
+  }
+}
+
+void ExchangeTable(bool havePolicy) {
+  IpmiTransport* transport = nullptr;
+  if (const EFI_STATUS status = LocateProtocol(transport); EFI_ERROR(status)) {
+    DebugPrint("BOT:Failed locating IPMI:%0x\n", status);
+    return;
+  }
+  PoolBuffer table;
+  const EFI_STATUS status = ReadTableOfAnySize(*transport, table);
+  if (!EFI_ERROR(status)) {
+    TakeTable(table.Bytes());
+  } else if (!havePolicy) {
+    DebugPrint("BOT:ReadBMCBOT Status:%0x\n", status);
+    SendBackupCopy(*transport);
+  }
+}
+
 }  // namespace
 
 void BootOrderTableEntryPoint() {
@@ -51,6 +138,8 @@ void BootOrderTableEntryPoint() {
   if (EFI_ERROR(status)) {
     DebugPrint("%a:Failed writing %s:%r\n", kEntryPoint, kHavePboName, status);
   }
+  RestoreSavedBootOrder();  // step 30 leaves it alone on a managed server
+  ExchangeTable(havePolicy != 0);
 }
 
 }  // namespace bds

@@ -61,18 +61,6 @@ EFI_STATUS WriteMergedOrder(Bytes saved) {
                              {merged.get(), writer.Position()});
 }
 
-void RestoreOrder() {
-  PoolBuffer saved;
-  if (EFI_ERROR(ReadVariable(kSavedBootOrderName, kIpmiVariablesGuid, saved))) {
-    return;
-  }
-  const bool usable = saved.Size != 0 && saved.Size % sizeof(UINT16) == 0;
-  if (usable && EFI_ERROR(WriteMergedOrder(saved.Bytes()))) {
-    return;  // kept for the next boot
-  }
-  static_cast<void>(DeleteVariableFirmly(kSavedBootOrderName, kIpmiVariablesGuid));
-}
-
 }  // namespace
 
 bool SaveCurrentBootorder() {
@@ -99,13 +87,25 @@ bool SaveCurrentBootorder() {
   return numbers.empty() || KeepIpmiVariable(kSavedBootOrderName, numbers);
 }
 
+void RestoreSavedBootOrder() {
+  PoolBuffer saved;
+  if (EFI_ERROR(ReadVariable(kSavedBootOrderName, kIpmiVariablesGuid, saved))) {
+    return;
+  }
+  const bool usable = saved.Size != 0 && saved.Size % sizeof(UINT16) == 0;
+  if (usable && EFI_ERROR(WriteMergedOrder(saved.Bytes()))) {
+    return;  // kept for the next boot
+  }
+  static_cast<void>(DeleteVariableFirmly(kSavedBootOrderName, kIpmiVariablesGuid));
+}
+
 void RestoreBootorder() {
   if (IsRackZephan() != 0) {
     DebugPrint("RestoreBootOrder: System in Zephan mode\n");
     return;
   }
   RestoreMatchedBootOption();
-  RestoreOrder();
+  RestoreSavedBootOrder();
 }
 
 }  // namespace bds

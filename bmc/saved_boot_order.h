@@ -8,4 +8,8 @@ namespace bds {
 // stored: NVRAM refuses it, or the order in NVRAM cannot be read.
 [[nodiscard]] bool SaveCurrentBootorder();
 
+// Writes the stored order back, with what came into BootOrder since, and forgets it. One that cannot be written is kept
+// for the next boot.
+void RestoreSavedBootOrder();
+
 }  // namespace bds

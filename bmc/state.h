@@ -29,6 +29,9 @@ struct BMC_STATE {
   // The same of a policy for one boot, which the BMC was told is used up; set by HandleOneTimeBootStale.
   BOOLEAN OneTimePolicyInForce = FALSE;
 
+  // Bytes of a written block of the boot order table; 0 until the BMC was asked, or after an error.
+  UINT8 BotBlockSize = 0;
+
   BOOT_COPIES Copies = BOOT_COPIES::MayBeReplaced;  // set by RestoreEfiBootVariablesFromBMC
 
   // The opcodes, a bit each, of requests that were given up, so that their answers may still come;

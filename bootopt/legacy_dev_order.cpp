@@ -16,7 +16,6 @@ struct RecordHeader {
 
 // The room that one option can take: a record of its own with one entry.
 constexpr UINTN kRoomPerOption = sizeof(RecordHeader) + sizeof(UINT16);
-constexpr UINT16 kDisabledMark = 0xFF00;
 constexpr UINT16 kMaxRecordLength = 0xFFFE;  // an even number that 16 bits hold
 
 class RecordWriter {
@@ -56,10 +55,10 @@ class RecordWriter {
   }
   UINT16 Entry(const BOOT_OPTION& option) const {
     if (disabled_ == DisabledDevices::AsEnabled) {
-      return static_cast<UINT16>(option.BbsIndex & ~kDisabledMark);
+      return static_cast<UINT16>(option.BbsIndex & ~kDisabledLegacyEntry);
     }
     const bool active = (option.Attributes & LOAD_OPTION_ACTIVE) != 0;
-    return static_cast<UINT16>(active ? option.BbsIndex : option.BbsIndex | kDisabledMark);
+    return static_cast<UINT16>(active ? option.BbsIndex : option.BbsIndex | kDisabledLegacyEntry);
   }
 
   PoolBuffer& buffer_;
@@ -110,7 +109,7 @@ void SaveLegacyDevOrder() {
     return;
   }
   // A size of 0 deletes the variables; that they are not there is no failure, and none is acted upon.
-  static_cast<void>(SetVariableReplacing(u"LegacyDevOrder", kLegacyDevOrderGuid, SetupAttributes(), records.Bytes()));
+  static_cast<void>(SetVariableReplacing(kLegacyDevOrderName, kLegacyDevOrderGuid, SetupAttributes(), records.Bytes()));
   static_cast<void>(SetVariableReplacing(u"OldLegacyDevOrder", kLegacyDevOrderGuid, kNonVolatileBoot, records.Bytes()));
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "bootopt/boot_lists.h"
+#include "support/byte_reader.h"
 
 namespace bds {
 
@@ -18,7 +19,28 @@ enum class DisabledDevices {
 [[nodiscard]] EFI_STATUS BuildLegacyDevOrder(const BOOT_OPTION_LIST& list, DisabledDevices disabled,
                                              PoolBuffer& records);
 
+inline constexpr CHAR16 kLegacyDevOrderName[] = u"LegacyDevOrder";
 inline constexpr EFI_GUID kLegacyDevOrderGuid{
     0xA56074DB, 0x65FE, 0x45F7, {0xBD, 0x21, 0x2D, 0x2B, 0xDD, 0x8E, 0x96, 0x52}};
+
+// True for an entry whose device must not be booted.
+inline constexpr UINT16 kDisabledLegacyEntry = 0xFF00;
+[[nodiscard]] constexpr bool IsDisabledLegacyEntry(UINT16 entry) {
+  return (entry & kDisabledLegacyEntry) == kDisabledLegacyEntry;
+}
+
+// Calls visit(type, entries) for each record: UINT32 type, the entries' bytes. A record that reaches past the end, or
+// whose length is none, ends the walk.
+template <typename Visit>
+void ForEachLegacyDevRecord(Bytes records, Visit visit) {
+  ByteReader reader(records);
+  UINT32 type = 0;
+  UINT16 length = 0;
+  Bytes entries;
+  while (reader.Read(type) && reader.Read(length) && length >= sizeof(length) &&
+         reader.Take(length - sizeof(length), entries)) {
+    visit(type, entries);
+  }
+}
 
 }  // namespace bds

@@ -5,12 +5,26 @@
 #include "vboot/policy_engine.h"
 
 namespace bds {
+namespace {
+
+// A step before took the numbers away: the groups have a new order.
+bool LostItsNumber(const BOOT_OPTION_LIST& list) {
+  for (const BOOT_OPTION* option = list.First; option != nullptr; option = option->Next) {
+    if (option->StoredNumber != kNoBootOptionNumber && option->BootOptionNumber == kNoBootOptionNumber) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 void SetBootOptionPriorities() {
-  // A policy and the STBU mode decide the whole order, so that no option keeps its old number. A policy for one boot
-  // may be withdrawn by now; its tags are the order of this boot all the same.
+  // A policy, the STBU mode and the BMC's order of the groups decide the whole order, so that no option keeps its old
+  // number. A policy for one boot may be withdrawn by now; its tags are the order of this boot all the same.
   const bool policy = HaveVbootPolicy();
-  const bool anew = policy || gPolicyEngine.TaggedByPolicy != 0 || IsStbuEfiEnabled();
+  const bool anew =
+      policy || gPolicyEngine.TaggedByPolicy != 0 || IsStbuEfiEnabled() || LostItsNumber(BootOptionList);
   if (anew) {
     HoldPlacesOfUnloadedOptions();
     for (BOOT_OPTION* option = BootOptionList.First; option != nullptr; option = option->Next) {

@@ -118,7 +118,9 @@ void SaveListAndOrder() {
   const EFI_STATUS status = WriteVariableFirmly(u"BootOrder", gEfiGlobalVariableGuid, kNonVolatileBootRuntime, numbers);
   if (EFI_ERROR(status) && !numbers.empty()) {  // that there is none to delete is no failure
     DebugPrint("%a:Writing BootOrder failed:%r\n", kSave, status);
+    return;
   }
+  gBootOptions.OrderNotSaved = false;
 }
 
 }  // namespace
@@ -127,6 +129,7 @@ void SaveBootOptions() {
   SortList(BootOptionList, CompareByPriority);
   DumpBootOptionList(BootOptionList, "Before Saving");
   if (BootOptionList.First != nullptr) {
+    gBootOptions.OrderNotSaved = true;
     SaveListAndOrder();
   }
   ForgetUnloadedOptions();

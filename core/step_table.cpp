@@ -104,7 +104,7 @@ constexpr StepRow kRows[] = {
     Row<UpdateBootOptionVariables>(),                    // the driver's strings; empties both lists
     Row<RestoreEfiBootVariablesFromBMC>(),               // boot variables that NVRAM lost, from the BMC
     Row<RestoreBootorder>(),                             // undoes a one-time boot that the BMC asked for
-    Row<BootOrderTableEntryPoint>(),                     // the boot policy from the BMC; no table is read yet
+    Row<BootOrderTableEntryPoint>(),                     // the boot policy and the boot order table from the BMC
     Row<DetectZephanConfigMode>(),                       // whether a central manager runs this server
     Row<CheckZephan_EFIBootSupport>(),                   // UEFI boot options while a central manager does
     Row<AdjustEfiOsBootOrder>(),                         // takes options with the same loader out of BootOrder
@@ -117,26 +117,26 @@ constexpr StepRow kRows[] = {
     Row<CreateEfiOsBootOption>(),                        // STBU mode: options for OS loaders on fixed disks
     Row<MatchBootOptionsToDevices>(),                    // binds options to devices
     Row<DeleteUnmatchedUefiHddBootDevices>(),            // drops UEFI disks without an option
-    Row<CheckForNoAssociateOption>(),                    // options without devices, for the BMC; not built yet
+    Row<CheckForNoAssociateOption>(),                    // placeholders for devices that only the BMC names
     Row<CreateBootOptionsForNewBootDevices>(),           // an option for each new device
     Row<RemoveNonSupportedBootOptions>(),                // options that the boot mode does not support
-    Row<SetGroupBootOrder>(),                            // the BMC's order of groups; not built yet
+    Row<SetGroupBootOrder>(),                            // the BMC's order of groups
     Row<VBootSetBootOptionTags>(),                       // tags by the boot policy; default tags without one
     Row<EfiOsName_NormalizeBootOptions>(),               // paths and names of the firmware's own options
     Row<PreProcessBootOptions>(),                        // deletes the driver's own options without a device
-    Row<DeleteIdenticalBootOptions>(),                   // duplicate options; not built yet
+    Row<DeleteIdenticalBootOptions>(),                   // duplicate options
     Row<RemoveOrphanOptions>(),                          // managed or STBU mode: deletes all without a device
     Row<SetBootOptionPriorities>(),                      // sorts by tag, numbers, sets priorities
     Row<SetIpmiBootOptionPriorities>(),                  // the boot device that the BMC asks for
-    Row<InactivateLoadingPlaceholderOption>(),           // place-holder options; not built yet
+    Row<InactivateLoadingPlaceholderOption>(),           // place-holder options
     Row<PostProcessBootOptions>(),                       // sorts by tag; deletes group headers without members
     Row<ApplyOemBootOptionPolicy>(),                     // hides UEFI disks' options without a device
     Row<MaskOrphanDevices>(),                            // masks the paths of options without a device
     Row<SaveLegacyDevOrder>(),                           // writes LegacyDevOrder
     Row<SetDefaultKuiBootOrder>(),                       // the default order of the setup front end
-    Row<BuildBootOrderTable>(),                          // the boot order table for the BMC; not built yet
+    Row<BuildBootOrderTable>(),                          // the boot order table for the BMC
     Row<SaveBootOptions>(),                              // writes Boot#### and BootOrder
-    Row<RemoveBootxxxx>(),                               // stale Boot#### variables; not built yet
+    Row<RemoveBootxxxx>(),                               // stale Boot#### variables
     Row<SaveEfiBootVaiablesToBMC>(),                     // copies the boot variables to the BMC
     Row<CallTheDispatcher>(),                            // the DXE core dispatches once more
     Row<RecoverTheMemoryAbove4Gb>(),                     // turns untested memory into usable memory

@@ -39,11 +39,4 @@ EFI_STATUS PerformCapsuleVariableCleanup();
 EFI_STATUS HandoffToKui();
 EFI_STATUS ReadBootOptionAndBoot();
 
-// Steps whose subject is not built yet; they keep their place in the table and do nothing.
-void CheckForNoAssociateOption();
-void SetGroupBootOrder();
-void InactivateLoadingPlaceholderOption();
-void BuildBootOrderTable();
-void RemoveBootxxxx();
-
 }  // namespace bds

@@ -16,7 +16,7 @@ ROW = re.compile(r"^    Row<(\w+)>\(\), +// (.+)$", re.M)
 HEAD = """# The steps of a boot
 
 `BdsEntry` calls these seventy routines in this order; `core/step_table.cpp` is the table that this list is made from
-(`tools/steps.py`). "Not built yet" marks a step that keeps its place and does nothing (`docs/status.md`).
+(`tools/steps.py`).
 
 | # | Step | File | Purpose |
 |---|---|---|---|

@@ -12,7 +12,9 @@ std::unique_ptr<Bmc> Bmc::Create(BmcOptions options, Clock& clock, Counters& cou
       return nullptr;
     }
     bmc->state_ = *state;
+    bmc->EndSetInProgress();
   }
+  bmc->state_.botBlockSize = bmc->options_.botBlockSize.value_or(bmc->state_.botBlockSize);
   return bmc->ConnectIpmi(error) ? std::move(bmc) : nullptr;
 }
 
@@ -44,13 +46,18 @@ bool Bmc::ConnectIpmi(std::string& error) {
     }
     responder_ = std::move(client);
   }
-  transport_ = std::make_unique<IpmiTransportDevice>(*responder_, clock_, counters_);
+  faulty_ = std::make_unique<FaultyResponder>(*responder_, options_.ipmiFaults, hooks_.onFault);
+  transport_ = std::make_unique<IpmiTransportDevice>(*faulty_, clock_, counters_);
   transport_->onExchange = hooks_.onIpmi;
   transport_->onTraffic = hooks_.onTraffic;
   return true;
 }
 
+// A reset or start of the server ends the setting of parameters that it was in the middle of (IPMI 2.0, 28.14).
+void Bmc::EndSetInProgress() { state_.setInProgress = 0; }
+
 void Bmc::ResetInterface() {
+  EndSetInProgress();
   interface_.Reset();
   server_.CloseAll();
 }

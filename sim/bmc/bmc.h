@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sim/bmc/bt_interface.h"
+#include "sim/bmc/ipmi_fault.h"
 #include "sim/bmc/ipmi_transport.h"
 #include "sim/bmc/vm_client.h"
 
@@ -18,6 +19,8 @@ struct BmcOptions {
   std::optional<std::filesystem::path> folder;  // holds files/ and parameters.toml; none: kept in memory
   std::string ipmi;                             // empty: the built-in model; else "vm://127.0.0.1:PORT"
   std::vector<BmcFault> faults;
+  std::vector<IpmiFault> ipmiFaults;
+  std::optional<std::uint8_t> botBlockSize;  // what the built-in model says of the boot order table's blocks
 };
 
 class Bmc {
@@ -45,6 +48,7 @@ class Bmc {
   Bmc(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks);
   bool ConnectIpmi(std::string& error);
   void SaveState();
+  void EndSetInProgress();
 
   BmcOptions options_;
   Clock& clock_;
@@ -55,6 +59,7 @@ class Bmc {
   BtInterface interface_;
   BmcState state_;
   std::unique_ptr<IpmiResponder> responder_;
+  std::unique_ptr<FaultyResponder> faulty_;
   std::unique_ptr<IpmiTransportDevice> transport_;
 };
 

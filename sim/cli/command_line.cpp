@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "sim/cli/bmc_order_command.h"
 #include "sim/cli/bmc_report.h"
 #include "sim/cli/commands.h"
 #include "sim/cli/terminal.h"
@@ -33,6 +34,7 @@ Run "bds-sim COMMAND --help" for a command's options. NO_COLOR=1 turns colours o
 constexpr const char* kBootFooter = R"(Faults (each with its own --fault, for every start; a power cut befalls once):
   "call SERVICE N STATUS [COUNT]"   the N-th call of a service answers the status: "call SetVariable 3 EFI_DEVICE_ERROR"
   "power KIND N"                    the power goes after write N of a kind: nvram, bmc, bmc-exchange
+  "ipmi REQUEST N ANSWER [COUNT]"   the N-th request to the BMC (get-7d, set-00, oem) gets silence, damage or a code (c0)
   "NAME[:VALUE][xCOUNT][@FIRST]"    of the BMC's file interface: "bad-checksum:3", "late:6000@2", "no-answer:always"
 Keys: characters as they are, and {enter} {esc} {tab} {backspace} {up} {down} {left} {right} {home} {end} {insert}
   {del} {pgup} {pgdn} {f1} to {f12}, {{} for a brace. When standard input is a terminal, its keys follow them.
@@ -230,6 +232,7 @@ void AddBmc(CLI::App& app, Arguments& arguments, int& status) {
   AddBootDevice(command, arguments, status);
   AddBmcPolicy(command, bmc.state, status);
   AddBmcReport(command, bmc.state, status);
+  AddBmcOrder(command, bmc.state, status);
   CLI::App& get =
       AddAction(command, bmc, status, Action::Get, RunBmc, "get", "Copy a file of the BMC's to this machine");
   get.add_option("NAME", bmc.file, "Its name on the BMC")->required();

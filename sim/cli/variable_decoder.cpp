@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "bmc/bot_format.h"
 #include "bmc/ipmi_variables.h"
 #include "bootopt/legacy_dev_order.h"
 #include "osopt/default_order.h"
@@ -16,6 +17,7 @@
 #include "sim/cli/printable_text.h"
 #include "sim/firmware/services/device_path_kinds.h"
 #include "sim/firmware/services/device_path_text.h"
+#include "sim/server/boot_order_table.h"
 #include "sim/server/setup_fields.h"
 
 namespace sim {
@@ -133,6 +135,10 @@ Lines RequestLines(Bytes bytes) {
   return {BootFlagsText(state)};
 }
 
+Lines TableLines(Bytes bytes) {
+  return BootOrderTableText({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+}
+
 Lines OptionLines(Bytes bytes) { return LoadOptionText(bytes); }
 
 struct NamedDecoder {
@@ -162,6 +168,8 @@ const NamedDecoder kByName[] = {
     {kSetupName, kSetupGuid, SetupLines},
     {bds::kIpmiBootFlagsName, bds::kIpmiVariablesGuid, RequestLines},
     {bds::kSavedBootOrderName, bds::kIpmiVariablesGuid, OrderLines},
+    {bds::kBotCopyName, bds::kBotVariablesGuid, TableLines},
+    {bds::kBotChangedName, bds::kBotVariablesGuid, TableLines},
 };
 
 // "Boot0001", "Driver00ab": one of the words and four hexadecimal digits in either case.

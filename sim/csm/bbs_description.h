@@ -20,6 +20,7 @@ struct BbsEntryDescription {
   std::uint16_t deviceType = 2;        // hard disk
   std::uint16_t statusFlags = 0x0900;  // enabled, media present
   std::uint8_t driveNumber = 0x80;
+  bool bootHandler = true;  // it has code that boots it; without, it is there and cannot be booted
   std::string description;  // empty: no string
   std::string manufacturer;
   std::optional<std::uint32_t> descriptionPointer;  // segment << 16 | offset, whatever lies there

@@ -11,6 +11,7 @@ namespace sim {
 namespace {
 
 constexpr std::uint16_t kEmpty = 0xFFFF;
+constexpr std::uint32_t kBootHandler = 0xF000E6F2;  // real-mode code that is never run here
 void SetString(UINT16& segment, UINT16& offset, std::uint32_t pointer) {
   segment = static_cast<UINT16>(pointer >> 16);
   offset = static_cast<UINT16>(pointer & 0xFFFF);
@@ -227,6 +228,8 @@ void Csm::AddDescribed(const BbsEntryDescription& described) {
     return;
   }
   BBS_TABLE entry{};
+  UINT16 segment = 0;
+  UINT16 offset = 0;
   entry.BootPriority = described.bootPriority;
   entry.Bus = described.bus;
   entry.Device = described.device;
@@ -235,9 +238,12 @@ void Csm::AddDescribed(const BbsEntryDescription& described) {
   entry.SubClass = described.subClass;
   entry.DeviceType = described.deviceType;
   entry.StatusFlags = described.statusFlags;
+  if (described.bootHandler) {
+    SetString(segment, offset, kBootHandler);
+    entry.BootHandlerSegment = segment;
+    entry.BootHandlerOffset = offset;
+  }
   entry.AssignedDriveNumber = described.driveNumber;
-  UINT16 segment = 0;
-  UINT16 offset = 0;
   SetString(segment, offset, described.descriptionPointer.value_or(PlaceString(described.description)));
   entry.DescStringSegment = segment;
   entry.DescStringOffset = offset;

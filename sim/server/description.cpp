@@ -120,6 +120,7 @@ CsmDescription ReadCsm(TableReader& root) {
     entry.deviceType = static_cast<std::uint16_t>(element.Integer("type", entry.deviceType, 0, 0xFFFF));
     entry.statusFlags = static_cast<std::uint16_t>(element.Integer("status", entry.statusFlags, 0, 0xFFFF));
     entry.driveNumber = Byte(element, "drive_number", entry.driveNumber);
+    entry.bootHandler = element.Boolean("boot_handler", entry.bootHandler);
     entry.description = element.Text("description");
     entry.manufacturer = element.Text("manufacturer");
     entry.descriptionPointer = RealModePointer(element, "description_pointer");
@@ -221,6 +222,9 @@ void ReadBmc(TableReader& root, ServerDescription& server, const std::filesystem
     table->Fail("ipmi", "\"builtin\", \"none\" or \"vm://127.0.0.1:PORT\"");
   }
   server.bmcFiles = table->Boolean("files", true);
+  if (const auto size = table->OptionalInteger("boot_order_block_size", 0, 0xFF)) {
+    server.botBlockSize = static_cast<std::uint8_t>(*size);
+  }
   const DriveReader files(folder);
   server.policy = files.ReadFile(*table, "policy");
   server.oneTimePolicy = files.ReadFile(*table, "one_time_policy");

@@ -81,6 +81,7 @@ struct ServerDescription {
   std::uint8_t managementConfigFlag = 0;
   FrontEndKind frontEnd = FrontEndKind::Returns;
   bool usbSupport = true;
+  std::optional<std::uint8_t> botBlockSize;  // of the boot order table; none: as the BMC's state says
   std::string ipmi = "builtin";  // "builtin", "none" or "vm://127.0.0.1:PORT"
   bool bmcFiles = true;          // the BMC answers on its BT registers
   std::filesystem::path policy;  // files that a BMC without files starts with; empty: none

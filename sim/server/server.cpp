@@ -34,7 +34,7 @@ std::vector<std::byte> ReadWhole(const std::filesystem::path& file) {
   return {first, first + bytes->size()};
 }
 
-void AddFaults(Machine& machine, const std::vector<std::string>& faults, std::vector<BmcFault>& bmcFaults) {
+void AddFaults(Machine& machine, const std::vector<std::string>& faults, BmcOptions& options) {
   for (const std::string& words : faults) {
     std::string error;
     const std::string_view first = std::string_view(words).substr(0, words.find(' '));
@@ -44,11 +44,21 @@ void AddFaults(Machine& machine, const std::vector<std::string>& faults, std::ve
       }
       continue;
     }
+    if (first == "ipmi") {
+      const auto fault = IpmiFault::Parse(words, error);
+      if (!fault) {
+        throw StateError(error);
+      }
+      options.ipmiFaults.push_back(*fault);
+      continue;
+    }
     const auto fault = BmcFault::Parse(words, error);
     if (!fault) {
-      throw StateError(error + ". Other faults: \"call SERVICE N STATUS [COUNT]\", \"power KIND N\"");
+      throw StateError(error +
+                       ". Other faults: \"call SERVICE N STATUS [COUNT]\", \"power KIND N\", "
+                       "\"ipmi REQUEST N ANSWER [COUNT]\"");
     }
-    bmcFaults.push_back(*fault);
+    options.faults.push_back(*fault);
   }
 }
 
@@ -205,12 +215,11 @@ void Server::GiveBootVariables() {
 struct Server::Parts {
   Parts(Server& owner, const BootRequest& bootRequest)
       : server(owner), request(bootRequest), recorder(machine, request) {
-    std::vector<BmcFault> faults;
-    AddFaults(machine, request.faults, faults);
     BmcOptions options;
+    AddFaults(machine, request.faults, options);
     options.folder = server.bmcFolder_;
     options.ipmi = server.description_.ipmi.starts_with("vm://") ? server.description_.ipmi : "";
-    options.faults = std::move(faults);
+    options.botBlockSize = server.description_.botBlockSize;
     BmcHooks hooks;
     hooks.onWrite = [this](std::string_view kind) { machine.OnWrite(kind); };
     hooks.onTraffic = [this](const std::string& line) { recorder.OnTraffic(line); };
