@@ -70,7 +70,8 @@ struct BotEntry {
 // Walks over the first section of a table.
 class BotEntries {
  public:
-  explicit BotEntries(Bytes table) : reader_(table) { static_cast<void>(reader_.Skip(sizeof(BOT_HEADER))); }
+  explicit BotEntries(Bytes table)
+      : reader_(table.size() > sizeof(BOT_HEADER) ? table.subspan(sizeof(BOT_HEADER)) : Bytes{}) {}
   // False behind the last entry: the end entry is the last one, and one that would reach past the table is none.
   [[nodiscard]] bool Next(BotEntry& entry);
   // What follows the entries walked over.

@@ -52,7 +52,7 @@ class BootOrderTableTest : public BmcFixture {
 };
 
 TEST_F(BootOrderTableTest, WhatIsSentIsReadBack) {
-  for (const std::uint8_t block : {1, 32, 35, 126}) {
+  for (const std::uint8_t block : std::initializer_list<std::uint8_t>{1, 32, 35, 126}) {
     for (const std::size_t length : {19, 34, 35, 36, 70, 255, 254}) {
       SCOPED_TRACE(testing::Message() << int{block} << " " << length);
       NextBoot();
@@ -175,7 +175,7 @@ TEST_F(BootOrderTableTest, AChangedTableIsKeptAndMarksTheBoot) {
   // The same table again writes nothing.
   const std::uint64_t writes = NonVolatileWrites();
   bds::BootOrderTableEntryPoint();
-  EXPECT_EQ(NonVolatileWrites(), writes + 1) << "HavePBO alone";
+  EXPECT_EQ(NonVolatileWrites(), writes);
 }
 
 TEST_F(BootOrderTableTest, DumpShowsTwelveItems) {

@@ -247,7 +247,8 @@ def main():
                               min(BOOTS_OF_A_SERVER, arguments.boots - number * BOOTS_OF_A_SERVER))
         results = list(pool.map(one, range(servers)))
     faults = [fault for _, found in results for fault in found]
-    print("\n".join(faults))
+    for each in faults:
+        print(each)
     print(f"{sum(boots for boots, _ in results)} boots of {servers} servers: {len(faults)} faults")
     return 1 if faults else 0
 
