@@ -272,6 +272,7 @@ std::vector<std::uint8_t> DefaultSetup() {
   std::vector<std::uint8_t> setup(kSetupSize, 0);
   constexpr std::uint8_t kPolicy[] = {0, 2, 1, 2, 2, 1};
   std::copy(std::begin(kPolicy), std::end(kPolicy), setup.begin() + kSetupOptionRomPolicy);
+  setup[kSetupStrictGroupOrder] = 1;
   setup[kSetupUefiMode] = 1;
   return setup;
 }
