@@ -116,7 +116,8 @@ void CheckState(const Story& story, Findings& findings) {
   if (moved) return;
   const auto compare = [&](const Kept& have, const Kept& lack, const char* what) {
     for (const Variable& one : have.variables) {
-      const bool order = one.name.ends_with(u"BootOrder") || one.name.ends_with(u"LegacyDevOrder");
+      const bool order = one.name.ends_with(u"BootOrder") || one.name.ends_with(u"LegacyDevOrder") ||
+                         one.name == u"VeyraBootOrderTable";
       const Bytes* other = lack.Find(one.name);
       if (!IsBootOption(one) && (other == nullptr || (*other != one.data && !order))) {
         findings.push_back({"variables", fmt::format("{} {}", Ascii(one.name), what)});
