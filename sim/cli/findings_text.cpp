@@ -120,6 +120,14 @@ std::string DamagedOptionsText(const BootReport& report) {
   return text;
 }
 
+std::string DeletedOptionsText(const BootReport& report) {
+  std::string text;
+  for (const DeletedOption& option : report.deleted) {
+    text += fmt::format("    Boot{:04X} {}: {}\n", option.number, PrintableText(option.name), option.reason);
+  }
+  return text.empty() ? text : "  Deleted options\n" + text;
+}
+
 std::string LoaderChangesText(const BootReport& report) {
   std::string text;
   for (const LoaderOrderChange& change : report.loaderChanges) {

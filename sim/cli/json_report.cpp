@@ -210,6 +210,10 @@ Json BmcJson(const BootReport& report) {
   return bmc;
 }
 
+Json DeletedJson(const DeletedOption& option) {
+  return {{"number", NumberText(option.number)}, {"name", PrintableText(option.name)}, {"reason", option.reason}};
+}
+
 // story: null when nobody told one.
 Json StartJson(const BootReport& report, const PolicyStory* story) {
   Json passed = JsonList(OptionsPassedOver(report), [](const PassedOver& each) {
@@ -226,6 +230,7 @@ Json StartJson(const BootReport& report, const PolicyStory* story) {
           {"bmc_request", RequestJson(report)},
           {"faults", JsonList(report.faults, FaultJson)},
           {"damaged_options", JsonList(report.damaged, DamagedJson)},
+          {"deleted_options", JsonList(report.deleted, DeletedJson)},
           {"loader_changes", JsonList(report.loaderChanges, LoaderChangeJson)},
           {"devices_without_option", JsonList(report.devicesWithoutOption, DeviceJson)},
           {"policy", story == nullptr ? Json(nullptr) : PolicyJson(*story)},

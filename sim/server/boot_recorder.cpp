@@ -60,6 +60,7 @@ void BootRecorder::Connect(MachineParts& parts, bool transport) {
   bmcRequest_.Begin(parts.Runtime().Store(), transport);
   bootNextBefore_ = NumberIn(u"BootNext");
   NoteDamagedOptions();
+  deleted_.Begin(parts.Runtime().Store());
   WatchAttempts();
   machine_.Counts().SetOffender([this] {
     const EFI_HANDLE owner = machine_.CurrentOwner();
@@ -146,6 +147,9 @@ void BootRecorder::OnLine(const std::string& line) {
     if ((request_.debugMask & kStepLevel) == 0) {
       return;
     }
+  }
+  if (!steps_.empty()) {
+    deleted_.OnLine(steps_.back().name, line);
   }
   const std::string shown = step ? addresses_.ReplaceRoutine(line) : addresses_.Replace(line);
   log_ += shown;
@@ -242,6 +246,7 @@ void BootRecorder::ReportBoot(BootReport& report, const VariableStore& store, EF
   }
   if (report.Started() || report.outcome.end == BootEnd::Returned) {
     report.devicesWithoutOption = DevicesWithoutOption(machine_, store);
+    report.deleted = deleted_.Find(store);
   }
 }
 

@@ -64,6 +64,7 @@ class BootRecorder {
   LoaderOrderWatch loaderOrder_;
   std::vector<FaultReport> faults_;
   std::vector<DamagedOption> damaged_;
+  DeletedOptionsWatch deleted_;
 };
 
 // The options that the variables describe, those of BootOrder first.

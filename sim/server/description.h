@@ -98,7 +98,7 @@ ServerDescription LoadServerDescription(const std::filesystem::path& file);
 ServerDescription ParseServerDescription(std::string_view text, const std::string& name,
                                          const std::filesystem::path& folder);
 
-// Defaults of the Setup record: UEFI boot off, option ROM policy 0, 2, 1, 2, 2, 1, no health checks.
+// Defaults of the Setup record: UEFI boot on, loose group order, option ROM policy 0, 2, 1, 2, 2, 1, no health checks.
 std::vector<std::uint8_t> DefaultSetup();
 
 // The [[root_bridge]] and [[slot]] tables (description_devices.cpp).

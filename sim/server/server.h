@@ -21,6 +21,7 @@
 #include "sim/firmware/variables/variable_store.h"
 #include "sim/server/boot_request_watch.h"
 #include "sim/server/console_keys.h"
+#include "sim/server/deleted_options.h"
 #include "sim/server/description.h"
 #include "sim/server/devices_without_option.h"
 #include "sim/server/loader_order_watch.h"
@@ -111,6 +112,7 @@ struct BootReport {
   std::optional<std::uint16_t> bootNextTaken;    // set at the beginning and taken away in this boot
   BootRequestReport request;                     // the BMC's
   std::vector<DamagedOption> damaged;            // found at the beginning
+  std::vector<DeletedOption> deleted;            // that were there at the beginning; of a boot that saved its options
   std::vector<LoaderOrderChange> loaderChanges;  // deleted and moved options of operating systems' loaders
   std::vector<FaultReport> faults;               // as scripted, those that were not met too
   std::vector<DeviceWithoutOption> devicesWithoutOption;  // of a boot that saved its options
