@@ -10,16 +10,17 @@ def expected_waits(start):
     of docs/boot-time.md says, the most adds the exchanges themselves: 1.1 ms each, and as much per polled settling."""
     files = len(start["order"]) + 1  # the options and BootOrder
     traffic = 0.0011 * start["bmc"]["exchanges"] + 0.0001 * files
+    requests = 0.0005 * start["bmc"]["ipmi_requests"]
     return {
         "WaitForUserInput": [(3, 3)],
         "MACAddressInfoInitialize": [(0, MAC_DATABASE)],
         "RestoreEfiBootVariablesFromBMC": [(0, 0.0011), (SETTLE * files, SETTLE * files + traffic)],
-        "BootOrderTableEntryPoint": [(0, 0.0023)],
+        "BootOrderTableEntryPoint": [(0, 0.0023 + requests)],
         "CheckZephan_EFIBootSupport": [(SETTLE, SETTLE + 0.0023)],
         # The report of the actual order, which one of the two writes.
         "VBootSetBootOptionTags": [(0, 0.0011 * start["bmc"]["exchanges"])],
-        "BuildBootOrderTable": [(0, 0.0011 * start["bmc"]["exchanges"])],
-        "SetIpmiBootOptionPriorities": [(0, 0.0005 * start["bmc"]["ipmi_requests"])],
+        "BuildBootOrderTable": [(0, requests + 0.0011 * start["bmc"]["exchanges"])],
+        "SetIpmiBootOptionPriorities": [(0, requests)],
         # The examination of the copy, or reading BootOrder back, is one more close.
         "SaveEfiBootVaiablesToBMC": [(0, 0.0001), (SETTLE * (files + 1), SETTLE * (files + 1) + traffic)],
     }
