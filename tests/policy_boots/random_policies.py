@@ -101,7 +101,7 @@ def faults_of(folder, bds_sim, description, text):
     # A managed server whose firmware boots legacy devices has no UEFI options.
     kept = installed(description) if "uefi_mode = 1" in description else []
     assert kept or "uefi_mode = 0" in description
-    faults += [f"lost: {path}" for path in kept if path.replace("\", "") not in there]
+    faults += [f"lost: {path}" for path in kept if path.replace("\\", "") not in there]
     for report in (folder / "state" / "bmc" / "files").glob("ActualOrder.xml"):
         try:
             list(policy_boots.actual_order(report.read_bytes()))
