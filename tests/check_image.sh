@@ -3,7 +3,7 @@
 # not, 77: there is no such image (the test counts as skipped).
 set -u
 image=${1:?usage: check_image.sh IMAGE}
-limit=$((256 * 1024))
+limit=$((320 * 1024))
 objdump=x86_64-w64-mingw32-objdump
 [ -f "$image" ] || { echo "$image: not built"; exit 77; }
 command -v "$objdump" >/dev/null || objdump=objdump

@@ -14,8 +14,8 @@ struct BusContext {
   // Lets virtual time pass: a transfer that times out takes its time.
   std::function<void(std::uint64_t milliseconds)> wait;
   // Whether somebody listens to what the driver does to network controllers' registers, and tells one access.
-  std::function<bool()> tellsPci;
-  std::function<void(const std::string& access)> tellPci;
+  std::function<bool()> tellsPci = {};
+  std::function<void(const std::string& access)> tellPci = {};
 };
 
 }  // namespace sim
