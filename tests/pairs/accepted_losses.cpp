@@ -35,6 +35,7 @@ Row gRows[] = {
     {"gone", "@(stbu|renumbered)/*/*/unplug", "an orphan goes"},
     {"order", "@(stbu|renumbered)/*/*/unplug", "an orphan goes"},
     {"gone", "@(stbu|renumbered)/*/*/replace", "every boot numbers the options anew, the user's too"},
+    {"options", "stbu/*/call AllocatePool */replace", "the same, one boot later where the pool was exhausted"},
     {"order", "@(stbu|renumbered)/*/*/install", "the STBU mode decides the whole order"},
     {"order", "@(stbu|renumbered)/*/*/append", "the STBU mode decides the whole order"},
     // A mode that cannot be read deletes nothing, so that a legacy request finds the option that the mode would delete.

@@ -41,8 +41,8 @@ patched "writable code" $((sections + 36)) '\x20\x00\x00\xe0' 'writable and exec
 patched "constructors" "$sections" '.ctors\0\0' 'a section of constructors'
 
 cp "$image" "$work/bds.efi"
-truncate -s 262144 "$work/bds.efi"
-refused "too large" 'the limit is 262144'
+truncate -s 327680 "$work/bds.efi"
+refused "too large" 'the limit is 327680'
 
 "$checker" "$work/none.efi" >/dev/null
 [ $? -eq 77 ] || { echo "FAILED: a missing image is not skipped"; failures=$((failures + 1)); }
