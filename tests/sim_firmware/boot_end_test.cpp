@@ -56,7 +56,9 @@ TEST_F(BootEndTest, FaultsOfTheProcessorEndTheBoot) {
       [] {
         asm volatile("divl %%ecx" : : "a"(1), "d"(0), "c"(0));
       },
-      [] { asm volatile("hlt"); },
+      [] {
+        asm volatile("wrmsr" : : "a"(0), "d"(0), "c"(0x1B));
+      },  // one that nothing here stands in for
       [] {
         volatile char top = 1;
         UseUpTheStack(&top);
@@ -80,6 +82,26 @@ TEST_F(BootEndTest, FaultsOfTheProcessorEndTheBoot) {
   EXPECT_TRUE(machine.Legacy().Write(0xF0010, {&value, 1})) << "the firmware itself passes the lock by";
   EXPECT_TRUE(machine.Legacy().IsLocked(0xF0010));
   EXPECT_EQ(machine.Legacy().At(0xF0010, 1)[0], value);
+}
+
+// As a loader uses them around the hand-over to a kernel; software under test that is linked gets the same machine.
+TEST_F(BootEndTest, InterruptsAndControlRegistersAreTheSimulatedProcessors) {
+  EFI_EVENT timer = nullptr;
+  ASSERT_EQ(bs->CreateEvent(EVT_TIMER, 0, nullptr, nullptr, &timer), EFI_SUCCESS);
+  ASSERT_EQ(bs->SetTimer(timer, TimerRelative, 10'000'000), EFI_SUCCESS);
+  std::uint64_t control = 0;
+  bool woken = false;
+  const BootOutcome outcome = machine.Run([&] {
+    asm volatile("mov %0, %%cr4" : : "r"(std::uint64_t{0x20660}));
+    asm volatile("mov %%cr4, %0" : "=r"(control));
+    asm volatile("cli; wbinvd; sti; hlt");
+    woken = bs->CheckEvent(timer) == EFI_SUCCESS && machine.Time().Now() >= kSecond;
+    asm volatile("hlt");
+    return EFI_SUCCESS;
+  });
+  EXPECT_EQ(control, 0x20660u);
+  EXPECT_TRUE(woken) << "at " << machine.Time().Now();
+  EXPECT_EQ(outcome.end, BootEnd::WaitsForever) << outcome.text;
 }
 
 TEST_F(BootEndTest, LoopsThatTakeNoTimeEndByTheirSteps) {

@@ -1,4 +1,5 @@
 // Events: the order in which notifications run, timers on the virtual clock, groups, and waiting.
+#include "sim/firmware/image/image_service.h"
 #include "tests/sim_firmware/firmware_fixture.h"
 
 namespace sim {
@@ -77,6 +78,7 @@ TEST_F(EventTest, ServicesAboveTheirPriorityAreCounted) {
     EFI_TPL highest;
     std::function<void()> call;
   };
+  machine.Attach<ImageService>();
   const EFI_EVENT event = Plain(EVT_TIMER);
   void* block = nullptr;
   UINTN count = 0;
