@@ -1,6 +1,7 @@
 #include "bmc/group_priorities.h"
 
 #include "bmc/bot_format.h"
+#include "bootopt/boot_variable_reader.h"
 #include "bootopt/load_option.h"
 #include "bootopt/orphan_mask.h"
 #include "support/debug_print.h"
@@ -74,6 +75,9 @@ UINT32 GroupOfCode(UINT8 code, Bytes table) {
   return group != nullptr ? GroupOfBbsType(group->BbsType) : kNoGroup;
 }
 
+// A list that names no group orders none: in strict mode it would have all legacy options deleted.
+EFI_STATUS StatusOf(const BMC_PRIORITY_LIST& list) { return list.Count != 0 ? EFI_SUCCESS : EFI_NOT_FOUND; }
+
 // The items of the table's SYS entry, which comes first; those that lie within the table when it says more.
 Bytes SysCodes(Bytes table) {
   ByteReader reader(table);
@@ -102,7 +106,7 @@ EFI_STATUS ListFromTable(Bytes stored, BMC_PRIORITY_LIST& list) {
       list.Append(group);
     }
   }
-  return EFI_SUCCESS;
+  return StatusOf(list);
 }
 
 // ---- From BootOrder
@@ -132,6 +136,28 @@ void AppendGroupOfPath(Bytes path, BMC_PRIORITY_LIST& list) {
   } else if (!list.Has(kGroupUefi)) {
     list.Append(kGroupUefi);
   }
+}
+
+// Only a Boot#### that is not there is passed over. One that is there and cannot be read may be the only one of its
+// group, so that a list without it would be wrong.
+EFI_STATUS ListFromOrder(Bytes order, BMC_PRIORITY_LIST& list) {
+  constexpr char kRoutine[] = "BuildPriorityListFromBootxxxx";
+  BootVariableReader reader;
+  ByteReader numbers(order);
+  for (UINT16 number = 0; list.Count < kGroupOrderPlaces && numbers.Read(number);) {
+    const EFI_STATUS status = reader.Read(number);
+    if (EFI_ERROR(status) && status != EFI_NOT_FOUND) {
+      DebugPrint("%a:Failed reading Boot%04X:%r\n", kRoutine, number, status);
+      return status;
+    }
+    LoadOptionView view;
+    if (EFI_ERROR(status) || !ViewLoadOption(reader.Image(), view)) {
+      DebugPrint("%a:Could not read Boot%04X\n", kRoutine, number);
+      continue;
+    }
+    AppendGroupOfPath(view.FilePathList, list);
+  }
+  return EFI_SUCCESS;
 }
 
 }  // namespace
@@ -175,19 +201,12 @@ bool IsStrictGroupOrder() {
 
 bool BuildPriorityListFromBootxxxx(BMC_PRIORITY_LIST& list) {
   PoolBuffer order;
-  if (EFI_ERROR(ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order))) {
+  const EFI_STATUS status = ReadVariable(u"BootOrder", gEfiGlobalVariableGuid, order);
+  if (status == EFI_NOT_FOUND) {
     return false;
   }
-  ByteReader numbers(order.Bytes());
-  for (UINT16 number = 0; list.Count < kGroupOrderPlaces && numbers.Read(number);) {
-    PoolBuffer image;
-    LoadOptionView view;
-    if (EFI_ERROR(ReadVariable(BootVariableName(number), gEfiGlobalVariableGuid, image)) ||
-        !ViewLoadOption(image.Bytes(), view)) {
-      DebugPrint("%a:Could not read Boot%04X\n", "BuildPriorityListFromBootxxxx", number);
-      continue;
-    }
-    AppendGroupOfPath(view.FilePathList, list);
+  if (EFI_ERROR(status) || EFI_ERROR(ListFromOrder(order.Bytes(), list))) {
+    list = {};
   }
   return true;
 }
@@ -200,6 +219,9 @@ EFI_STATUS GetBootPrioritiesFromBmc(BMC_PRIORITY_LIST& list) {
   DumpBootOrderTable(changed.Bytes());
   const bool updated = gPolicyEngine.BotUpdatedOldWay != 0;
   if (!updated && BuildPriorityListFromBootxxxx(list)) {
+    if (EFI_ERROR(StatusOf(list))) {
+      return EFI_NOT_FOUND;
+    }
     DebugPrint("%a:Built Priorities from BOOTXXXX variables\n", kRoutine);
     return EFI_SUCCESS;
   }

@@ -25,9 +25,9 @@ inline constexpr UINT16 kBbsTypeNone = 0xFF;
 [[nodiscard]] bool IsStrictGroupOrder();
 
 // While the BMC's table was not changed the list comes from BootOrder, else from the table. EFI_NOT_FOUND without a
-// good table.
+// good table, and when the list would be empty.
 [[nodiscard]] EFI_STATUS GetBootPrioritiesFromBmc(BMC_PRIORITY_LIST& list);
-// False when BootOrder cannot be read.
+// False without a BootOrder. The list is empty when BootOrder, or an option that it names, is there but cannot be read.
 [[nodiscard]] bool BuildPriorityListFromBootxxxx(BMC_PRIORITY_LIST& list);
 
 }  // namespace bds

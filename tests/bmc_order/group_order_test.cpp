@@ -157,7 +157,7 @@ TEST_F(GroupOrder, ABadTableLeavesAllAsItWas) {
   Bytes wrongSum = Table({0x06});
   ++wrongSum[4];
   const Bytes noSys{'_', 'B', 'O', '_', 0x93, 0, 0x95, 13, 0, 0, 0, 0xFF, 0x00};
-  for (const Bytes& table : {wrongSum, noSys, Bytes{1, 0xFF}, Bytes(64)}) {
+  for (const Bytes& table : {wrongSum, noSys, Bytes{1, 0xFF}, Bytes(64), Table({}), Table({0x09})}) {
     NextBoot();
     SetSetup({{kSetupStrictGroupOrder, kStrict}});
     SetChangedTable(table);
@@ -167,6 +167,44 @@ TEST_F(GroupOrder, ABadTableLeavesAllAsItWas) {
     EXPECT_EQ(Order(), (Groups{1, 2, 0, 5, 8, 7}));
     EXPECT_EQ(bds::BootOptionList.First->BootOptionNumber, 1);
     bds::DeleteBootOption(bds::BootOptionList, bds::BootOptionList.First);
+  }
+}
+
+// In strict mode the disk's group would go with what is missing from such a list.
+TEST_F(GroupOrder, AnOrderThatIsNotReadWholeDeletesNothing) {
+  const struct {
+    const char* name;
+    const char16_t* refused;
+    EFI_STATUS status;
+    Bytes order;
+    Groups groups;
+  } cases[] = {
+      {"all is read", u"", EFI_DEVICE_ERROR, test::Order({1, 2}), {7, 1, 8}},
+      {"an option without memory", u"Boot0002", EFI_OUT_OF_RESOURCES, test::Order({1, 2}), {1, 2, 0, 5, 8, 7}},
+      {"an option of a broken store", u"Boot0002", EFI_DEVICE_ERROR, test::Order({1, 2}), {1, 2, 0, 5, 8, 7}},
+      {"an option that is not there", u"Boot0002", EFI_NOT_FOUND, test::Order({1, 2}), {7, 8}},
+      {"the order itself", u"BootOrder", EFI_OUT_OF_RESOURCES, test::Order({1, 2}), {1, 2, 0, 5, 8, 7}},
+      {"no option behind the order", u"", EFI_DEVICE_ERROR, test::Order({8, 9}), {1, 2, 0, 5, 8, 7}},
+  };
+  Set(u"Boot0001", LoadOption(1, u"name", sim::DevicePath().File(u"a")));
+  Set(u"Boot0002", LoadOption(1, u"name", sim::DevicePath().Bbs(2, 0, "")));
+  // An older table, which an unreadable order must not bring back.
+  SetVariable(bds::kBotCopyName, bds::kBotVariablesGuid, kAttributes3, Table({0x06}));
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    NextBoot();
+    SetSetup({{kSetupStrictGroupOrder, kStrict}});
+    SetGlobal(u"BootOrder", row.order);
+    BBS_TABLE entry{};
+    AddOption(entry, 2);
+    RefuseRead = [&row](const std::u16string& name) { return name == row.refused ? row.status : EFI_SUCCESS; };
+    bds::SetGroupBootOrder();
+    RefuseRead = nullptr;
+    EXPECT_EQ(Order(), row.groups);
+    EXPECT_EQ(TypesLeft(), row.status == EFI_NOT_FOUND ? Groups{} : Groups{2});
+    if (bds::BootOptionList.First != nullptr) {
+      bds::DeleteBootOption(bds::BootOptionList, bds::BootOptionList.First);
+    }
   }
 }
 
