@@ -66,6 +66,23 @@ EFI_STATUS ReadTableOfAnySize(IpmiTransport& transport, PoolBuffer& table) {
   return status == EFI_BUFFER_TOO_SMALL ? ReadTable(transport, table, size) : status;
 }
 
+// The sum counts what follows the table too, but only the table itself can be sent.
+bool IsGoodCopy(Bytes copy) {
+  BOT_HEADER header;
+  return BotSum(copy) == 0 && ReadBotHeader(copy, header) && BotSum(copy.first(header.Length)) == 0;
+}
+
+// The copy may be of a table that the BMC had changed. Sent back like that, it would pass for a new change at the next
+// boot and undo what was set up since.
+void ClearChangedMark(std::byte* table) {
+  auto header = LoadUnaligned<BOT_HEADER>(table);
+  if ((header.Flags & kBotChanged) != 0) {
+    header.Flags = static_cast<UINT8>(header.Flags & ~kBotChanged);
+    header.Checksum = static_cast<UINT8>(header.Checksum + kBotChanged);
+    CopyMemory(table, &header, sizeof(header));
+  }
+}
+
 // Gives a BMC without a good table the last one that was exchanged with it.
 void SendBackupCopy(IpmiTransport& transport) {
   PoolBuffer table;
@@ -73,11 +90,12 @@ void SendBackupCopy(IpmiTransport& transport) {
     DebugPrint("BOT:No SMBOT in both BMC and BIOS\n");
     return;
   }
-  if (BotSum(table.Bytes()) != 0) {
+  if (!IsGoodCopy(table.Bytes())) {
     DebugPrint("BOT:Bad Backup copy in BIOS\n");
     static_cast<void>(DeleteVariable(kBotCopyName, kBotVariablesGuid));
     return;
   }
+  ClearChangedMark(table.Data.get());
   if (const EFI_STATUS status = WriteBMCBOT(transport, table.Bytes()); EFI_ERROR(status)) {
     DebugPrint("BOT:WriteBMCBOT failed:%0x\n", status);
     return;
@@ -120,7 +138,9 @@ void ExchangeTable(bool havePolicy) {
     TakeTable(table.Bytes());
   } else if (!havePolicy) {
     DebugPrint("BOT:ReadBMCBOT Status:%0x\n", status);
-    SendBackupCopy(*transport);
+    if (status != EFI_OUT_OF_RESOURCES) {  // this side's lack: the BMC may hold a good table, and a user's change in it
+      SendBackupCopy(*transport);
+    }
   }
 }
 

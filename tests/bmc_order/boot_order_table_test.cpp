@@ -28,6 +28,12 @@ Bytes TableOf(std::size_t length) {
   return WithGoodSum(table);
 }
 
+// As the BMC marks a table that its user changed.
+Bytes Marked(Bytes table) {
+  table[10] |= bds::kBotChanged;
+  return WithGoodSum(table);
+}
+
 class BootOrderTableTest : public BmcFixture {
  protected:
   BootOrderTableTest() {
@@ -144,18 +150,56 @@ TEST_F(BootOrderTableTest, WhatTheBmcMayHold) {
 // The step: the table of the BMC, else that of NVRAM.
 TEST_F(BootOrderTableTest, TheCopyGoesToABmcWithoutATable) {
   const Bytes table = TableOf(50);
-  SetVariable(bds::kBotCopyName, bds::kBotVariablesGuid, kAttributes3, table);
-  bds::BootOrderTableEntryPoint();
-  EXPECT_EQ(HeldTable(), table);
-  EXPECT_TRUE(Logged("BOT:WriteBMCBOT Completed \n"));
-
-  Held().clear();
   Bytes wrongSum = table;
   ++wrongSum[20];
-  SetVariable(bds::kBotCopyName, bds::kBotVariablesGuid, kAttributes3, wrongSum);
-  bds::BootOrderTableEntryPoint();
-  EXPECT_FALSE(Variable(bds::kBotCopyName, bds::kBotVariablesGuid));
-  EXPECT_TRUE(Held().empty());
+  Bytes longer = table;
+  ++longer[kLengthAt];
+  Bytes onlySumOfAll = table;
+  ++onlySumOfAll[20];
+  onlySumOfAll.push_back(0xFF);
+  const struct {
+    const char* name;
+    Bytes copy;
+    Bytes sent;  // empty: the copy is deleted instead
+  } cases[] = {
+      {"good", table, table},
+      {"marked as changed by an earlier boot", Marked(table), table},
+      {"a wrong sum", wrongSum, {}},
+      {"a good sum, longer than its bytes", WithGoodSum(longer), {}},
+      {"a good sum only with what is behind it", onlySumOfAll, {}},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    NextBoot();
+    Held().clear();
+    SetVariable(bds::kBotCopyName, bds::kBotVariablesGuid, kAttributes3, row.copy);
+    bds::BootOrderTableEntryPoint();
+    EXPECT_EQ(HeldTable(), row.sent);
+    EXPECT_EQ(Variable(bds::kBotCopyName, bds::kBotVariablesGuid).has_value(), !row.sent.empty());
+    EXPECT_EQ(Logged("BOT:WriteBMCBOT Completed \n"), !row.sent.empty());
+  }
+}
+
+// Whichever allocation fails, the user's change stays at the BMC.
+TEST_F(BootOrderTableTest, WithoutMemoryTheCopyReplacesNothing) {
+  const Bytes changed = Marked(TableOf(1000));
+  int failed = 0;
+  for (; failed < 100; ++failed) {
+    SCOPED_TRACE(failed);
+    NextBoot();
+    Held() = changed;
+    SetVariable(bds::kBotCopyName, bds::kBotVariablesGuid, kAttributes3, TableOf(50));
+    FailAllocationAfter(failed);
+    bds::BootOrderTableEntryPoint();
+    EXPECT_EQ(HeldTable(), changed);
+    const bds::PoolPtr<std::byte> next(static_cast<std::byte*>(bds::AllocatePool(1)));
+    machine.Faults().SetCallHook({});
+    if (!next) {
+      break;  // the step has no such allocation any more
+    }
+  }
+  EXPECT_GT(failed, 3);
+  EXPECT_LT(failed, 100);
 }
 
 TEST_F(BootOrderTableTest, AChangedTableIsKeptAndMarksTheBoot) {
@@ -164,8 +208,7 @@ TEST_F(BootOrderTableTest, AChangedTableIsKeptAndMarksTheBoot) {
   bds::BootOrderTableEntryPoint();
   EXPECT_EQ(bds::gPolicyEngine.BotUpdatedOldWay, 0);
   EXPECT_FALSE(Variable(bds::kBotChangedName, bds::kBotVariablesGuid));
-  table[10] |= bds::kBotChanged;
-  table = WithGoodSum(table);
+  table = Marked(table);
   Held() = table;
   bds::BootOrderTableEntryPoint();
   EXPECT_EQ(bds::gPolicyEngine.BotUpdatedOldWay, 1);
