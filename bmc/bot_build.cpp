@@ -83,12 +83,15 @@ bool IsMember(const BOOT_OPTION& option) {
   return option.Previous != nullptr && option.Previous->BootOptionNumber == option.BootOptionNumber;
 }
 
+// Those that are an item of the table.
+bool IsUefiItem(const BOOT_OPTION& option) { return IsListed(option) && !IsMember(option); }
+
 template <typename Visit>
 void ForEachUefiOption(Visit visit) {
   UINTN items = 0;
   for (const BOOT_OPTION* option = BootOptionList.First; option != nullptr && items < kMaxItems;
        option = option->Next) {
-    if (IsListed(*option) && !IsMember(*option)) {
+    if (IsUefiItem(*option)) {
       visit(*option);
       ++items;
     }
@@ -130,7 +133,7 @@ Groups FindGroups(const Sources& sources) {
       if (group != nullptr && items != 0) {
         groups.Add(group->Code);
       }
-    } else if (IsListed(*option)) {
+    } else if (IsUefiItem(*option)) {
       groups.Add(kBotEfi);
     }
   }
@@ -229,13 +232,14 @@ UINTN PutTable(Sink sink, const Sources& sources, const Groups& groups, UINTN le
   return sink.Size();
 }
 
-Sources FindSources() {
-  Sources sources;
-  if (EFI_ERROR(GetBbsInfo(sources.Bbs)) ||
-      EFI_ERROR(ReadVariable(kLegacyDevOrderName, kLegacyDevOrderGuid, sources.LegacyOrder))) {
-    sources.LegacyOrder.Clear();
+// Without a BBS table or an order of its devices no legacy group is built. One that is there and cannot be read is an
+// error: the BMC would take its devices for gone.
+EFI_STATUS FindSources(Sources& sources) {
+  EFI_STATUS status = GetBbsInfo(sources.Bbs);
+  if (!EFI_ERROR(status)) {
+    status = ReadVariable(kLegacyDevOrderName, kLegacyDevOrderGuid, sources.LegacyOrder);
   }
-  return sources;
+  return status == EFI_NOT_FOUND ? EFI_SUCCESS : status;
 }
 
 }  // namespace
@@ -248,7 +252,10 @@ Bytes DefaultBootOrderTable() {
 EFI_STATUS CreateSmBotData(PoolBuffer& table) {
   SortList(BootOptionList, CompareByPriority);
   DumpBootOptionList(BootOptionList, " BootOptionList Before Building BIOS BOT ");
-  const Sources sources = FindSources();
+  Sources sources;
+  if (const EFI_STATUS status = FindSources(sources); EFI_ERROR(status)) {
+    return status;
+  }
   const Groups groups = FindGroups(sources);
   const UINTN length = PutTable(Sink({}), sources, groups, 0);
   if (length > 0xFFFF) {
