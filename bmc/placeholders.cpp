@@ -30,7 +30,6 @@ constexpr PlaceholderRow kPlaceholders[] = {
     {BBS_TYPE_EMBEDDED_NETWORK, 0x02, 0x00, 0, "*NIC (Place Holder)"},
     {BBS_TYPE_BEV, 0x08, 0x00, 0, "*BEV Device (Place Holder)"},
 };
-constexpr PlaceholderRow kUnknownPlaceholder{0, 0x08, 0x00, 0, "*Unknown (Place Holder)"};
 constexpr CHAR16 kPlaceholderSuffix[] = u"(Place Holder)";
 
 constexpr UINTN kRegionSize = 64;
@@ -38,16 +37,26 @@ constexpr UINTN kEitherSegment = 0;  // 0xE000 or 0xF000
 constexpr UINTN kRegionAlignment = 2;
 constexpr UINT8 kFirstFreeIndex = 0xFF;
 
-const PlaceholderRow& PlaceholderOf(UINT16 bbsType) {
+// Null for the type of a group that has no legacy devices.
+const PlaceholderRow* PlaceholderOf(UINT16 bbsType) {
   for (const PlaceholderRow& row : kPlaceholders) {
     if (row.BbsType == bbsType) {
-      return row;
+      return &row;
     }
   }
-  return kUnknownPlaceholder;
+  return nullptr;
 }
 
-// A device whose option ROM or CSM driver can boot it.
+// BootOrder names a group once for each of its options.
+bool IsNamedBefore(const BMC_PRIORITY_LIST& list, UINT32 place) {
+  UINT32 at = 0;
+  while (list.Ids[at] != list.Ids[place]) {
+    ++at;
+  }
+  return at != place;
+}
+
+// A device whose option ROM or CSM driver can boot it. What an empty entry still holds is no device.
 bool HasBootableEntry(const BbsInfo& bbs, UINT16 bbsType) {
   for (UINT16 index = 0; index < bbs.BbsCount; ++index) {
     const BBS_TABLE& entry = bbs.Table[index];
@@ -59,21 +68,21 @@ bool HasBootableEntry(const BbsInfo& bbs, UINT16 bbsType) {
   return false;
 }
 
-BBS_TABLE PlaceholderEntry(const PlaceholderRow& row, UINT16 bbsType, UINTN nameAddress) {
+BBS_TABLE PlaceholderEntry(const PlaceholderRow& row, UINTN nameAddress) {
   BBS_TABLE entry{};
   entry.BootPriority = kBbsSetAside;
   entry.Class = row.Class;
   entry.SubClass = row.SubClass;
   entry.StatusFlags = row.StatusFlags;
-  entry.DeviceType = bbsType;
+  entry.DeviceType = row.BbsType;
   entry.DescStringOffset = entry.MfgStringOffset = static_cast<UINT16>(nameAddress & 0xFFFF);
   entry.DescStringSegment = entry.MfgStringSegment = static_cast<UINT16>((nameAddress >> 4) & 0xF000);
   return entry;
 }
 
 // False ends the step.
-bool AddPlaceholder(LEGACY_BIOS_EXT_PROTOCOL& extension, EFI_LEGACY_BIOS_PROTOCOL& legacyBios, UINT16 bbsType) {
-  const PlaceholderRow& row = PlaceholderOf(bbsType);
+bool AddPlaceholder(LEGACY_BIOS_EXT_PROTOCOL& extension, EFI_LEGACY_BIOS_PROTOCOL& legacyBios,
+                    const PlaceholderRow& row) {
   void* region = nullptr;
   const EFI_STATUS status =
       legacyBios.GetLegacyRegion(&legacyBios, kRegionSize, kEitherSegment, kRegionAlignment, &region);
@@ -86,7 +95,7 @@ bool AddPlaceholder(LEGACY_BIOS_EXT_PROTOCOL& extension, EFI_LEGACY_BIOS_PROTOCO
   if (EFI_ERROR(legacyBios.CopyLegacyRegion(&legacyBios, TextLength(name) + 1, region, name))) {
     return false;  // an entry without its name would never be taken for a placeholder
   }
-  BBS_TABLE entry = PlaceholderEntry(row, bbsType, reinterpret_cast<UINTN>(region));
+  BBS_TABLE entry = PlaceholderEntry(row, reinterpret_cast<UINTN>(region));
   UINT8 index = kFirstFreeIndex;
   BbsInfo bbs;
   if (extension.InsertBbsEntry(&extension, &entry, &index) != EFI_SUCCESS || EFI_ERROR(GetBbsInfo(bbs))) {
@@ -106,12 +115,12 @@ void AddPlaceholders(LEGACY_BIOS_EXT_PROTOCOL& extension, EFI_LEGACY_BIOS_PROTOC
     const UINT32 groupId = list.Ids[place];
     DebugPrint("CheckForNoAssociateOption: OptionIndex = %d , BmcPriorityList[OptionIndex] = %d, BoTagUefi = %d \n",
                place, groupId, kGroupUefi);
-    const UINT16 bbsType = BbsTypeOfGroup(groupId);
-    if (bbsType == kBbsTypeUefi || HasBootableEntry(bbs, bbsType)) {
+    const PlaceholderRow* row = PlaceholderOf(BbsTypeOfGroup(groupId));
+    if (row == nullptr || IsNamedBefore(list, place) || HasBootableEntry(bbs, row->BbsType)) {
       continue;
     }
     DebugPrint("CheckForNoAssociateOption:No Device found for Tag:%d\n", groupId);
-    if (!AddPlaceholder(extension, legacyBios, bbsType)) {
+    if (!AddPlaceholder(extension, legacyBios, *row)) {
       return;
     }
   }
