@@ -128,18 +128,11 @@ std::string DeletedOptionsText(const BootReport& report) {
   return text.empty() ? text : "  Deleted options\n" + text;
 }
 
-std::string LoaderChangesText(const BootReport& report) {
+std::string MovedLoadersText(const BootReport& report) {
   std::string text;
-  for (const LoaderOrderChange& change : report.loaderChanges) {
-    const std::string option = fmt::format("Boot{:04X} {}", change.number, PrintableText(change.name));
-    if (change.kind == LoaderOrderChange::Kind::Moved) {
-      text += fmt::format("  Moved: {} from place {} of the order to place {}, now as Boot{:04X}\n", option,
-                          change.from, change.to, change.other.value_or(change.number));
-    } else if (change.other) {
-      text += fmt::format("  Deleted: {}: Boot{:04X} starts the same loader\n", option, *change.other);
-    } else {
-      text += fmt::format("  Deleted: {}: its partition is gone\n", option);
-    }
+  for (const LoaderMove& move : report.movedLoaders) {
+    text += fmt::format("  Moved: Boot{:04X} {} from place {} of the order to place {}, now as Boot{:04X}\n",
+                        move.number, PrintableText(move.name), move.from, move.to, move.now);
   }
   return text;
 }

@@ -19,8 +19,8 @@ std::string DevicesWithoutOptionText(const BootReport& report);
 std::string DamagedOptionsText(const BootReport& report);
 // The options that the boot deleted, and why.
 std::string DeletedOptionsText(const BootReport& report);
-// Options of operating systems' loaders that the boot deleted or moved back in the order.
-std::string LoaderChangesText(const BootReport& report);
+// Options of operating systems' loaders that the boot moved back in the order.
+std::string MovedLoadersText(const BootReport& report);
 // Exchanges and IPMI requests that got no answer.
 std::uint64_t BmcSilences(const BootReport& report);
 std::string SilenceText(const BootReport& report);

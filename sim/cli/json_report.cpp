@@ -108,14 +108,12 @@ Json DamagedJson(const DamagedOption& option) {
   return {{"name", PrintableText(option.name)}, {"size", option.size}, {"deleted", option.deleted}};
 }
 
-Json LoaderChangeJson(const LoaderOrderChange& change) {
-  const bool moved = change.kind == LoaderOrderChange::Kind::Moved;
-  return {{"kind", moved ? "moved" : "deleted"},
-          {"number", NumberText(change.number)},
-          {"name", PrintableText(change.name)},
-          {"other", NumberJson(change.other)},
-          {"from", moved ? Json(change.from) : Json(nullptr)},
-          {"to", moved ? Json(change.to) : Json(nullptr)}};
+Json LoaderMoveJson(const LoaderMove& move) {
+  return {{"number", NumberText(move.number)},
+          {"name", PrintableText(move.name)},
+          {"now", NumberText(move.now)},
+          {"from", move.from},
+          {"to", move.to}};
 }
 
 Json DeviceJson(const DeviceWithoutOption& device) {
@@ -231,7 +229,7 @@ Json StartJson(const BootReport& report, const PolicyStory* story) {
           {"faults", JsonList(report.faults, FaultJson)},
           {"damaged_options", JsonList(report.damaged, DamagedJson)},
           {"deleted_options", JsonList(report.deleted, DeletedJson)},
-          {"loader_changes", JsonList(report.loaderChanges, LoaderChangeJson)},
+          {"moved_loaders", JsonList(report.movedLoaders, LoaderMoveJson)},
           {"devices_without_option", JsonList(report.devicesWithoutOption, DeviceJson)},
           {"policy", story == nullptr ? Json(nullptr) : PolicyJson(*story)},
           {"variables_written", JsonList(report.writes, WriteJson)},

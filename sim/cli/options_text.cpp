@@ -196,7 +196,7 @@ std::string SummaryText(const std::string& title, const BootResult& result, cons
   const std::string outcome = OutcomeText(report);
   std::string text = style.Strong(PrintableText(title)) + "\n" + ResetsText(result, style);
   text += OptionsText(report, style) + DevicesWithoutOptionText(report) + DamagedOptionsText(report) +
-          DeletedOptionsText(report) + LoaderChangesText(report);
+          DeletedOptionsText(report) + MovedLoadersText(report);
   text += RequestText(report) + BootNextText(report) + AttemptsText(report) + PassedOverText(report);
   text += "  Outcome: " + (result.Started() ? style.Good(outcome) : style.Bad(outcome)) + "\n";
   text += SystemText(report);

@@ -37,6 +37,7 @@ OptionReport ReportOption(const VariableStore& store, std::uint16_t number) {
   report.attributes = option->attributes;
   report.name = option->name;
   report.path = option->paths.empty() ? "" : DevicePathToUtf8(option->paths.front());
+  report.device = option->Device() == nullptr ? "" : DevicePathToUtf8(*option->Device());
   report.legacy = option->Legacy();
   report.firmware = option->FirmwareMarked();
   report.group = option->GroupMarked();
@@ -138,7 +139,7 @@ void BootRecorder::OnLine(const std::string& line) {
     if (stepListener_) {
       stepListener_(*step);
     }
-    loaderOrder_.OnStep(*step, parts_->Runtime().Store());
+    loaderOrder_.OnStep(*step, parts_->Runtime().Store(), machine_.Handles());
     if (request_.onStep) {
       request_.onStep(*step);
     }
@@ -248,6 +249,7 @@ void BootRecorder::ReportBoot(BootReport& report, const VariableStore& store, EF
     report.devicesWithoutOption = DevicesWithoutOption(machine_, store);
     report.deleted = deleted_.Find(store);
   }
+  loaderOrder_.AddDeleted(report.deleted);
 }
 
 // A write belongs to the last step that began before it.
@@ -265,7 +267,7 @@ void BootRecorder::Finish(BootReport& report, const VariableStore& store, EFI_HA
   CloseStep();
   ReportBoot(report, store, driver);
   report.request = bmcRequest_.Report(store);
-  report.loaderChanges = loaderOrder_.Report(store);
+  report.movedLoaders = loaderOrder_.Moved(store);
   report.faults = faults_;
   for (DamagedOption& option : damaged_) {
     option.deleted = store.Find(option.name, gEfiGlobalVariableGuid) == nullptr;

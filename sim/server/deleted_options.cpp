@@ -31,13 +31,6 @@ constexpr Word kWords[] = {
 };
 constexpr const char* kUnlisted = "no order names it";
 
-constexpr std::string_view kMaskedPath("\xE7\x75\xE2\x99\xA0\x75\x37\x4B\xA2\xE6\xC5\x38\x5E\x6C\x00\xCB", 16);
-
-bool IsMask(const DevicePath& path) {
-  const auto bytes = path.Bytes();
-  return bytes.size() >= 20 && std::string_view(reinterpret_cast<const char*>(bytes.data()) + 4, 16) == kMaskedPath;
-}
-
 }  // namespace
 
 std::vector<DeletedOptionsWatch::Option> DeletedOptionsWatch::Read(const VariableStore& store) {

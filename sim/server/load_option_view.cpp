@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "sim/bus/utf_text.h"
@@ -10,6 +11,8 @@
 namespace sim {
 namespace {
 
+constexpr std::string_view kMaskedPath("\xE7\x75\xE2\x99\xA0\x75\x37\x4B\xA2\xE6\xC5\x38\x5E\x6C\x00\xCB", 16);
+
 bool StartsWith(const std::vector<std::byte>& data, char third) {
   return data.size() >= 4 && data[0] == std::byte{0} && data[1] == std::byte{0} &&
          data[2] == static_cast<std::byte>(third) && data[3] == std::byte{'O'};
@@ -17,6 +20,15 @@ bool StartsWith(const std::vector<std::byte>& data, char third) {
 
 }  // namespace
 
+bool IsMask(const DevicePath& path) {
+  const auto bytes = path.Bytes();
+  return bytes.size() >= 20 && std::string_view(reinterpret_cast<const char*>(bytes.data()) + 4, 16) == kMaskedPath;
+}
+
+const DevicePath* LoadOption::Device() const {
+  const auto found = std::ranges::find_if_not(paths, IsMask);
+  return found == paths.end() ? nullptr : &*found;
+}
 bool LoadOption::Legacy() const {
   return !paths.empty() && !paths.front().Empty() && paths.front().Get()->Type == BBS_DEVICE_PATH;
 }

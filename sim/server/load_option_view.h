@@ -20,12 +20,17 @@ struct LoadOption {
 
   bool Active() const { return (attributes & LOAD_OPTION_ACTIVE) != 0; }
   bool Hidden() const { return (attributes & LOAD_OPTION_HIDDEN) != 0; }
+  // The path of its device, behind the mask of one that was absent; nothing when it has no path.
+  const DevicePath* Device() const;
   // Its first node is a BBS node.
   bool Legacy() const;
   // The firmware driver's markers at the front of the optional data.
   bool FirmwareMarked() const;
   bool GroupMarked() const;
 };
+
+// The path that the driver puts in front while a device is absent.
+bool IsMask(const DevicePath& path);
 
 // Nothing when the bytes are no load option (UEFI 2.10, 3.1.3).
 std::optional<LoadOption> ParseLoadOption(std::span<const std::byte> bytes);

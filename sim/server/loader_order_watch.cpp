@@ -1,10 +1,14 @@
 #include "sim/server/loader_order_watch.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <set>
 
+#include "sim/firmware/handle_database.h"
 #include "sim/server/boot_recorder.h"
+#include "sim/server/load_option_view.h"
 
 namespace sim {
 namespace {
@@ -22,16 +26,31 @@ std::vector<OptionReport> Listed(const VariableStore& store) {
 }
 
 bool IsLoader(const OptionReport& option) {
-  return option.path.starts_with("HD(") && option.path.find("/\\") != std::string::npos;
+  return option.device.starts_with("HD(") && option.device.find("/\\") != std::string::npos;
 }
 
 bool SameLoader(const OptionReport& a, const OptionReport& b) {
-  return std::ranges::equal(
-      a.path, b.path, [](unsigned char one, unsigned char other) { return std::tolower(one) == std::tolower(other); });
+  return std::ranges::equal(a.device, b.device, [](unsigned char one, unsigned char other) {
+    return std::tolower(one) == std::tolower(other);
+  });
 }
 
-// Numbers may be given anew.
-bool SameOption(const OptionReport& a, const OptionReport& b) { return a.name == b.name && a.path == b.path; }
+// Its partition, known by number and signature: the front of its text, "HD(number,kind,signature,".
+bool IsThere(const OptionReport& option, const HandleDatabase& handles) {
+  const std::string& text = option.device;
+  std::size_t end = 0;
+  for (int comma = 0; comma < 3 && end != std::string::npos; ++comma) {
+    end = text.find(',', end + 1);
+  }
+  const std::string partition = "/" + text.substr(0, end);
+  return std::ranges::any_of(handles.All(), [&](EFI_HANDLE handle) {
+    const auto* path = handles.Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
+    return path != nullptr && DevicePathToUtf8(DevicePath::Copy(path)).find(partition + ",") != std::string::npos;
+  });
+}
+
+// Numbers may be given anew, and a mask comes and goes.
+bool SameOption(const OptionReport& a, const OptionReport& b) { return a.name == b.name && a.device == b.device; }
 
 // Something that stood behind it before stands in front of it now.
 bool WasOvertaken(const std::vector<OptionReport>& before, std::size_t from, const std::vector<OptionReport>& now,
@@ -46,7 +65,7 @@ bool WasOvertaken(const std::vector<OptionReport>& before, std::size_t from, con
 
 }  // namespace
 
-void LoaderOrderWatch::OnStep(const std::string& step, const VariableStore& store) {
+void LoaderOrderWatch::OnStep(const std::string& step, const VariableStore& store, const HandleDatabase& handles) {
   if (step == kReview) {
     reviewed_ = Listed(store);
     before_ = reviewed_;
@@ -57,15 +76,28 @@ void LoaderOrderWatch::OnStep(const std::string& step, const VariableStore& stor
     if (std::ranges::find(now, option.number, &OptionReport::number) == now.end()) {
       const auto twin =
           std::ranges::find_if(now, [&option](const OptionReport& other) { return SameLoader(option, other); });
-      deleted_.push_back({.number = option.number, .name = option.name, .other = {}});
-      deleted_.back().other = twin == now.end() ? std::nullopt : std::optional(twin->number);
+      deleted_.push_back({option.number, option.name,
+                          twin == now.end() || !IsThere(option, handles)
+                              ? "its partition is gone"
+                              : fmt::format("Boot{:04X} starts the same loader", twin->number)});
     }
   }
   reviewed_.clear();
 }
 
-std::vector<LoaderOrderChange> LoaderOrderWatch::Report(const VariableStore& store) const {
-  std::vector<LoaderOrderChange> changes = deleted_;
+void LoaderOrderWatch::AddDeleted(std::vector<DeletedOption>& deleted) const {
+  for (const DeletedOption& option : deleted_) {
+    const auto known = std::ranges::find(deleted, option.number, &DeletedOption::number);
+    if (known != deleted.end()) {
+      known->reason = option.reason;
+    } else {
+      deleted.push_back(option);
+    }
+  }
+}
+
+std::vector<LoaderMove> LoaderOrderWatch::Moved(const VariableStore& store) const {
+  std::vector<LoaderMove> moved;
   const std::vector<OptionReport> now = Listed(store);
   for (std::size_t from = 0; from < before_.size(); ++from) {
     const auto same = [&option = before_[from]](const OptionReport& other) { return SameOption(option, other); };
@@ -73,11 +105,10 @@ std::vector<LoaderOrderChange> LoaderOrderWatch::Report(const VariableStore& sto
     const auto to = static_cast<std::size_t>(found - now.begin());
     const bool candidate = IsLoader(before_[from]) && !before_[from].firmware && found != now.end();
     if (candidate && WasOvertaken(before_, from, now, to)) {
-      changes.push_back(
-          {LoaderOrderChange::Kind::Moved, before_[from].number, found->name, found->number, from + 1, to + 1});
+      moved.push_back({before_[from].number, found->name, found->number, from + 1, to + 1});
     }
   }
-  return changes;
+  return moved;
 }
 
 }  // namespace sim

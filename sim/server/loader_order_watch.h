@@ -4,37 +4,37 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "sim/firmware/variables/variable_store.h"
+#include "sim/server/deleted_options.h"
 
 namespace sim {
 
+class HandleDatabase;
 struct OptionReport;
 
-struct LoaderOrderChange {
-  enum class Kind { Deleted, Moved };
-  Kind kind = Kind::Deleted;
+struct LoaderMove {
   std::uint16_t number = 0;  // before the boot
   std::u16string name;
-  // Deleted: the option that starts the same loader; none: the partition is gone. Moved: its number now.
-  std::optional<std::uint16_t> other;
-  std::size_t from = 0;  // Moved: places in the order, the first is 1
+  std::uint16_t now = 0;  // its number at the end
+  std::size_t from = 0;   // places in the order, the first is 1
   std::size_t to = 0;
 };
 
 class LoaderOrderWatch {
  public:
   // As the driver begins the step.
-  void OnStep(const std::string& step, const VariableStore& store);
+  void OnStep(const std::string& step, const VariableStore& store, const HandleDatabase& handles);
+  // Gives each option that the step deleted its reason, and adds those that are missing: a double has a like one left.
+  void AddDeleted(std::vector<DeletedOption>& deleted) const;
   // At the end of the boot.
-  std::vector<LoaderOrderChange> Report(const VariableStore& store) const;
+  std::vector<LoaderMove> Moved(const VariableStore& store) const;
 
  private:
   std::vector<OptionReport> before_;  // when the first step began, in order
-  std::vector<LoaderOrderChange> deleted_;
+  std::vector<DeletedOption> deleted_;
   std::vector<OptionReport> reviewed_;  // at the beginning of the step that deletes
 };
 

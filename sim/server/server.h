@@ -63,7 +63,8 @@ struct OptionReport {
   bool readable = true;  // false: BootOrder names it, but there is no such variable, or it is malformed
   std::uint32_t attributes = 0;
   std::u16string name;
-  std::string path;  // of its first device path
+  std::string path;    // of its first device path
+  std::string device;  // the same behind the mask of a device that was absent
   bool legacy = false;
   bool firmware = false;  // it carries the firmware's marker
   bool group = false;
@@ -107,14 +108,15 @@ struct FaultReport {
 
 struct BootReport {
   BootOutcome outcome;
-  std::optional<std::uint16_t> bootCurrent;      // number of the option that was started, or that was being tried last
-  std::optional<std::uint16_t> bootNext;         // set at the end
-  std::optional<std::uint16_t> bootNextTaken;    // set at the beginning and taken away in this boot
-  BootRequestReport request;                     // the BMC's
-  std::vector<DamagedOption> damaged;            // found at the beginning
-  std::vector<DeletedOption> deleted;            // that were there at the beginning; of a boot that saved its options
-  std::vector<LoaderOrderChange> loaderChanges;  // deleted and moved options of operating systems' loaders
-  std::vector<FaultReport> faults;               // as scripted, those that were not met too
+  std::optional<std::uint16_t> bootCurrent;    // number of the option that was started, or that was being tried last
+  std::optional<std::uint16_t> bootNext;       // set at the end
+  std::optional<std::uint16_t> bootNextTaken;  // set at the beginning and taken away in this boot
+  BootRequestReport request;                   // the BMC's
+  std::vector<DamagedOption> damaged;          // found at the beginning
+  // Those that were there at the beginning; of a boot that did not save its options, those of loaders only.
+  std::vector<DeletedOption> deleted;
+  std::vector<LoaderMove> movedLoaders;
+  std::vector<FaultReport> faults;                        // as scripted, those that were not met too
   std::vector<DeviceWithoutOption> devicesWithoutOption;  // of a boot that saved its options
   std::vector<std::uint16_t> bootOrder;
   std::vector<OptionReport> options;  // those in the order first, in order; then the others by number

@@ -81,7 +81,8 @@ def made(label, file):
 
 
 OWN, MADE = Option("my system", DEBIAN), Option("debian", DEBIAN, FIRMWARE)
-WITH_WORDS = Option("debian quiet", DEBIAN, b"quiet\0")
+WITH_WORDS, SAME_NAME = Option("debian quiet", DEBIAN, b"quiet\0"), Option("debian", DEBIAN, b"quiet\0")
+PLAIN = Option("debian", DEBIAN)
 MADE_DEBIAN = made("debian", DEBIAN)
 DUPLICATE = "Duplicate Entry Found.Skipping..\n"
 ROWS = (
@@ -110,24 +111,31 @@ ROWS = (
     Row("a partition that is gone", (DEBIAN,), (OWN, Option("own", SLES, partition="gone")),
         (OWN, Option("debian", DEBIAN, FIRMWARE, "gone"), Option("sles", SLES, FIRMWARE, "gone", masked=True),
          Option("ubuntu", SHIM, FIRMWARE, "mbr"), Option("own", SLES, partition="gone")), stbu=0,
-        said=("Deleted: Boot0002 debian: its partition is gone\n", "Deleted: Boot0003 sles",
+        said=("Boot0002 debian: its partition is gone\n", "Boot0003 sles: its partition is gone\n",
               "Deleting a FwBootOption type Orphan:ubuntu\n")),
     Row("the firmware's before the system's", (DEBIAN,), (OWN, Option("b", SLES)), (MADE, Option("b", SLES), OWN),
-        stbu=0, said=("Deleted: Boot0001 debian: Boot0003 starts the same loader\n",)),
+        stbu=0, said=("Boot0001 debian: Boot0003 starts the same loader\n",)),
     Row("the system's before the firmware's", (DEBIAN,), (Option("b", SLES), OWN, Option("c", SUSE)),
         (OWN, Option("b", SLES), MADE, Option("c", SUSE)), stbu=0,
-        said=("Deleted: Boot0003 debian: Boot0001 starts the same loader\n",
+        said=("Boot0003 debian: Boot0001 starts the same loader\n",
               "Moved: Boot0001 my system from place 1 of the order to place 3, now as Boot0001\n")),
     Row("several of the firmware's", (DEBIAN,), (Option("b", SLES), OWN), (OWN, MADE, Option("b", SLES), MADE), stbu=0),
     Row("given up, between two of systems'", (DEBIAN,), (Option("older", DEBIAN),), (Option("older", DEBIAN),
                                                                                     Option("debian", DEBIAN)), stbu=0),
-    Row("masked ones", (DEBIAN,), (OWN,), (MADE, Option("my system", DEBIAN, masked=True)), stbu=0),
+    Row("masked ones", (DEBIAN,), (OWN,), (MADE, Option("my system", DEBIAN, masked=True)), stbu=0,
+        said=("Boot0001 debian: Boot0002 starts the same loader\n",)),
     Row("listed twice", (DEBIAN,), (OWN, Option("b", SLES)), (OWN, Option("b", SLES)), order=(0, 1, 0), stbu=0),
     Row("firmware's listed twice", (DEBIAN,), (MADE,), (MADE,), order=(0, 0), stbu=0),
     Row("two of systems'", (DEBIAN,), (OWN,), (Option("older", DEBIAN), OWN), stbu=0),
     Row("with words of its own", (DEBIAN,), (WITH_WORDS, OWN), (WITH_WORDS, OWN), stbu=0),
     Row("made, then with words", (DEBIAN,), (MADE, WITH_WORDS), (MADE, WITH_WORDS), stbu=0),
-    Row("given up, then with words", (DEBIAN,), (WITH_WORDS,), (Option("debian", DEBIAN), WITH_WORDS), stbu=0),
+    # What an installer wrote is what the driver would; under one name the one with the data says more.
+    Row("an installer's, then with words", (DEBIAN,), (PLAIN, WITH_WORDS), (PLAIN, WITH_WORDS), stbu=0),
+    Row("with words, then an installer's", (DEBIAN,), (WITH_WORDS, PLAIN), (WITH_WORDS, PLAIN), stbu=0),
+    Row("with words under one name", (DEBIAN,), (SAME_NAME,), (PLAIN, SAME_NAME), stbu=0,
+        said=("Boot0001 debian: Boot0002 starts the same loader\n",)),
+    Row("with words under one name, first", (DEBIAN,), (SAME_NAME,), (SAME_NAME, PLAIN), stbu=0,
+        said=("Boot0002 debian: Boot0001 starts the same loader\n",)),
     # Of the firmware's other options the name and the path are those of today.
     Row("another name of the firmware's", (FALLBACK,), (made("UEFI: Hard Drive, Partition 1", None),),
         (Option("Old name", FALLBACK, FIRMWARE),), stbu=0),
@@ -209,6 +217,8 @@ class Server:
         assert done.returncode in (0, 3), done.stderr
         start = json.loads(report.read_text())["boots"][-1]["starts"][-1]
         assert not start["complaints"] and not start["pool"]["leaks"], start["complaints"]
+        deleted = [each["number"] for each in start["deleted_options"]]
+        assert len(deleted) == len(set(deleted)) and done.stdout.count("Deleted options") <= 1, "deleted twice"
         options = list(map(self.option, self.order()))
         if options:
             default = (self.nvram / DEFAULT_ORDER).read_bytes()[4:]
