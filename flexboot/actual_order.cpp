@@ -18,7 +18,7 @@ struct REPORT_RUN {
   ACTUAL_BOOT_ORDER& Record;
   bool Standalone;
   UINTN Next = 0;  // the entry that the next option name completes
-  UINTN Done = 0;  // entries without an error
+  UINTN Done = 0;  // entries without an error, as far as the document lists them
 };
 
 // policy is null for an option that no target of the policy took.
@@ -51,7 +51,7 @@ void Complete(ACTUAL_BOOT_TARGET& out, const POLICY_REPORT_ENTRY& entry, const F
   if (ok) {
     SetField(out.RN, run.Standalone && policy != nullptr ? policy->RN : nullptr);
     out.Type = TypeOf(policy);
-    ++run.Done;
+    run.Done += run.Next < kListedTargets ? 1 : 0;
   }
   ++run.Next;
 }
@@ -120,13 +120,19 @@ bool TakeOneTimeMark() {
   return true;
 }
 
-// The firmware's until the boot ends. It is owned before it is installed: the notifications run within that call.
+// The firmware's until the boot ends. It is owned before it is installed: the notifications run within that call. A
+// record that is already installed stays, somebody may hold the interface.
 EFI_STATUS Install(EFI_HANDLE& handle, KeptPtr<ACTUAL_BOOT_ORDER>& owner, PoolPtr<ACTUAL_BOOT_ORDER> record) {
-  owner = std::move(record);
-  const EFI_STATUS status = BootServices()->InstallProtocolInterface(&handle, &ProtocolGuid<ACTUAL_BOOT_ORDER>,
-                                                                     EFI_NATIVE_INTERFACE, owner.get());
+  EFI_STATUS status = EFI_ALREADY_STARTED;
+  if (!owner) {
+    owner = std::move(record);
+    status = BootServices()->InstallProtocolInterface(&handle, &ProtocolGuid<ACTUAL_BOOT_ORDER>, EFI_NATIVE_INTERFACE,
+                                                      owner.get());
+    if (EFI_ERROR(status)) {
+      owner.reset();
+    }
+  }
   if (EFI_ERROR(status)) {
-    owner.reset();
     DebugPrint("Failed Installing Actual Boot Order data:%r\n", status);
   }
   return status;

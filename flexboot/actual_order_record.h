@@ -29,6 +29,7 @@ static_assert(offsetof(ACTUAL_BOOT_TARGET, Slot) == 320);
 static_assert(offsetof(ACTUAL_BOOT_TARGET, SubType) == 324);
 
 inline constexpr UINTN kActualTargets = 64;
+inline constexpr UINTN kListedTargets = 30;  // entries that the document shows, and that are counted
 
 struct ACTUAL_BOOT_ORDER {
   CHAR8 Version[16];  // these two and UniqueId: of the policy's header

@@ -16,7 +16,6 @@ namespace {
 
 constexpr char kExport[] = "ExportActualOrderXML";
 constexpr char kReportFile[] = "ActualOrder.xml";
-constexpr UINTN kListedTargets = 30;
 constexpr char kNonPolicy[] = "NonPolicyTarget";
 constexpr UINTN kTries = 2;
 
@@ -139,12 +138,13 @@ PoolPtr<char> BuildDocument(ACTUAL_BOOT_ORDER& record) {
   return text.Take();
 }
 
-void WriteText(BT_FILE_CONTEXT& context, const char* text) {
-  static_cast<void>(BtWriteFile(context, text, static_cast<UINT32>(TextLength(text))));
+// True when the BMC took it all.
+bool WriteText(BT_FILE_CONTEXT& context, const char* text) {
+  return BtWriteFile(context, text, static_cast<UINT32>(TextLength(text))) == BT_DONE && context.IsOpen != 0;
 }
 
-// What the engine saw and did, for the people who read the file.
-void WriteDebugComment(BT_FILE_CONTEXT& context) {
+// What the engine saw and did, for the people who read the file. False when the BMC did not take all of it.
+bool WriteDebugComment(BT_FILE_CONTEXT& context) {
   GrowingText text;
   if (gPolicyEngine.PolicyDebugText) {
     AppendCommentText(text, {gPolicyEngine.PolicyDebugText.get(), gPolicyEngine.PolicyDebugTextUsed});
@@ -152,25 +152,31 @@ void WriteDebugComment(BT_FILE_CONTEXT& context) {
   const PoolPtr<char> comment = text.Take();
   if (TextLength(comment.get()) == 0) {
     DebugPrint("No data for the buffer\n");
-    return;
+    return true;
   }
   DebugPrint("Writing debug data to actual order file.\n");
-  WriteText(context, "\n<!--\n");
-  WriteText(context, "The following data concerns what hardware was present on the boot and how it was processed.\n");
-  WriteText(context, comment.get());
-  WriteText(context, "\n-->\n");
+  const char* const pieces[] = {
+      "\n<!--\n",
+      "The following data concerns what hardware was present on the boot and how it was processed.\n",
+      comment.get(),
+      "\n-->\n",
+  };
+  bool written = true;
+  for (const char* piece : pieces) {
+    written = WriteText(context, piece) && written;
+  }
+  return written;
 }
 
-// False when the BMC may have a part of the file, which it said nothing about: the document then ends anywhere.
+// False when the BMC may have the file with a piece missing, or ended anywhere.
 bool WriteReport(const char* document) {
   BT_FILE_CONTEXT context;
   if (BtOpenFile(context, kReportFile, BT_CREATE_FILE) != BT_DONE) {
     return !BtUnheard(context);
   }
-  WriteText(context, document);
+  bool written = WriteText(context, document);
   DebugPrint("Exporting debug info to XML\n");
-  WriteDebugComment(context);
-  const bool written = context.IsOpen != 0;
+  written = WriteDebugComment(context) && written;
   return BtCloseFile(context) == 0 && written;
 }
 
@@ -178,7 +184,11 @@ bool WriteReport(const char* document) {
 
 VOID EFIAPI ExportActualOrderXML(EFI_EVENT, VOID*) {
   ACTUAL_BOOT_ORDER* record = nullptr;
-  if (const EFI_STATUS status = LocateProtocol(record); EFI_ERROR(status)) {
+  EFI_STATUS status = LocateProtocol(record);
+  if (!EFI_ERROR(status) && record == nullptr) {
+    status = EFI_NOT_FOUND;  // somebody else's, without a record
+  }
+  if (EFI_ERROR(status)) {
     DebugPrint("%a:Failed obtaining Actual Boot order:%r\n", kExport, status);
     return;
   }

@@ -83,6 +83,7 @@ EFI_STATUS InstallRecord(PoolPtr<FLEXBOOT_ORDER_HEADER> record) {
     return status;
   }
   gFlexBoot.FlexBootOrder = std::move(record);
+  gFlexBoot.LoadersWithdrawn = FALSE;
   return EFI_SUCCESS;
 }
 

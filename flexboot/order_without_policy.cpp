@@ -50,7 +50,7 @@ void GenerateNoConfigActualOrderXML(ACTUAL_BOOT_ORDER& record) {
       FillEntry(*option, partitions, record.Targets[count++]);
     }
   }
-  record.TotalActualTargets = static_cast<UINT8>(count);
+  record.TotalActualTargets = static_cast<UINT8>(count < kListedTargets ? count : kListedTargets);
   SetField(record.LastUpdate, "BIOS");
 }
 

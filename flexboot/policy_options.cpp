@@ -135,7 +135,7 @@ EFI_STATUS CreateOptionsOf(const POLICY_TARGET& target, const HandleBuffer& volu
 
 void GenerateUefiPolicyOptionsEntry() {
   DebugPrint("Hello from GenerateUefiPolicyOptions!\n");
-  if (!gFlexBoot.mUefiParamTargets) {
+  if (!gFlexBoot.mUefiParamTargets || gFlexBoot.LoadersWithdrawn != FALSE) {
     return;
   }
   HandleBuffer volumes;

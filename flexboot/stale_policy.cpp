@@ -23,22 +23,28 @@ constexpr char kOneTimeFile[] = "OneTimeConfigPolicy.xml";
 
 constexpr UINTN kClosePause = 2'000'000;  // microseconds that the BMC gets to close a policy's file
 
+void ForgetPolicy() {
+  gPolicyEngine.FlexBootOrder = nullptr;
+  gFlexBoot.LoadersWithdrawn = TRUE;
+}
+
 // Takes the policy's protocol away and makes the engine forget the interface that it keeps: whoever asks from now on
-// finds no policy. The record stays, someone may still read it. False when there is a handle and the protocol cannot be
-// located.
+// finds no policy, and no loader of it gets an option. The record and the loaders stay in memory, someone may still
+// read them. False when there is a handle and the protocol cannot be located.
 bool WithdrawFlexBootOrder(const char* routine) {
   if (gFlexBoot.mFlexBootHandle == nullptr) {
     return true;
   }
   FLEXBOOT_ORDER_HEADER* order = nullptr;
   if (EFI_ERROR(LocateProtocol(order))) {
+    ForgetPolicy();
     return false;
   }
   const EFI_STATUS status = BootServices()->UninstallProtocolInterface(gFlexBoot.mFlexBootHandle,
                                                                        &ProtocolGuid<FLEXBOOT_ORDER_HEADER>, order);
   if (!EFI_ERROR(status)) {
     gFlexBoot.mFlexBootHandle = nullptr;
-    gPolicyEngine.FlexBootOrder = nullptr;
+    ForgetPolicy();
   }
   DebugPrint("%a:Uninstall FlexBootOrder protocol status %r\n", routine, status);
   return true;
@@ -56,10 +62,21 @@ void MakeStale(BT_FILE_CONTEXT& context, const char* oldName, const char* newNam
   }
 }
 
+// A BMC that was not heard is asked once more: a policy that was applied and is not called stale holds for another
+// boot.
+UINT8 OpenHeard(BT_FILE_CONTEXT& context, const char* name) {
+  UINT8 result = BtOpenFile(context, name, BT_OPEN_FILE);
+  if (result != BT_DONE && BtUnheard(context)) {
+    PmTimerStall(kBtSettleTime);
+    result = BtOpenFile(context, name, BT_OPEN_FILE);
+  }
+  return result;
+}
+
 // True, and closed again, when the BMC has the file.
 bool FindFile(const char* name, FormatString<> found) {
   BT_FILE_CONTEXT context;
-  if (EFI_ERROR(BtStatusToEfiStatus(BtOpenFile(context, name, BT_OPEN_FILE)))) {
+  if (EFI_ERROR(BtStatusToEfiStatus(OpenHeard(context, name)))) {
     return false;
   }
   DebugPrint(found);
@@ -102,7 +119,9 @@ EFI_STATUS HandleStalePolicy() {
     return EFI_SUCCESS;
   }
   if (VariableExists(kFlexBootOrderName, kPolicyVariablesGuid)) {
-    static_cast<void>(DeleteVariable(kFlexBootOrderName, kPolicyVariablesGuid));
+    if (const EFI_STATUS status = DeleteVariable(kFlexBootOrderName, kPolicyVariablesGuid); EFI_ERROR(status)) {
+      DebugPrint("%a:FlexBootOrder cannot be deleted:%r\n", kStalePolicy, status);
+    }
   }
   return EFI_SUCCESS;
 }

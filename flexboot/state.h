@@ -43,6 +43,9 @@ struct FLEXBOOT_STATE {
   // One target per target of the policy, in its order, with what the policy says of loaders as tags. Null until a
   // policy was read. Filled by ExtractUefiParameters, emptied into the engine's targets by GenerateListFromPolicy.
   KeptPtr<POLICY_TARGET_LIST> mUefiParamTargets;
+  // The policy was withdrawn: none of them gets an option any more. The list is not freed for that, since a
+  // notification may withdraw the policy while it is walked.
+  BOOLEAN LoadersWithdrawn = FALSE;
   // The loaders of the SAN target at hand, by SAN_OPERATION; null where there is none. Written by SanLoaderData.
   KeptPtr<char> SanLoader[kSanTextCount];
 
