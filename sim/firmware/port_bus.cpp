@@ -21,10 +21,11 @@ void DebugLog::Put(char byte) {
   }
   text_.push_back(byte);
   if (byte == '\n') {
+    const std::string line = text_.substr(lineStart_, text_.size() - 1 - lineStart_);
+    lineStart_ = text_.size();  // the handler may make the driver write on
     if (handler_) {
-      handler_(text_.substr(lineStart_, text_.size() - 1 - lineStart_));
+      handler_(line);
     }
-    lineStart_ = text_.size();
   }
 }
 

@@ -136,23 +136,26 @@ void BootRecorder::OnLine(const std::string& line) {
     CloseStep();
     steps_.push_back({*step, machine_.Time().Now()});
     steps_.back().writesBefore = parts_->Runtime().Store().Journal().size();
-    if (stepListener_) {
-      stepListener_(*step);
-    }
     loaderOrder_.OnStep(*step, parts_->Runtime().Store(), machine_.Handles());
     if (request_.onStep) {
       request_.onStep(*step);
     }
     passedBefore_ = machine_.Time().Passed();
     callsBefore_ = ServiceCalls();
-    if ((request_.debugMask & kStepLevel) == 0) {
-      return;
-    }
   }
+  if (!step || (request_.debugMask & kStepLevel) != 0) {
+    Show(line, step.has_value());
+  }
+  if (step && stepListener_) {
+    stepListener_(*step);  // what it makes the driver do is part of the step
+  }
+}
+
+void BootRecorder::Show(const std::string& line, bool isStep) {
   if (!steps_.empty()) {
     deleted_.OnLine(steps_.back().name, line);
   }
-  const std::string shown = step ? addresses_.ReplaceRoutine(line) : addresses_.Replace(line);
+  const std::string shown = isStep ? addresses_.ReplaceRoutine(line) : addresses_.Replace(line);
   log_ += shown;
   log_ += '\n';
   if (request_.onLogLine) {

@@ -36,6 +36,7 @@ class BootRecorder {
   };
 
   void OnLine(const std::string& line);
+  void Show(const std::string& line, bool isStep);
   void CloseStep();
   std::uint64_t ServiceCalls() const;
   std::optional<std::uint16_t> NumberIn(std::u16string_view variable, bool volatileOnly = false) const;

@@ -6,14 +6,13 @@ namespace sim {
 
 PolicyStaleSignal::PolicyStaleSignal(Machine& machine, std::string step) : machine_(machine), step_(std::move(step)) {
   if (!step_.empty()) {
-    static_cast<void>(
-        machine_.BootServices()->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_CALLBACK, Install, this, &event_));
+    static_cast<void>(machine_.BootServices()->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_CALLBACK, Install, this, &event_));
   }
 }
 
 void PolicyStaleSignal::OnStep(std::string_view name) {
   if (event_ != nullptr && name == step_) {
-    static_cast<void>(machine_.Events().SetTimer(event_, TimerRelative, 1));
+    static_cast<void>(machine_.Events().Signal(event_));
   }
 }
 

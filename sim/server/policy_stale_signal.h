@@ -1,5 +1,5 @@
-// The platform's word that the boot policy of a standalone server is no longer current: a protocol that appears while a
-// step of the driver runs, as another driver's timer would install it.
+// The platform's word that the boot policy of a standalone server is no longer current: a protocol that appears when a
+// step of the driver begins, as another driver's event would install it.
 #pragma once
 
 #include <string>
@@ -16,7 +16,7 @@ class PolicyStaleSignal {
   PolicyStaleSignal(const PolicyStaleSignal&) = delete;
   PolicyStaleSignal& operator=(const PolicyStaleSignal&) = delete;
 
-  // The driver begins the step. The protocol follows as soon as time passes and the priority allows it.
+  // The driver begins the step. The protocol follows as soon as the priority allows it.
   void OnStep(std::string_view name);
 
  private:

@@ -2,6 +2,7 @@
 """What bds-sim tells of a boot and changes between boots, as a user types it; every result is held against the schema.
 usage: what_a_boot_tells.py BDS_SIM"""
 import itertools
+import json
 import shutil
 import subprocess
 import sys
@@ -177,6 +178,63 @@ def damaged(bench):
     assert start["damaged_options"][0]["name"] == "Boot0BAD" and "Damaged: Boot0BAD was 9 bytes" in text, text
 
 
+POLICY = """<?xml version="1.0"?><FlexBootOrder><FlexBootOrderHeader><Version value="1.0" /><BootType value="legacy" />
+<NumBootTargets value="1" /></FlexBootOrderHeader><FlexBootTargets><FlexBootTarget value="{0}"><RN value="my {0}" />
+</FlexBootTarget></FlexBootTargets></FlexBootOrder>"""
+
+
+def policies(bench):
+    """What the BMC has of policies and reports, from boot to boot: what is done, the last report's LastUpdate and first
+    target, and the names that policy show begins with."""
+    legacy = SERVER.replace("uefi_mode = 1", "uefi_mode = 0")
+    stale = '[platform]\npolicy_stale = "{}"\n'
+    for name, text in {"legacy": legacy, "early": legacy + stale.format("ReadBootOptions"),
+                       "late": legacy + stale.format("SetBootOptionPriorities")}.items():
+        (bench.work / f"{name}.toml").write_text(text)
+    for target in ("LANAny", "LocalHDDAny"):
+        (bench.work / f"{target}.xml").write_text(POLICY.format(target))
+    shutil.rmtree(bench.work / "st")
+    lasting, once, used, marker = ("ConfigPolicy.xml: for every boot", "OneTimeConfigPolicy.xml: for the next boot",
+                                   "OneTimeConfigPolicy_stale.xml: was used for one boot",
+                                   "ConfigPolicy_stale.xml: the platform called the policy stale")
+    lan, disk, none = ("IXMO", "LANAny"), ("IXMOOneTimeBoot", "LocalHDDAny"), ("BIOS", "NonPolicyTarget")
+    rows = (  # a server's name: it boots
+        ("policy remove", None, [], 2), ("policy set missing.xml", None, [], 2), ("policy set .", None, [], 2),
+        ("policy set LANAny.xml", None, [lasting]), ("legacy", lan, [lasting]),
+        ("policy set LocalHDDAny.xml --once", lan, [once, lasting]), ("legacy", disk, [lasting, used]),
+        ("legacy", lan, [lasting, used]), ("policy remove --once", lan, [lasting]),
+        ("late", lan, [lasting, marker]), ("early", none, [lasting, marker]),
+        ("policy set LANAny.xml", none, [lasting]), ("policy set LocalHDDAny.xml --once", none, [once, lasting]),
+        ("early", none, [once, lasting, marker]), ("policy remove", none, [once]), ("legacy", disk, [used]),
+        ("policy remove --once", disk, []), ("policy remove --once", disk, [], 2), ("legacy", none, []))
+    for number, (doing, reported, shown, *status) in enumerate(rows):
+        what = (number, doing)
+        if (bench.work / f"{doing}.toml").exists():
+            bench.boot(server=f"{doing}.toml")
+        else:
+            bench.run("bmc", "st", *doing.split(), status=status[0] if status else 0)
+        text = bench.run("bmc", "st", "policy", "show")
+        names = [line for line in text.splitlines() if ".xml: " in line]
+        assert names == shown and (text == "no policy\n") == (not shown), (what, text)
+        reports = json.loads(bench.run("bmc", "st", "report", "--json"))
+        text = bench.run("bmc", "st", "report")
+        if reported is None:
+            assert reports == [] and text.startswith("no report"), (what, text)
+            continue
+        (report,) = reports
+        targets = report["targets"]
+        assert (report["header"]["LastUpdate"], targets[0]["type"]) == reported and not report["error"], (what, report)
+        counted = [target for target in targets if target["ErrorCode"] == "0" or reported == none]
+        assert int(report["header"]["TotalActualTargets"]) == len(counted), (what, report)
+        assert (f'done; target "my {targets[0]["type"]}"' in text) == (reported != none), (what, text)
+        assert report["debug"] not in text and report["debug"] in bench.run("bmc", "st", "report", "--debug"), what
+    (bench.work / "cut.xml").write_text(POLICY[:60])
+    bench.run("bmc", "st", "put", "ActualOrder.xml", "cut.xml")
+    assert json.loads(bench.run("bmc", "st", "report", "--json", status=2))[0]["error"].startswith("line 1: ")
+    bench.run("bmc", "st", "policy", "set", "cut.xml")
+    assert "the driver refuses the policy" in bench.run("bmc", "st", "policy", "show", status=2)
+
+
 def ends(bench):
     """Results of boots that end otherwise hold to the schema too."""
     (bench.work / "menu.toml").write_text(SERVER + '[front_end]\nkind = "menu"\n')
@@ -191,7 +249,7 @@ def ends(bench):
 
 def main(sim):
     wrong = 0
-    for story in (requests, faults, devices_without_option, edits, damaged, ends):
+    for story in (requests, faults, devices_without_option, edits, damaged, policies, ends):
         with tempfile.TemporaryDirectory() as folder:
             try:
                 story(Bench(sim, Path(folder)))
