@@ -221,6 +221,35 @@ TEST_F(BootOrderTableTest, AChangedTableIsKeptAndMarksTheBoot) {
   EXPECT_EQ(NonVolatileWrites(), writes);
 }
 
+// A header and its member share a number, which stands for what the header is.
+TEST_F(BootOrderTableTest, AMemberAloneNamesNoGroup) {
+  for (const bool active : {true, false}) {
+    SCOPED_TRACE(active);
+    NextBoot();
+    sim::DevicePath path;
+    path.File(u"a");
+    for (const bool isHeader : {true, false}) {
+      bds::BOOT_OPTION* option = bds::CreateBootOption(bds::BootOptionList);
+      option->BootOptionNumber = 5;
+      option->GroupHeader = isHeader ? TRUE : FALSE;
+      option->Attributes = active || !isHeader ? LOAD_OPTION_ACTIVE : 0;
+      option->FilePathList.reset(
+          static_cast<EFI_DEVICE_PATH_PROTOCOL*>(bds::AllocateCopyPool(path.Size(), path.Bytes().data())));
+      option->FilePathListLength = path.Size();
+    }
+    bds::PoolBuffer built;
+    EXPECT_EQ(bds::CreateSmBotData(built), EFI_SUCCESS);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(built.Data.get());
+    const auto seen = sim::BootOrderTable::Parse({bytes, built.Size});
+    ASSERT_TRUE(seen && seen->sumIsGood && seen->damage.empty());
+    EXPECT_EQ(seen->Groups(), active ? Bytes{bds::kBotEfi} : Bytes{});
+    EXPECT_EQ(seen->names.size(), active ? 1U : 0U);
+    while (bds::BootOptionList.First != nullptr) {
+      bds::DeleteBootOption(bds::BootOptionList, bds::BootOptionList.First);
+    }
+  }
+}
+
 TEST_F(BootOrderTableTest, DumpShowsTwelveItems) {
   const struct {
     std::uint8_t items;

@@ -165,6 +165,7 @@ TEST_F(GroupOrder, ABadTableLeavesAllAsItWas) {
     AddOption(entry, 2);
     bds::SetGroupBootOrder();
     EXPECT_EQ(Order(), (Groups{1, 2, 0, 5, 8, 7}));
+    ASSERT_NE(bds::BootOptionList.First, nullptr);
     EXPECT_EQ(bds::BootOptionList.First->BootOptionNumber, 1);
     bds::DeleteBootOption(bds::BootOptionList, bds::BootOptionList.First);
   }
