@@ -63,8 +63,8 @@ struct OptionReport {
   bool readable = true;  // false: BootOrder names it, but there is no such variable, or it is malformed
   std::uint32_t attributes = 0;
   std::u16string name;
-  std::string path;    // of its first device path
-  std::string device;  // the same behind the mask of a device that was absent
+  std::string path;         // of its first device path
+  std::string device = {};  // the same behind the mask of a device that was absent
   bool legacy = false;
   bool firmware = false;  // it carries the firmware's marker
   bool group = false;
