@@ -20,10 +20,9 @@ bool HasFirmwareMarker(const STORED_OPTION& option) {
 // Without data that says more, an option counts as an operating system's.
 bool HasNoData(const STORED_OPTION& option) { return option.OptionalData.size() < sizeof(OptionMarker); }
 
-// As the driver makes one for a loader, though without its marker: where the policy engine runs, each option of a
-// present partition is given up to the operating system before it is saved. A system's installer may write the very
-// same.
-bool LooksMadeForLoader(const STORED_OPTION& option) {
+// The driver's own for a loader, though without its marker: where the policy engine runs, each option of a present
+// partition is given up to the operating system before it is saved.
+bool WasMadeForLoader(const STORED_OPTION& option) {
   return option.OptionalData.empty() && IsOsLoaderOption(option.Description, option.Path);
 }
 
@@ -32,18 +31,6 @@ bool HasDataOfItsOwn(const STORED_OPTION& option, const STORED_OPTION& twin) {
   const Bytes data = option.OptionalData;
   return !data.empty() && !IsFirmwareData(data) &&
          (data.size() != twin.OptionalData.size() || !EqualMemory(data.data(), twin.OptionalData.data(), data.size()));
-}
-
-bool SameDescription(const STORED_OPTION& a, const STORED_OPTION& b) {
-  return a.Description.size() == b.Description.size() &&
-         EqualMemory(a.Description.data(), b.Description.data(), a.Description.size());
-}
-
-// An option that looks like the driver's own may be a system's, so that one with data of its own makes it superfluous
-// only as the same entry of the menu: Windows writes its option under the driver's name, with data.
-bool Supersedes(const STORED_OPTION& option, const STORED_OPTION& made) {
-  return !IsFirmwareData(option.OptionalData) && LooksMadeForLoader(made) &&
-         (!HasDataOfItsOwn(option, made) || SameDescription(option, made));
 }
 
 // Which of two options for one loader goes.
@@ -55,13 +42,15 @@ enum class Twins {
 };
 
 Twins Choose(const STORED_OPTION& first, const STORED_OPTION& second) {
-  if (!LooksMadeForLoader(first) && Supersedes(first, second)) {
+  const bool firstIsOurs = WasMadeForLoader(first);
+  if (!IsFirmwareData(first.OptionalData) && !firstIsOurs && WasMadeForLoader(second)) {
     return Twins::SecondGoes;
   }
   if (HasFirmwareMarker(second)) {
     return Twins::FirstMovesBack;
   }
-  const bool yields = HasNoData(second) ? !HasDataOfItsOwn(first, second) : Supersedes(second, first);
+  const bool secondIsTheirs = !IsFirmwareData(second.OptionalData);
+  const bool yields = HasNoData(second) ? !HasDataOfItsOwn(first, second) : firstIsOurs && secondIsTheirs;
   return yields ? Twins::FirstGoes : Twins::BothStay;
 }
 
@@ -97,7 +86,7 @@ class OrderReview {
 
 // An option that cannot be deleted stays in the order, else its variable would belong to nobody.
 bool OrderReview::Delete(const STORED_OPTION& option) {
-  if (const EFI_STATUS status = option.Variable.Delete(kNonVolatileBootRuntime); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = option.Variable.Delete(); EFI_ERROR(status)) {
     DebugPrint("%a:Deleting Boot%04X failed:%r\n", kAdjust, option.Number, status);
     return false;
   }
