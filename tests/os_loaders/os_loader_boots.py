@@ -129,9 +129,9 @@ ROWS = (
     Row("two of systems'", (DEBIAN,), (OWN,), (Option("older", DEBIAN), OWN), stbu=0),
     Row("with words of its own", (DEBIAN,), (WITH_WORDS, OWN), (WITH_WORDS, OWN), stbu=0),
     Row("made, then with words", (DEBIAN,), (MADE, WITH_WORDS), (MADE, WITH_WORDS), stbu=0),
-    # What an installer wrote is what the driver would; under one name the one with the data says more.
-    Row("an installer's, then with words", (DEBIAN,), (PLAIN, WITH_WORDS), (PLAIN, WITH_WORDS), stbu=0),
-    Row("with words, then an installer's", (DEBIAN,), (WITH_WORDS, PLAIN), (WITH_WORDS, PLAIN), stbu=0),
+    # Without data, under the driver's name: the one with data stays, whatever its name.
+    Row("given up, then with words", (DEBIAN,), (WITH_WORDS,), (PLAIN, WITH_WORDS), stbu=0),
+    Row("with words, then given up", (DEBIAN,), (WITH_WORDS,), (WITH_WORDS, PLAIN), stbu=0),
     Row("with words under one name", (DEBIAN,), (SAME_NAME,), (PLAIN, SAME_NAME), stbu=0,
         said=("Boot0001 debian: Boot0002 starts the same loader\n",)),
     Row("with words under one name, first", (DEBIAN,), (SAME_NAME,), (SAME_NAME, PLAIN), stbu=0,
