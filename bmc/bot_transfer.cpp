@@ -80,7 +80,7 @@ EFI_STATUS ReadBlocks(IpmiTransport& transport, std::span<UINT8> answer, std::by
     return EFI_BUFFER_TOO_SMALL;
   }
   ZeroMemory(buffer, needed);
-  DebugPrint("IPMI:BOT Table Length :%0x\n", header.Length);
+  DebugPrint("IPMI:BOT Table Length :%0x\n", UINT16{header.Length});  // a copy: the record is packed
   CopyBlocks(transport, answer, {buffer, needed});
   if (BotSum({buffer, needed}) != 0) {
     ZeroMemory(buffer, needed);
