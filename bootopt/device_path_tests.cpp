@@ -31,6 +31,9 @@ bool IsAnyUsbDeviceNode(const DevicePath* node) {
          usb.DeviceProtocol == 0xFF;
 }
 
+// A handle without the protocol says that it is something else; every other error says nothing.
+EFI_STATUS NotThereOr(EFI_STATUS status) { return status == EFI_UNSUPPORTED ? EFI_NOT_FOUND : status; }
+
 struct TestRow {
   DevicePathTest Test;
   const char* Name;
@@ -89,16 +92,27 @@ bool LocateDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device)
   return !EFI_ERROR(status) && located == device.DeviceHandle && IsEndOrFile(remaining);
 }
 
-bool PartitionDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
-  if (device.DeviceHandle == nullptr || !IsHardDriveNode(instance)) {
-    return false;
+EFI_STATUS ComparePartition(const DevicePath* instance, EFI_HANDLE handle) {
+  if (handle == nullptr || !IsHardDriveNode(instance)) {
+    return EFI_NOT_FOUND;
   }
-  const auto* blockIo = HandleProtocol<EFI_BLOCK_IO_PROTOCOL>(device.DeviceHandle);
+  EFI_BLOCK_IO_PROTOCOL* blockIo = nullptr;
+  if (const EFI_STATUS status = OpenOn(handle, blockIo); EFI_ERROR(status)) {
+    return NotThereOr(status);
+  }
   if (blockIo == nullptr || blockIo->Media == nullptr || blockIo->Media->LogicalPartition == FALSE) {
-    return false;
+    return EFI_NOT_FOUND;
   }
-  const DevicePath* last = LastNode(DevicePathOf(device.DeviceHandle));
-  return IsHardDriveNode(last) && IsSamePartition(instance, last);
+  DevicePath* path = nullptr;
+  if (const EFI_STATUS status = OpenOn(handle, path); EFI_ERROR(status)) {
+    return NotThereOr(status);
+  }
+  const DevicePath* last = LastNode(path);
+  return IsHardDriveNode(last) && IsSamePartition(instance, last) ? EFI_SUCCESS : EFI_NOT_FOUND;
+}
+
+bool PartitionDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
+  return !EFI_ERROR(ComparePartition(instance, device.DeviceHandle));
 }
 
 bool UsbClassDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {

@@ -86,7 +86,7 @@ class OrderReview {
 
 // An option that cannot be deleted stays in the order, else its variable would belong to nobody.
 bool OrderReview::Delete(const STORED_OPTION& option) {
-  if (const EFI_STATUS status = option.Variable.Delete(); EFI_ERROR(status)) {
+  if (const EFI_STATUS status = option.Variable.Delete(kNonVolatileBootRuntime); EFI_ERROR(status)) {
     DebugPrint("%a:Deleting Boot%04X failed:%r\n", kAdjust, option.Number, status);
     return false;
   }

@@ -71,15 +71,18 @@ EFI_STATUS FindPartitionHandle(const DevicePath* hardDriveNode, EFI_HANDLE& part
   if (const EFI_STATUS status = handles.Locate(ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>); EFI_ERROR(status)) {
     return status;
   }
+  EFI_STATUS answer = EFI_NOT_FOUND;
   for (const EFI_HANDLE handle : handles) {
-    BOOT_DEVICE device;
-    device.DeviceHandle = handle;
-    if (PartitionDevicePathTest(hardDriveNode, device)) {
+    const EFI_STATUS status = ComparePartition(hardDriveNode, handle);
+    if (!EFI_ERROR(status)) {
       partition = handle;
       return EFI_SUCCESS;
     }
+    if (status != EFI_NOT_FOUND) {
+      answer = status;
+    }
   }
-  return EFI_NOT_FOUND;
+  return answer;
 }
 
 }  // namespace bds

@@ -15,7 +15,7 @@ namespace bds {
 [[nodiscard]] EFI_STATUS CompareOsLoaderPath(Bytes optionPath, Bytes otherPath);
 
 // The handle of the partition that the hard-drive node names, known by number and signature. EFI_NOT_FOUND when it is
-// not there; any other error when the partitions cannot be listed, which tells nothing.
+// not there; any other error when the partitions cannot be listed, or one of them not be asked: that tells nothing.
 [[nodiscard]] EFI_STATUS FindPartitionHandle(const DevicePath* hardDriveNode, EFI_HANDLE& partition);
 
 }  // namespace bds

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "bootopt/vendor_nodes.h"
+#include "osopt/loader_path.h"
 #include "tests/support/boot_server.h"
 
 namespace {
@@ -63,6 +64,42 @@ TEST(DevicePathTests, PartitionComparesNumberAndSignatureOnly) {
   Check(bds::PartitionDevicePathTest, device, {{"no partition", HardDrive(2, 7) + End(), false}});
   blockIo.Media = nullptr;
   Check(bds::PartitionDevicePathTest, device, {{"no media record", HardDrive(2, 7) + End(), false}});
+}
+
+// Only when every handle could be asked is a partition gone: what is gone is deleted.
+TEST(DevicePathTests, PartitionIsGoneOnlyWhenEveryHandleAnswers) {
+  FakeServer firmware;
+  fake::BlockIo blockIo(true);
+  const EFI_HANDLE partition = firmware.AddHandle(PciRoot() + Pci(31, 2) + HardDrive(2, 7) + End());
+  firmware.Install<EFI_BLOCK_IO_PROTOCOL>(partition, blockIo);
+  firmware.Install<EFI_BLOCK_IO_PROTOCOL>(firmware.AddHandle(), blockIo);  // without a path
+  const Blob here = HardDrive(2, 7) + End();
+  const Blob gone = HardDrive(2, 8) + End();
+  struct Case {
+    const Blob& path;
+    UINT64 call;  // which one of this search fails; 0: none
+    EFI_STATUS failure;
+    EFI_STATUS expected;
+  };
+  const Case cases[] = {
+      {here, 0, EFI_SUCCESS, EFI_SUCCESS},
+      {gone, 0, EFI_SUCCESS, EFI_NOT_FOUND},
+      {gone, 1, EFI_UNSUPPORTED, EFI_NOT_FOUND},
+      {gone, 1, EFI_OUT_OF_RESOURCES, EFI_OUT_OF_RESOURCES},  // the block device
+      {here, 2, EFI_OUT_OF_RESOURCES, EFI_OUT_OF_RESOURCES},  // its path
+      {gone, 4, EFI_DEVICE_ERROR, EFI_DEVICE_ERROR},
+      {here, 3, EFI_DEVICE_ERROR, EFI_SUCCESS},  // found before
+  };
+  for (const Case& c : cases) {
+    UINT64 call = 0;
+    firmware.machine.Faults().SetCallHook([&](std::string_view service, std::uint64_t) {
+      return service == "HandleProtocol" && ++call == c.call ? std::optional(c.failure) : std::nullopt;
+    });
+    EFI_HANDLE found = nullptr;
+    EXPECT_EQ(bds::FindPartitionHandle(AsPath(c.path), found), c.expected) << c.call;
+    EXPECT_EQ(found, EFI_ERROR(c.expected) ? nullptr : partition) << c.call;
+  }
+  firmware.machine.Faults().SetCallHook(nullptr);
 }
 
 TEST(DevicePathTests, UsbClassTakesOnlyTheAnyDeviceNode) {
