@@ -136,7 +136,7 @@ struct DxeServicesModel::Calls {
     }
     for (const auto& each : Memory().Map()) {
       if (address >= each.BaseAddress && address - each.BaseAddress < each.Length) {
-        *descriptor = each;
+        std::memcpy(descriptor, &each, sizeof each);  // a loader's may lie at any address
         return EFI_SUCCESS;
       }
     }
