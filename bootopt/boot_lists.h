@@ -19,7 +19,7 @@ struct BOOT_OPTION_STATE {
   GROUP_ORDER GroupOrder = kDefaultGroupOrder;  // the groups' order on this boot; the BMC's wishes change it
   UNLOADED_OPTIONS Unloaded;                    // filled by ReadBootOptions, used up by SaveBootOptions
   bool OrderNotSaved = false;                   // the order of this boot did not reach NVRAM; set by SaveBootOptions
-  bool OrphansUncertain = false;  // memory ran out while devices were collected or matched: an orphan's may be present
+  bool OrphansUncertain = false;  // memory ran out before the matching's end: an orphan's device may be present
 };
 extern constinit BOOT_OPTION_STATE gBootOptions;
 

@@ -19,7 +19,7 @@ constexpr const EFI_GUID* kBootableProtocols[] = {
 
 void CollectProtocolDevices(const EFI_GUID& protocol) {
   HandleBuffer handles;
-  if (EFI_ERROR(WatchedStatus(handles.Locate(protocol)))) {
+  if (EFI_ERROR(handles.Locate(protocol))) {
     return;
   }
   for (const EFI_HANDLE handle : handles) {
@@ -53,15 +53,14 @@ EFI_STATUS CollectUsbBbsDevices() {
 }
 
 void CollectBootDevices() {
-  const PoolWatch watch;
   DebugPrint("CollectBootDevices:Protocol devices\n");
   for (const EFI_GUID* protocol : kBootableProtocols) {
     CollectProtocolDevices(*protocol);
   }
   DebugPrint("CollectBootDevices:BBS devices\n");
   CollectBbsDevices();
-  // A device that there was no memory for is not gone, and its option no orphan.
-  gBootOptions.OrphansUncertain = watch.Exhausted();
+  // A device that there was no memory for, to collect it or to connect it before, is not gone, and its option no orphan.
+  gBootOptions.OrphansUncertain = PoolWatch::SinceEntry().Exhausted();
 }
 
 }  // namespace bds

@@ -21,7 +21,8 @@ void CreateDefaultTimeout() {
 
 void TakeAllHandles() {
   HANDLE_ARRAY& all = gCore.AllHandles;
-  if (EFI_ERROR(BootServices()->LocateHandleBuffer(AllHandles, nullptr, nullptr, &all.Count, &all.Handles))) {
+  if (EFI_ERROR(
+          WatchedStatus(BootServices()->LocateHandleBuffer(AllHandles, nullptr, nullptr, &all.Count, &all.Handles)))) {
     all = {};
   }
 }

@@ -24,9 +24,13 @@ void FreePool(void* block);
 class PoolWatch {
  public:
   PoolWatch();
+  // A watch over the whole boot so far.
+  [[nodiscard]] static PoolWatch SinceEntry() { return PoolWatch{0}; }
   [[nodiscard]] bool Exhausted() const;
 
  private:
+  explicit PoolWatch(UINTN before) : before_(before) {}
+
   UINTN before_;
 };
 // Passes on the status of a service that allocates for its caller: its EFI_OUT_OF_RESOURCES counts as well.

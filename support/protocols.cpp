@@ -16,8 +16,8 @@ EFI_STATUS HandleBuffer::LocateAll() { return Fill(AllHandles, nullptr); }
 EFI_STATUS HandleBuffer::Fill(UINT32 searchType, const EFI_GUID* guid) {
   count_ = 0;
   UINTN count = 0;
-  const EFI_STATUS status = BootServices()->LocateHandleBuffer(static_cast<EFI_LOCATE_SEARCH_TYPE>(searchType), guid,
-                                                               nullptr, &count, handles_.put());
+  const EFI_STATUS status = WatchedStatus(BootServices()->LocateHandleBuffer(
+      static_cast<EFI_LOCATE_SEARCH_TYPE>(searchType), guid, nullptr, &count, handles_.put()));
   if (!EFI_ERROR(status) && handles_) {
     count_ = count;
   }
