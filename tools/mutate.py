@@ -16,8 +16,8 @@ the same program, is no mutant: another one is drawn. The copies lie in build/mu
 builds little; the tree itself is not touched.
 
 Tests run until the first one fails: the golden boots with the linked driver, the boots of policies, then whole boots and
-the unit tests of the line's directory. Prints killed or survived for each, the survivors as diffs, and the rate. Exit status 0, or 2 when
-nothing could be tried (the unchanged tree fails its tests)."""
+the unit tests of the line's directory. Prints killed or survived for each, the survivors as diffs, and the rate. Exit
+status 0, or 2 when nothing could be tried (the unchanged tree fails its tests)."""
 
 import argparse
 import difflib
@@ -277,6 +277,8 @@ class Copy:
             for server in POLICY_BOOTS:
                 script = self.root / "tests/policy_boots/policy_boots.py"
                 yield f"policy_boots {server}", self.run(script, ".", self.build / "bds-sim", server).returncode != 0
+            script = self.root / "tests/policy_boots/edges.py"
+            yield "policy edges", self.run(script, ".", self.build / "bds-sim").returncode != 0
         for name in self.programs(WHOLE_BOOTS) + self.programs(UNIT_TESTS.get(top, (f"{top}_", top))):
             yield name, self.notices(name)
 

@@ -28,7 +28,15 @@ struct GroupRow {
 constexpr GroupRow kGroups[] = {{0x01, "FDD"}, {0x08, "IHD"}, {0x03, "CDD"}, {0x05, "USB"},
                                 {0x06, "NIC"}, {0x80, "BEV"}, {0x10, "EFI"}};
 
+// What the driver sends of a boot under a policy, when the order is the policy's and not the table's.
+constexpr std::array<std::uint8_t, 19> kUnderPolicy{0x5F, 0x42, 0x4F, 0x5F, 0x16, 0x00, 0x5F, 0x13, 0x00, 0x00,
+                                                    0x00, 0x00, 0x08, 0x03, 0x01, 0x06, 0x08, 0x10, 0xFF};
+
 using Bytes = std::span<const std::uint8_t>;
+
+bool IsOfPolicyBoot(Bytes table) {
+  return table.size() >= kUnderPolicy.size() && std::equal(kUnderPolicy.begin(), kUnderPolicy.end(), table.begin());
+}
 
 std::uint16_t WordAt(Bytes bytes, std::size_t at) { return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8); }
 
@@ -145,6 +153,7 @@ std::vector<std::uint8_t> NewTable() {
   std::copy(kSignature.begin(), kSignature.end(), table.begin());
   table[kKindAt] = kKind;
   table.insert(table.end(), {BootOrderTable::kEnd, 0});
+  table[kLengthAt] = static_cast<std::uint8_t>(table.size());
   return table;
 }
 
@@ -213,6 +222,9 @@ std::vector<std::string> BootOrderTableText(Bytes bytes) {
   const auto table = BootOrderTable::Parse(bytes);
   if (!table) {
     return {fmt::format("{} bytes, no boot order table", bytes.size())};
+  }
+  if (IsOfPolicyBoot(bytes)) {
+    return {"order  that of the boot policy (bds-sim bmc DIR report)"};
   }
   std::vector<std::string> order;
   for (const std::uint8_t code : table->Groups()) {

@@ -271,6 +271,10 @@ class Server:
     def bootdev(self, *words):
         self.must(self.sim, "bmc", self.state, "bootdev", *words)
 
+    def bmc_does(self, *words):
+        """What a user of the BMC does: a bds-sim bmc command; paths are those of the source tree."""
+        self.must(self.sim, "bmc", self.state, *words)
+
     def put(self, name, text):
         (self.work / "put").write_bytes(bytes.fromhex(text))
         self.must(self.sim, "bmc", self.state, "put", name, self.work / "put")
