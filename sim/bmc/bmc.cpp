@@ -1,6 +1,8 @@
 // The BMC put together.
 #include "sim/bmc/bmc.h"
 
+#include <utility>
+
 namespace sim {
 
 std::unique_ptr<Bmc> Bmc::Create(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks,
@@ -34,7 +36,7 @@ Bmc::Bmc(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks)
 bool Bmc::ConnectIpmi(std::string& error) {
   if (options_.ipmi.empty()) {
     IpmiModel::Events events;
-    events.onChange = [this] { SaveState(); };
+    events.onChange = [this] { OnChange(); };
     events.onOneTimeStale = [this] {
       static_cast<void>(files_.Rename("OneTimeConfigPolicy.xml", "OneTimeConfigPolicy_stale.xml"));
     };
@@ -62,12 +64,21 @@ void Bmc::ResetInterface() {
   server_.CloseAll();
 }
 
-// A change is on disk before the power can go.
-void Bmc::SaveState() {
+Bmc::~Bmc() { WriteParameters(); }
+
+void Bmc::WriteParameters() {
   std::string error;
+  if (!std::exchange(changed_, false)) {
+    return;
+  }
   if (options_.folder && !state_.Save(ParametersOf(*options_.folder), error)) {
     counters_.Complain("BMC: " + error);
   }
+}
+
+// What changed is remembered before the power can go.
+void Bmc::OnChange() {
+  changed_ = true;
   if (hooks_.onWrite) {
     hooks_.onWrite("bmc");
   }

@@ -30,6 +30,7 @@ class Bmc {
                                      std::string& error);
   Bmc(const Bmc&) = delete;
   Bmc& operator=(const Bmc&) = delete;
+  ~Bmc();
 
   static std::filesystem::path FilesOf(const std::filesystem::path& folder) { return folder / "files"; }
   static std::filesystem::path ParametersOf(const std::filesystem::path& folder) { return folder / "parameters.toml"; }
@@ -39,6 +40,10 @@ class Bmc {
   // What a reset of the server does to its side of the BMC; files and parameters keep.
   void ResetInterface();
 
+  // Writes the parameters into the folder if they changed. Dozens of requests of a start change them, and each
+  // replacement of a file waits for the disk: whoever ends a start calls this, and the destructor does.
+  void WriteParameters();
+
   FileStore& Files() { return files_; }
   BtInterface& Interface() { return interface_; }
   BmcState& State() { return state_; }  // of the built-in model
@@ -47,7 +52,7 @@ class Bmc {
  private:
   Bmc(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks);
   bool ConnectIpmi(std::string& error);
-  void SaveState();
+  void OnChange();
   void EndSetInProgress();
 
   BmcOptions options_;
@@ -58,6 +63,7 @@ class Bmc {
   FileServer server_;
   BtInterface interface_;
   BmcState state_;
+  bool changed_ = false;  // since the parameters were last written
   std::unique_ptr<IpmiResponder> responder_;
   std::unique_ptr<FaultyResponder> faulty_;
   std::unique_ptr<IpmiTransportDevice> transport_;

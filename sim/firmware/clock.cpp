@@ -85,13 +85,6 @@ void Clock::SetStepLimit(std::uint64_t steps, std::function<void()> onLimit) {
   onStepLimit_ = std::move(onLimit);
 }
 
-void Clock::Step() {
-  EndRows();
-  if (stepsLeft_ == 0) {
-    CallOnce(onStepLimit_);
-    return;
-  }
-  --stepsLeft_;
-}
+void Clock::EndSteps() { CallOnce(onStepLimit_); }
 
 }  // namespace sim

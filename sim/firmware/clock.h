@@ -65,7 +65,14 @@ class Clock {
   void SetLimit(Ticks ticks, std::function<void()> onLimit);
   // The same for steps, the service calls and the like that may take no virtual time.
   void SetStepLimit(std::uint64_t steps, std::function<void()> onLimit);
-  void Step();
+  void Step() {
+    EndRows();
+    if (stepsLeft_ == 0) {
+      EndSteps();
+      return;
+    }
+    --stepsLeft_;
+  }
 
   // The timer source (the event manager): when the next timer is due, and the order to fire it.
   struct TimerSource {
@@ -79,6 +86,7 @@ class Clock {
 
  private:
   void MoveTo(Ticks time, Passing passing);
+  void EndSteps();
 
   Ticks now_ = 0;
   TimesPassed passed_{};

@@ -153,31 +153,30 @@ EFI_STATUS EventManager::SetTimer(EFI_EVENT token, EFI_TIMER_DELAY type, UINT64 
   event->period = type == TimerPeriodic ? step : 0;
   event->due = clock_.After(step);
   event->timerSequence = ++sequence_;
+  FindNextTimer();
   return EFI_SUCCESS;
 }
 
 bool EventManager::NextDue(Ticks& due) const {
-  const Event* next = nullptr;
-  for (const Event* event : order_) {
-    if (event->armed && (next == nullptr || event->due < next->due)) {
-      next = event;
-    }
-  }
-  if (next == nullptr || tpl_ >= TPL_HIGH_LEVEL) {
+  if (nextTimer_ == nullptr || tpl_ >= TPL_HIGH_LEVEL) {
     return false;
   }
-  due = next->due;
+  due = nextTimer_->due;
   return true;
 }
 
-void EventManager::FireNext() {
-  Event* next = nullptr;
+void EventManager::FindNextTimer() {
+  nextTimer_ = nullptr;
   for (Event* event : order_) {
-    if (event->armed && (next == nullptr || event->due < next->due ||
-                         (event->due == next->due && event->timerSequence < next->timerSequence))) {
-      next = event;
+    if (event->armed && (nextTimer_ == nullptr || event->due < nextTimer_->due ||
+                         (event->due == nextTimer_->due && event->timerSequence < nextTimer_->timerSequence))) {
+      nextTimer_ = event;
     }
   }
+}
+
+void EventManager::FireNext() {
+  Event* const next = nextTimer_;
   if (next == nullptr) {
     return;
   }
@@ -185,6 +184,7 @@ void EventManager::FireNext() {
   next->armed = next->period != 0;
   next->due = next->period > ~next->due ? ~Ticks{0} : next->due + next->period;
   next->timerSequence = ++sequence_;
+  FindNextTimer();
   static_cast<void>(Signal(next->token));
 }
 
@@ -229,6 +229,9 @@ EFI_STATUS EventManager::Close(EFI_EVENT token) {
   }
   pending_.remove(event);
   order_.remove(event);
+  if (event == nextTimer_) {
+    FindNextTimer();
+  }
   machine_.Handles().ForgetEvent(token);
   events_.erase(token);
   return EFI_SUCCESS;

@@ -52,6 +52,8 @@ class EventManager final : public Clock::TimerSource {
   void SignalOne(Event& event);
   void Queue(Event& event);
   void RunPending();
+  // To be called when a timer was set, fired or closed.
+  void FindNextTimer();
 
   Machine& machine_;
   Clock& clock_;
@@ -59,8 +61,9 @@ class EventManager final : public Clock::TimerSource {
   EFI_TPL tpl_ = TPL_APPLICATION;
   std::uint64_t sequence_ = 0;
   std::unordered_map<EFI_EVENT, std::unique_ptr<Event>> events_;
-  std::list<Event*> order_;    // creation order: groups are signalled in it
-  std::list<Event*> pending_;  // highest priority first
+  std::list<Event*> order_;     // creation order: groups are signalled in it
+  Event* nextTimer_ = nullptr;  // of the armed timers the one that is due first; null when none is armed
+  std::list<Event*> pending_;   // highest priority first
 };
 
 }  // namespace sim

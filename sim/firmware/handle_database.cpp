@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "sim/firmware/device_path_builder.h"
 #include "sim/firmware/guid_text.h"
@@ -53,17 +52,10 @@ HandleDatabase::Interface* HandleDatabase::Mutable(EFI_HANDLE handle, const EFI_
 }
 
 std::vector<EFI_HANDLE> HandleDatabase::With(const EFI_GUID& guid) const {
-  std::vector<std::pair<std::uint64_t, EFI_HANDLE>> found;
-  for (const auto& [handle, interfaces] : handles_) {
-    for (const Interface& interface : interfaces) {
-      if (interface.guid == guid) {
-        found.emplace_back(interface.sequence, handle);
-      }
-    }
-  }
-  std::sort(found.begin(), found.end());
+  const HandleIndex::Carriers& carriers = index_.With(guid);
   std::vector<EFI_HANDLE> handles;
-  for (const auto& [sequence, handle] : found) {
+  handles.reserve(carriers.size());
+  for (const auto& [sequence, handle] : carriers) {
     handles.push_back(handle);
   }
   return handles;
@@ -85,14 +77,17 @@ EFI_STATUS HandleDatabase::Install(EFI_HANDLE* handle, const EFI_GUID* guid, voi
     order_.push_back(*handle);
   }
   handles_[*handle].push_back({copy, pointer, ++sequence_, {}});
+  index_.Add(*handle, copy, pointer, sequence_);
   Notify(*handle, copy);
   return EFI_SUCCESS;
 }
 
 bool HandleDatabase::HasDevicePath(const EFI_DEVICE_PATH_PROTOCOL* path) const {
   const DevicePath wanted = DevicePath::Copy(path);
-  const std::vector<EFI_HANDLE> handles = With(ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>);
-  return !wanted.Empty() && std::any_of(handles.begin(), handles.end(), [&](EFI_HANDLE handle) {
+  bool valid = false;
+  const std::size_t size = FirstInstanceSize(wanted.Get(), valid);
+  const std::vector<EFI_HANDLE>& alike = index_.AtPath(wanted.Bytes().first(size));
+  return !wanted.Empty() && std::any_of(alike.begin(), alike.end(), [&](EFI_HANDLE handle) {
     return DevicePath::Copy(Get<EFI_DEVICE_PATH_PROTOCOL>(handle)) == wanted;
   });
 }
@@ -160,6 +155,9 @@ bool HandleDatabase::Release(EFI_HANDLE handle, const EFI_GUID& guid) {
 
 void HandleDatabase::RemoveInterface(EFI_HANDLE handle, const EFI_GUID& guid) {
   Interfaces& interfaces = handles_[handle];
+  if (const Interface* interface = Find(handle, guid); interface != nullptr) {
+    index_.Remove(handle, guid, interface->sequence);
+  }
   interfaces.remove_if([&guid](const Interface& interface) { return interface.guid == guid; });
   for (Registration& registration : registrations_) {
     if (registration.guid == guid) {
@@ -209,8 +207,10 @@ EFI_STATUS HandleDatabase::Reinstall(EFI_HANDLE handle, const EFI_GUID* guid, vo
   if (present == nullptr) {
     return EFI_NOT_FOUND;
   }
+  index_.Remove(handle, copy, present->sequence);
   present->pointer = newPointer;
   present->sequence = ++sequence_;
+  index_.Add(handle, copy, newPointer, sequence_);
   Notify(handle, copy);
   machine_.ConnectController(handle, nullptr, nullptr, true);
   return EFI_SUCCESS;
@@ -348,17 +348,18 @@ EFI_STATUS HandleDatabase::LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PAT
   if (!valid) {
     return EFI_INVALID_PARAMETER;
   }
+  // The longest path that the wanted one begins with, at each of its node boundaries from the last one back.
+  std::vector<std::size_t> boundaries{0};
+  const auto* bytes = reinterpret_cast<const std::byte*>(*path);
+  while (boundaries.back() < size) {
+    const auto* node = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(bytes + boundaries.back());
+    boundaries.push_back(boundaries.back() + (node->Length[0] | node->Length[1] << 8));
+  }
   EFI_HANDLE best = nullptr;
-  std::size_t bestSize = 0;
-  for (const EFI_HANDLE handle : With(*guid)) {
-    const auto* candidate = Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
-    bool candidateValid = false;
-    const std::size_t candidateSize = candidate == nullptr ? 0 : FirstInstanceSize(candidate, candidateValid);
-    // A node boundary of the candidate is one of the path too, since the bytes before it are the same.
-    if (candidateValid && candidateSize <= size && (best == nullptr || candidateSize > bestSize) &&
-        std::memcmp(candidate, *path, candidateSize) == 0) {
-      best = handle;
-      bestSize = candidateSize;
+  while (best == nullptr && !boundaries.empty()) {
+    best = FirstAt({bytes, boundaries.back()}, *guid);
+    if (best == nullptr) {
+      boundaries.pop_back();
     }
   }
   if (best == nullptr) {
@@ -368,8 +369,21 @@ EFI_STATUS HandleDatabase::LocateDevicePath(const EFI_GUID* guid, EFI_DEVICE_PAT
     return EFI_INVALID_PARAMETER;
   }
   *device = best;
-  *path = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL*>(reinterpret_cast<std::byte*>(*path) + bestSize);
+  *path = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL*>(reinterpret_cast<std::byte*>(*path) + boundaries.back());
   return EFI_SUCCESS;
+}
+
+EFI_HANDLE HandleDatabase::FirstAt(std::span<const std::byte> nodes, const EFI_GUID& guid) const {
+  EFI_HANDLE first = nullptr;
+  std::uint64_t sequence = 0;
+  for (const EFI_HANDLE handle : index_.AtPath(nodes)) {
+    const Interface* interface = Find(handle, guid);
+    if (interface != nullptr && (first == nullptr || interface->sequence < sequence)) {
+      first = handle;
+      sequence = interface->sequence;
+    }
+  }
+  return first;
 }
 
 EFI_STATUS HandleDatabase::LocateProtocol(const EFI_GUID* guid, void* registration, void** pointer) {
@@ -387,11 +401,11 @@ EFI_STATUS HandleDatabase::LocateProtocol(const EFI_GUID* guid, void* registrati
     }
     return EFI_NOT_FOUND;
   }
-  const std::vector<EFI_HANDLE> handles = With(*guid);
-  if (handles.empty()) {
+  const HandleIndex::Carriers& carriers = index_.With(*guid);
+  if (carriers.empty()) {
     return EFI_NOT_FOUND;
   }
-  *pointer = Find(handles.front(), *guid)->pointer;
+  *pointer = Find(carriers.front().second, *guid)->pointer;
   return EFI_SUCCESS;
 }
 

@@ -3,10 +3,12 @@
 
 #include <cstdint>
 #include <list>
-#include <map>
+#include <span>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/boot_services.h"
+#include "sim/firmware/handle_index.h"
 
 namespace sim {
 
@@ -80,10 +82,13 @@ class HandleDatabase {
   // The same for one driver, given by its binding's handle.
   bool ReleaseFrom(EFI_HANDLE handle, const EFI_GUID& guid, EFI_HANDLE driver);
   void Notify(EFI_HANDLE handle, const EFI_GUID& guid);
+  // The first that the protocol was installed on of the handles whose device path has just these nodes; null: none.
+  EFI_HANDLE FirstAt(std::span<const std::byte> nodes, const EFI_GUID& guid) const;
   void RemoveInterface(EFI_HANDLE handle, const EFI_GUID& guid);
 
   Machine& machine_;
-  std::map<EFI_HANDLE, Interfaces> handles_;
+  std::unordered_map<EFI_HANDLE, Interfaces> handles_;
+  HandleIndex index_;
   std::vector<EFI_HANDLE> order_;
   std::list<Registration> registrations_;
   std::list<EFI_GUID> guids_;

@@ -75,9 +75,7 @@ class PortInstruction {
   void OutString(PortBus& ports, std::uint16_t port, bool repeat) {
     const auto* source = reinterpret_cast<const std::uint8_t*>(registers_[REG_RSI]);
     const std::uint64_t count = repeat ? static_cast<std::uint64_t>(registers_[REG_RCX]) : 1;
-    for (std::uint64_t i = 0; i < count; ++i) {
-      ports.Out(port, source[i], 1);
-    }
+    ports.OutString(port, {source, count});
     registers_[REG_RSI] += static_cast<greg_t>(count);
     if (repeat) {
       registers_[REG_RCX] = 0;

@@ -9,9 +9,7 @@ UINT32 IoRead32(UINT16 Port) { return sim::Machine::Current().Ports().In(Port, 4
 void IoWrite8(UINT16 Port, UINT8 Value) { sim::Machine::Current().Ports().Out(Port, Value, 1); }
 
 void IoWriteString8(UINT16 Port, const UINT8* Data, UINTN Count) {
-  for (UINTN i = 0; i < Count; ++i) {
-    sim::Machine::Current().Ports().Out(Port, Data[i], 1);
-  }
+  sim::Machine::Current().Ports().OutString(Port, {Data, Count});
 }
 
 UINT64 ReadTimeStampCounter() { return sim::Machine::Current().Time().ReadTimeStampCounter(); }

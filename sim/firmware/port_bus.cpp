@@ -1,5 +1,7 @@
 #include "sim/firmware/port_bus.h"
 
+#include <algorithm>
+
 #include "sim/firmware/clock.h"
 #include "sim/firmware/counters.h"
 
@@ -15,17 +17,11 @@ std::uint32_t AllOnes(unsigned width) { return width >= 4 ? 0xFFFFFFFF : (1U << 
 
 }  // namespace
 
-void DebugLog::Put(char byte) {
-  if (byte == '\r') {
-    return;
-  }
-  text_.push_back(byte);
-  if (byte == '\n') {
-    const std::string line = text_.substr(lineStart_, text_.size() - 1 - lineStart_);
-    lineStart_ = text_.size();  // the handler may make the driver write on
-    if (handler_) {
-      handler_(line);
-    }
+void DebugLog::EndLine() {
+  const std::string line = text_.substr(lineStart_, text_.size() - 1 - lineStart_);
+  lineStart_ = text_.size();  // the handler may make the driver write on
+  if (handler_) {
+    handler_(line);
   }
 }
 
@@ -42,7 +38,7 @@ std::vector<std::string> DebugLog::Lines() const {
   return lines;
 }
 
-PortBus::PortBus(Clock& clock, Counters& counters) : clock_(clock), counters_(counters) {
+PortBus::PortBus(Clock& clock, Counters& counters) : clock_(clock), counters_(counters), ownerOf_(0x10000) {
   ClaimSerialPort();
   Claim(
       kPmTimerPort, kPmTimerPort + 3, [this](std::uint16_t, unsigned) { return clock_.ReadPmTimer(); },
@@ -68,19 +64,17 @@ void PortBus::ClaimSerialPort() {
     }
   };
   Claim(kSerialPort, kSerialPort + 7, read, write);
+  serialOwner_ = ownerOf_[kSerialPort];
 }
 
 void PortBus::Claim(std::uint16_t first, std::uint16_t last, Read read, Write write) {
-  owners_.push_back({first, last, std::move(read), std::move(write)});
+  owners_.push_back({std::move(read), std::move(write)});
+  std::fill(ownerOf_.begin() + first, ownerOf_.begin() + last + 1, static_cast<std::uint16_t>(owners_.size()));
 }
 
 const PortBus::Owner* PortBus::Find(std::uint16_t port) const {
-  for (auto owner = owners_.rbegin(); owner != owners_.rend(); ++owner) {
-    if (port >= owner->first && port <= owner->last) {
-      return &*owner;
-    }
-  }
-  return nullptr;
+  const std::uint16_t owner = ownerOf_[port];
+  return owner == 0 ? nullptr : &owners_[owner - 1];
 }
 
 void PortBus::Pass(std::uint16_t port) {
@@ -113,6 +107,19 @@ void PortBus::Out(std::uint16_t port, std::uint32_t value, unsigned width) {
   }
   if (owner->write) {
     owner->write(port, value & AllOnes(width), width);
+  }
+}
+
+void PortBus::OutString(std::uint16_t port, std::span<const std::uint8_t> bytes) {
+  const bool serial = port == kSerialPort && ownerOf_[port] == serialOwner_;
+  for (const std::uint8_t byte : bytes) {
+    // The log is most of what an image writes: its bytes take the short way to it.
+    if (serial && (lineControl_ & kDivisorLatch) == 0) {
+      clock_.Step();
+      log_.Put(static_cast<char>(byte));
+    } else {
+      Out(port, byte, 1);
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,15 @@ class DebugLog {
   using LineHandler = std::function<void(const std::string& line)>;
 
   // A byte as it left the port. Carriage returns are dropped; a line feed ends the line.
-  void Put(char byte);
+  void Put(char byte) {
+    if (byte == '\r') {
+      return;
+    }
+    text_.push_back(byte);
+    if (byte == '\n') {
+      EndLine();
+    }
+  }
   // Called for every whole line, without its end.
   void SetLineHandler(LineHandler handler) { handler_ = std::move(handler); }
   // Everything written, lines ended by "\n"; the last line may be unfinished.
@@ -28,6 +37,8 @@ class DebugLog {
   bool Contains(std::string_view part) const { return text_.find(part) != std::string::npos; }
 
  private:
+  void EndLine();
+
   std::string text_;
   std::size_t lineStart_ = 0;
   LineHandler handler_;
@@ -53,13 +64,13 @@ class PortBus {
   // "port.unclaimed.write".
   std::uint32_t In(std::uint16_t port, unsigned width);
   void Out(std::uint16_t port, std::uint32_t value, unsigned width);
+  // Byte by byte, as Out would write them.
+  void OutString(std::uint16_t port, std::span<const std::uint8_t> bytes);
 
   DebugLog& Log() { return log_; }
 
  private:
   struct Owner {
-    std::uint16_t first;
-    std::uint16_t last;
     Read read;
     Write write;
   };
@@ -71,6 +82,8 @@ class PortBus {
   Clock& clock_;
   Counters& counters_;
   std::vector<Owner> owners_;
+  std::vector<std::uint16_t> ownerOf_;  // by port: 1 more than the index of its owner; 0 for none
+  std::uint16_t serialOwner_ = 0;       // the 16550, as ownerOf_ names it
   DebugLog log_;
   std::uint8_t lineControl_ = 0;
 };

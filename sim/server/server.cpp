@@ -302,6 +302,7 @@ BootReport Server::Boot(const BootRequest& request) {
   }
   BootReport report;
   report.outcome = boot.machine.Run([&boot] { return boot.RunDriver(); });
+  boot.bmc->WriteParameters();
   boot.recorder.Finish(report, store_, boot.driver);
   if (request.afterEnd) {
     request.afterEnd(boot.machine, report.outcome);
