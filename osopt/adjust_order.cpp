@@ -20,10 +20,10 @@ bool HasFirmwareMarker(const STORED_OPTION& option) {
 // Without data that says more, an option counts as an operating system's.
 bool HasNoData(const STORED_OPTION& option) { return option.OptionalData.size() < sizeof(OptionMarker); }
 
-// The driver's own for a loader, though without its marker: where the policy engine runs, each option of a present
-// partition is given up to the operating system before it is saved.
-bool WasMadeForLoader(const STORED_OPTION& option) {
-  return option.OptionalData.empty() && IsOsLoaderOption(option.Description, option.Path);
+// The loader for which the driver makes just such an option, which may have lost its marker: where the policy engine
+// runs, each option of a present partition is given up to the operating system before it is saved.
+const OS_LOADER* MadeFor(const STORED_OPTION& option) {
+  return option.OptionalData.empty() ? FindOsLoader(option.Description, option.Path) : nullptr;
 }
 
 // What an operating system or a user gave the loader along, and the twin does not: this is another option.
@@ -31,6 +31,13 @@ bool HasDataOfItsOwn(const STORED_OPTION& option, const STORED_OPTION& twin) {
   const Bytes data = option.OptionalData;
   return !data.empty() && !IsFirmwareData(data) &&
          (data.size() != twin.OptionalData.size() || !EqualMemory(data.data(), twin.OptionalData.data(), data.size()));
+}
+
+// Whether one that looks like the driver's own is not needed beside the option of a system or a user. With data that
+// is another option, and what looks like the driver's may be the system's; unless no system's option looks like that.
+bool Supersedes(const STORED_OPTION& option, const STORED_OPTION& other) {
+  const OS_LOADER* loader = MadeFor(other);
+  return loader != nullptr && !IsFirmwareData(option.OptionalData) && (HasNoData(option) || !loader->AsInstalled);
 }
 
 // Which of two options for one loader goes.
@@ -42,15 +49,13 @@ enum class Twins {
 };
 
 Twins Choose(const STORED_OPTION& first, const STORED_OPTION& second) {
-  const bool firstIsOurs = WasMadeForLoader(first);
-  if (!IsFirmwareData(first.OptionalData) && !firstIsOurs && WasMadeForLoader(second)) {
+  if (MadeFor(first) == nullptr && Supersedes(first, second)) {
     return Twins::SecondGoes;
   }
   if (HasFirmwareMarker(second)) {
     return Twins::FirstMovesBack;
   }
-  const bool secondIsTheirs = !IsFirmwareData(second.OptionalData);
-  const bool yields = HasNoData(second) ? !HasDataOfItsOwn(first, second) : firstIsOurs && secondIsTheirs;
+  const bool yields = HasNoData(second) ? !HasDataOfItsOwn(first, second) : Supersedes(second, first);
   return yields ? Twins::FirstGoes : Twins::BothStay;
 }
 
@@ -102,34 +107,35 @@ void OrderReview::DecideAbsent(const STORED_OPTION& option) {
   }
 }
 
-// The first later option that starts the same loader.
-ORDER_PLACE* FindTwin(const ORDER_PLACE& place) {
+// The next option behind the place that starts the same loader as this one.
+ORDER_PLACE* FindTwin(const ORDER_PLACE& place, const STORED_OPTION& option) {
   ORDER_PLACE* twin = place.Next;
-  while (twin != nullptr && (twin->Processed || EFI_ERROR(CompareOsLoaderPath(twin->Option.Path, place.Option.Path)))) {
+  while (twin != nullptr && (twin->Processed || EFI_ERROR(CompareOsLoaderPath(twin->Option.Path, option.Path)))) {
     twin = twin->Next;
   }
   return twin;
 }
 
-// Between an option of an operating system and one of the firmware's, the system's stays.
+// Between an option of an operating system and one of the firmware's, the system's stays. A twin that stays too is
+// another option, and the next one may be none.
 void OrderReview::DecidePresent(ORDER_PLACE& place) {
-  for (;;) {  // each round processes one twin more
-    ORDER_PLACE* twin = FindTwin(place);
-    const Twins choice = twin != nullptr ? Choose(place.Option, twin->Option) : Twins::BothStay;
-    if (choice == Twins::BothStay || !Delete(choice == Twins::FirstGoes ? place.Option : twin->Option)) {
-      Keep(place.Option);
-      return;
+  STORED_OPTION* option = &place.Option;
+  for (ORDER_PLACE* twin = FindTwin(place, *option); twin != nullptr; twin = FindTwin(*twin, *option)) {
+    const Twins choice = Choose(*option, twin->Option);
+    if (choice == Twins::BothStay) {
+      continue;
+    }
+    if (!Delete(choice == Twins::FirstGoes ? *option : twin->Option)) {
+      break;
     }
     if (choice == Twins::FirstMovesBack) {
-      twin->Option = std::move(place.Option);  // placed when the walk comes there
+      twin->Option = std::move(*option);  // placed when the walk comes there
       return;
     }
     twin->Processed = true;
-    if (choice == Twins::FirstGoes) {
-      Keep(twin->Option);
-      return;
-    }
+    option = choice == Twins::FirstGoes ? &twin->Option : option;
   }
+  Keep(*option);
 }
 
 void OrderReview::Decide(ORDER_PLACE& place) {

@@ -8,17 +8,19 @@ namespace {
 
 // clang-format off
 constexpr OS_LOADER kOsLoaders[] = {
-    {.Path = u"\\EFI\\sles12\\shim.efi", .Description = u"sles", .Holds = kHoldsSles, .Said = "IsSles"},
+    {.Path = u"\\EFI\\sles12\\shim.efi", .Description = u"sles", .Holds = kHoldsSles,
+     .Said = "IsSles", .AsInstalled = true},
     {.Path = u"\\EFI\\UBUNTU\\SHIMX64.EFI", .Description = u"ubuntu", .Holds = kHoldsUbuntu, .Said = "IsUbuntu"},
-    {.Path = u"\\EFI\\redhat\\shim.efi", .Description = u"RedHat Boot Manager", .Holds = kHoldsRhel, .Said = "IsRhel"},
+    {.Path = u"\\EFI\\redhat\\shim.efi", .Description = u"RedHat Boot Manager", .Holds = kHoldsRhel,
+     .Said = "IsRhel", .AsInstalled = true},
     {.Path = u"\\EFI\\CENTOS\\shim.efi", .Description = u"CENTOS", .Holds = kHoldsCentos, .Said = "IsCentOS"},
     {.Path = u"\\EFI\\Microsoft\\Boot\\bootmgfw.efi", .Description = u"Windows Boot Manager", .Holds = kHoldsWindows},
     {.Path = u"\\EFI\\Suse\\elilo.efi", .Description = u"Suse Boot Manager"},
     {.Path = u"\\EFI\\Ubuntu\\grubx64.efi", .Description = u"ubuntu", .DuplicateOf = kHoldsUbuntu},
     {.Path = u"\\EFI\\Redhat\\elilo.efi", .Description = u"RedHat Boot Manager"},
     {.Path = u"\\EFI\\Redhat\\grub.efi", .Description = u"RedHat Boot Manager"},
-    {.Path = u"\\EFI\\opensuse\\grubx64.efi", .Description = u"opensuse"},
-    {.Path = u"\\EFI\\debian\\grubx64.efi", .Description = u"debian"},
+    {.Path = u"\\EFI\\opensuse\\grubx64.efi", .Description = u"opensuse", .AsInstalled = true},
+    {.Path = u"\\EFI\\debian\\grubx64.efi", .Description = u"debian", .AsInstalled = true},
     {.Path = u"\\EFI\\BOOT\\BOOTX64.EFI", .Description = u"UEFI OS",
      .DuplicateOf = kHoldsSles | kHoldsRhel | kHoldsCentos, .NotBeside = kHoldsWindows},
 };
@@ -34,10 +36,10 @@ bool EqualBytes(Bytes a, Bytes b) { return a.size() == b.size() && EqualMemory(a
 
 std::span<const OS_LOADER> OsLoaders() { return kOsLoaders; }
 
-bool IsOsLoaderOption(Bytes description, Bytes path) {
+const OS_LOADER* FindOsLoader(Bytes description, Bytes path) {
   const DevicePath* hardDrive = LeadingHardDrive(path);
   if (hardDrive == nullptr) {
-    return false;
+    return nullptr;
   }
   const Bytes rest = path.subspan(NodeLength(hardDrive));
   constexpr UINTN kNodes = sizeof(DevicePath) + sizeof(kEndEntireNode);
@@ -45,10 +47,10 @@ bool IsOsLoaderOption(Bytes description, Bytes path) {
     const Bytes file = TextBytes(loader.Path);
     if (EqualBytes(description, TextBytes(loader.Description)) && rest.size() == kNodes + file.size() &&
         EqualBytes(rest.subspan(sizeof(DevicePath), file.size()), file)) {
-      return true;
+      return &loader;
     }
   }
-  return false;
+  return nullptr;
 }
 
 }  // namespace bds

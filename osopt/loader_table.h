@@ -22,12 +22,13 @@ struct OS_LOADER {
   const char* Said = nullptr;  // the word that the log then sets TRUE
   UINT8 DuplicateOf = 0;       // the file is there, but is a copy of what one of these starts already
   UINT8 NotBeside = 0;         // the file is not even looked for beside one of these
+  bool AsInstalled = false;    // the system's installer may write the very option that the driver makes
 };
 
 // In the order in which a volume is searched: a loader comes before those that it makes superfluous.
 [[nodiscard]] std::span<const OS_LOADER> OsLoaders();
 
-// True for the name and the path, both to their ends, of an option that the driver makes for one of the loaders.
-[[nodiscard]] bool IsOsLoaderOption(Bytes description, Bytes path);
+// The loader for which the driver makes an option of this name and path, both to their ends; null: there is none.
+[[nodiscard]] const OS_LOADER* FindOsLoader(Bytes description, Bytes path);
 
 }  // namespace bds

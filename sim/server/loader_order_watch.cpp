@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <set>
+#include <span>
 
 #include "sim/firmware/handle_database.h"
 #include "sim/server/boot_recorder.h"
@@ -52,15 +53,16 @@ bool IsThere(const OptionReport& option, const HandleDatabase& handles) {
 // Numbers may be given anew, and a mask comes and goes.
 bool SameOption(const OptionReport& a, const OptionReport& b) { return a.name == b.name && a.device == b.device; }
 
-// Something that stood behind it before stands in front of it now.
-bool WasOvertaken(const std::vector<OptionReport>& before, std::size_t from, const std::vector<OptionReport>& now,
+bool Holds(std::span<const OptionReport> options, const OptionReport& option) {
+  return std::ranges::any_of(options, [&option](const OptionReport& other) { return SameOption(other, option); });
+}
+
+// Something that stood behind it alone before stands in front of it now; a double may have stood on both sides.
+bool WasOvertaken(std::span<const OptionReport> before, std::size_t from, std::span<const OptionReport> now,
                   std::size_t to) {
-  return std::any_of(before.begin() + static_cast<std::ptrdiff_t>(from) + 1, before.end(),
-                     [&now, to](const OptionReport& behind) {
-                       const auto end = now.begin() + static_cast<std::ptrdiff_t>(to);
-                       return std::any_of(now.begin(), end,
-                                          [&behind](const OptionReport& option) { return SameOption(option, behind); });
-                     });
+  return std::ranges::any_of(now.first(to), [&](const OptionReport& option) {
+    return Holds(before.subspan(from + 1), option) && !Holds(before.first(from + 1), option);
+  });
 }
 
 }  // namespace

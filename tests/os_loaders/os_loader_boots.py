@@ -59,7 +59,7 @@ class Option:
     label: str
     file: str
     data: bytes = b""
-    partition: str = "here"  # "gone": of a GPT that is not there; "mbr": of such an MBR
+    partition: str = "here"  # "smaller" than it is; "gone": of a GPT that is not there; "mbr": of such an MBR
     masked: bool = False
 
 
@@ -82,7 +82,7 @@ def made(label, file):
 
 OWN, MADE = Option("my system", DEBIAN), Option("debian", DEBIAN, FIRMWARE)
 WITH_WORDS, SAME_NAME = Option("debian quiet", DEBIAN, b"quiet\0"), Option("debian", DEBIAN, b"quiet\0")
-PLAIN = Option("debian", DEBIAN)
+PLAIN, SMALLER = Option("debian", DEBIAN), Option("debian", DEBIAN, partition="smaller")
 MADE_DEBIAN = made("debian", DEBIAN)
 DUPLICATE = "Duplicate Entry Found.Skipping..\n"
 ROWS = (
@@ -129,13 +129,22 @@ ROWS = (
     Row("two of systems'", (DEBIAN,), (OWN,), (Option("older", DEBIAN), OWN), stbu=0),
     Row("with words of its own", (DEBIAN,), (WITH_WORDS, OWN), (WITH_WORDS, OWN), stbu=0),
     Row("made, then with words", (DEBIAN,), (MADE, WITH_WORDS), (MADE, WITH_WORDS), stbu=0),
-    # Without data, under the driver's name: the one with data stays, whatever its name.
-    Row("given up, then with words", (DEBIAN,), (WITH_WORDS,), (PLAIN, WITH_WORDS), stbu=0),
-    Row("with words, then given up", (DEBIAN,), (WITH_WORDS,), (WITH_WORDS, PLAIN), stbu=0),
-    Row("with words under one name", (DEBIAN,), (SAME_NAME,), (PLAIN, SAME_NAME), stbu=0,
-        said=("Boot0001 debian: Boot0002 starts the same loader\n",)),
-    Row("with words under one name, first", (DEBIAN,), (SAME_NAME,), (SAME_NAME, PLAIN), stbu=0,
-        said=("Boot0002 debian: Boot0001 starts the same loader\n",)),
+    # Debian's installer writes what the driver does; with words it is another option, whatever its name.
+    *(Row(f"{name}, in this order: {order}", (DEBIAN,), two, two, stbu=0) for name, pair in
+      (("an installer's and one with words", (PLAIN, WITH_WORDS)), ("both under one name", (PLAIN, SAME_NAME)))
+      for order, two in ((1, pair), (2, pair[::-1]))),
+    # Nobody but the driver writes these without data; a word of three bytes counts as none.
+    *(Row(f"given up, beside {other.label} with data, {order}", (ours.file,), (other,), two, stbu=0,
+          said=(f"Boot000{two.index(ours) + 1} {ours.label}: Boot000{two.index(other) + 1} starts the same loader\n",))
+      for ours, other in ((Option("Windows Boot Manager", BOOTMGFW), Option("Windows-Start-Manager", BOOTMGFW, WINDOWS)),
+                          (Option("ubuntu", SHIM.replace("ubuntu/shimx64.efi", "UBUNTU/SHIMX64.EFI")),
+                           Option("ubuntu quiet", SHIM, b"quiet\0")),
+                          (PLAIN, Option("short", DEBIAN, b"abc")))
+      for order, two in ((1, (ours, other)), (2, (other, ours)))),
+    Row("one with words between two", (DEBIAN,), (OWN, WITH_WORDS), (MADE, WITH_WORDS, OWN), stbu=0),
+    Row("the system's between two given up", (DEBIAN,), (OWN,), (PLAIN, OWN, PLAIN), stbu=0),
+    # Where the partition begins and ends is part of the loader's path.
+    Row("before the partition was resized", (DEBIAN,), (SMALLER, MADE_DEBIAN), (SMALLER,)),
     # Of the firmware's other options the name and the path are those of today.
     Row("another name of the firmware's", (FALLBACK,), (made("UEFI: Hard Drive, Partition 1", None),),
         (Option("Old name", FALLBACK, FIRMWARE),), stbu=0),
@@ -149,10 +158,11 @@ def node(kind, subkind, body=b""):
 
 
 def hard_drive(image, partition):
-    if partition == "here":
+    if partition in ("here", "smaller"):
         table = image.read_bytes()[1024:1152]
         unique, first, last = struct.unpack_from("<16x16sQQ", table)
-        return node(4, 1, struct.pack("<IQQ16sBB", 1, first, last - first + 1, unique, 2, 2))
+        size = last - first + (1 if partition == "here" else -9)
+        return node(4, 1, struct.pack("<IQQ16sBB", 1, first, size, unique, 2, 2))
     kind = 1 if partition == "mbr" else 2
     return node(4, 1, struct.pack("<IQQ16sBB", 1, 2048, 4096, b"gone" + bytes(12), kind, kind))
 
@@ -210,6 +220,7 @@ class Server:
     def boot(self, image, kind="gpt"):
         """The options of the order as bytes; what the summary and the log say."""
         controller, port = ("ehci", "usb") if kind == "stick" else ("ahci", "sata")
+        before = [(number, self.option(number)) for number in self.order()]
         toml, log, report = self.work / "server.toml", self.work / "log", self.work / "json"
         toml.write_text(SERVER.format(stbu=self.stbu, controller=controller, port=port, image=image))
         done = subprocess.run([self.sim, "boot", toml, "--state", self.state, "--log", log, "--json", report,
@@ -224,7 +235,19 @@ class Server:
             default = (self.nvram / DEFAULT_ORDER).read_bytes()[4:]
             visible = {number for number, data in zip(self.order(), options) if not data[0] & 8}
             assert {each for (each,) in struct.iter_unpack("<H", default)} == visible, "DefaultBootOrder"
+        check_moves(before, [parse(data) for data in options], done.stdout)
         return [data for data in options if parse(data)[0] != SHELL], done.stdout + log.read_text()
+
+
+def check_moves(before, after, summary):
+    """The summary names each system's option that something passed which stood behind it, and no other."""
+    names = [parse(data) for _, data in before]
+    for at, (number, data) in enumerate(before):
+        name = names[at]
+        if name[1] and not data.endswith(FIRMWARE) and name in after:
+            passed = set(after[:after.index(name)]) & set(names[at + 1:]) - set(names[:at + 1])
+            told = f"Moved: Boot{number:04X} {name[0]} from place {at + 1} of the order" in summary
+            assert told == bool(passed), f"Boot{number:04X} {name[0]}: told {told}, passed by {passed}"
 
 
 def try_row(server, row):

@@ -290,7 +290,8 @@ void PairServer::Happen(const std::string& event, World& world) {
 
 void PairServer::Write(const World& world, const std::filesystem::path& folder) const {
   std::filesystem::create_directories(folder);
-  std::filesystem::copy(folder_, folder, std::filesystem::copy_options::overwrite_existing);
+  using enum std::filesystem::copy_options;
+  std::filesystem::copy(folder_, folder, overwrite_existing | recursive);
   std::ofstream(folder / "server.toml") << Text(world.hardware);
   Place(LoadServerDescription(folder / "server.toml"), world.kept, folder / "state");
 }
