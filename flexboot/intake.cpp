@@ -6,6 +6,7 @@
 #include "flexboot/policy_parser.h"
 #include "flexboot/stale_policy.h"
 #include "flexboot/state.h"
+#include "flexboot/used_policy.h"
 #include "support/debug_print.h"
 #include "support/event.h"
 #include "support/protocols.h"
@@ -57,10 +58,12 @@ bool ReadPieces(BT_FILE_CONTEXT& context, char* buffer, const char* reader) {
   return true;
 }
 
-EFI_STATUS ReadPolicyFile(const char* name, char* buffer, const char* reader) {
+// denied: the BMC said that it has no such file.
+EFI_STATUS ReadPolicyFile(const char* name, char* buffer, const char* reader, bool& denied) {
   BT_FILE_CONTEXT context;
   if (const UINT8 result = BtOpenFile(context, name, BT_OPEN_FILE); result != BT_DONE) {
     DebugPrint("%a:XML file open failed:%r\n", reader, BtStatusToEfiStatus(result));
+    denied = !BtUnheard(context);
     return EFI_DEVICE_ERROR;
   }
   const bool whole = ReadPieces(context, buffer, reader);
@@ -120,9 +123,21 @@ EFI_STATUS GoWithoutFile() {
   return mode->Mode == 0 ? ForgetCachedPolicy() : UseCachedPolicy();
 }
 
+// True when there is a policy for this boot only. One that an earlier boot used is none, though the BMC still has it.
+bool ReadOneTimePolicy(char* buffer) {
+  if (EFI_ERROR(GetOneTimeBoot(buffer))) {
+    return false;
+  }
+  if (WasUsedBefore(buffer)) {
+    ReportUsedPolicyAgain();
+    return false;
+  }
+  return true;
+}
+
 // The policy for one boot, else the persistent one.
 EFI_STATUS ReadPolicy(char* buffer) {
-  const UINT8 oneTime = EFI_ERROR(GetOneTimeBoot(buffer)) ? 0 : 1;
+  const UINT8 oneTime = ReadOneTimePolicy(buffer) ? 1 : 0;
   gFlexBoot.OneTimePolicy = oneTime != 0 ? ONE_TIME_POLICY::Read : ONE_TIME_POLICY::None;
   if (oneTime != 0) {
     DebugPrint(" One time boot from IXMO \n");
@@ -213,9 +228,19 @@ EFI_STATUS Publish(PoolPtr<FLEXBOOT_ORDER_HEADER> record, UINT8 mode) {
 
 }  // namespace
 
-EFI_STATUS GetOneTimeBoot(char* buffer) { return ReadPolicyFile("OneTimeConfigPolicy.xml", buffer, "GetOneTimeBoot"); }
+EFI_STATUS GetOneTimeBoot(char* buffer) {
+  bool denied = false;
+  const EFI_STATUS status = ReadPolicyFile("OneTimeConfigPolicy.xml", buffer, "GetOneTimeBoot", denied);
+  if (denied) {
+    ForgetUsedPolicy();
+  }
+  return status;
+}
 
-EFI_STATUS GetDatafromSAM(char* buffer) { return ReadPolicyFile("ConfigPolicy.xml", buffer, "GetDatafromSAM"); }
+EFI_STATUS GetDatafromSAM(char* buffer) {
+  bool ignored = false;
+  return ReadPolicyFile("ConfigPolicy.xml", buffer, "GetDatafromSAM", ignored);
+}
 
 EFI_STATUS ExtractZephBootOrder(FLEXBOOT_ORDER_HEADER** order) {
   *order = nullptr;

@@ -5,6 +5,7 @@
 #include "bmc/pm_timer.h"
 #include "bmc/state.h"
 #include "flexboot/state.h"
+#include "flexboot/used_policy.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
 #include "support/variables.h"
@@ -21,6 +22,7 @@ constexpr char kPolicyFile[] = "ConfigPolicy.xml";
 constexpr char kStalePolicyFile[] = "ConfigPolicy_stale.xml";
 constexpr char kOneTimeFile[] = "OneTimeConfigPolicy.xml";
 
+constexpr UINTN kTries = 2;               // of a renaming
 constexpr UINTN kClosePause = 2'000'000;  // microseconds that the BMC gets to close a policy's file
 
 void ForgetPolicy() {
@@ -50,18 +52,6 @@ bool WithdrawFlexBootOrder(const char* routine) {
   return true;
 }
 
-// A file that is not there is left alone.
-void MakeStale(BT_FILE_CONTEXT& context, const char* oldName, const char* newName) {
-  if (BtOpenFile(context, oldName, BT_OPEN_FILE) != BT_DONE) {
-    return;
-  }
-  static_cast<void>(BtCloseFile(context));
-  PmTimerStall(kBtSettleTime);
-  if (const UINT8 result = BtRenameFile(context, oldName, newName); result != BT_DONE) {
-    DebugPrint("Error making %a stale (%x)\n", oldName, result);
-  }
-}
-
 // A BMC that was not heard is asked once more: a policy that was applied and is not called stale holds for another
 // boot.
 UINT8 OpenHeard(BT_FILE_CONTEXT& context, const char* name) {
@@ -71,6 +61,26 @@ UINT8 OpenHeard(BT_FILE_CONTEXT& context, const char* name) {
     result = BtOpenFile(context, name, BT_OPEN_FILE);
   }
   return result;
+}
+
+// A file that is not there is left alone. A renaming that the BMC said nothing about is done again, unless it was done:
+// a policy that keeps its name would be in force at the next boot, over the order that its user set.
+void MakeStale(BT_FILE_CONTEXT& context, const char* oldName, const char* newName) {
+  for (UINTN tries = 0; tries < kTries; ++tries) {
+    if (OpenHeard(context, oldName) != BT_DONE) {
+      return;
+    }
+    static_cast<void>(BtCloseFile(context));
+    PmTimerStall(kBtSettleTime);
+    const UINT8 result = BtRenameFile(context, oldName, newName);
+    if (result == BT_DONE) {
+      return;
+    }
+    DebugPrint("Error making %a stale (%x)\n", oldName, result);
+    if (!BtUnheard(context)) {
+      return;
+    }
+  }
 }
 
 // True, and closed again, when the BMC has the file.
@@ -85,15 +95,18 @@ bool FindFile(const char* name, FormatString<> found) {
   return true;
 }
 
-void ReportOneTimeStale() {
+// True when the BMC took it.
+bool ReportOneTimeStale() {
   auto* transport = LocateProtocol<IpmiTransport>();
   if (transport == nullptr) {
     DebugPrint("%a:no IPMI transport\n", kOneTimeStale);
-    return;
+    return false;
   }
-  if (const EFI_STATUS status = SendOneTimeStaleRequest(*transport); !EFI_ERROR(status)) {
+  const EFI_STATUS status = SendOneTimeStaleRequest(*transport);
+  if (!EFI_ERROR(status)) {
     DebugPrint("Making %a stale (%r)\n", kOneTimeFile, status);
   }
+  return !EFI_ERROR(status);
 }
 
 void WriteStaleMarker() {
@@ -128,20 +141,34 @@ EFI_STATUS HandleStalePolicy() {
 
 VOID EFIAPI HandleOneTimeBootStale(EFI_EVENT, VOID*) {
   DebugPrint("RACK STAND ALONE:OneTime Config policy is stale, marking it as such.\n");
+  const bool applied = gFlexBoot.OneTimePolicy == ONE_TIME_POLICY::Applied;
   if (!FindFile(kOneTimeFile, "Found OneTimeConfigPolicy.xml File \n")) {
+    if (applied) {
+      NoteUsedPolicy();
+    }
     return;
   }
   DebugPrint("Closed the file. Now Rename it .\n");
   if (gFlexBoot.OneTimePolicy == ONE_TIME_POLICY::Read) {
     DebugPrint("%a:%a was not applied, it stays for the next boot\n", kOneTimeStale, kOneTimeFile);
   }
-  if (gFlexBoot.OneTimePolicy != ONE_TIME_POLICY::Applied) {
+  if (!applied) {
     return;
   }
   gFlexBoot.OneTimePolicy = ONE_TIME_POLICY::None;  // told once, however often a report is installed
   gBmc.OneTimePolicyInForce = TRUE;
-  ReportOneTimeStale();
+  if (!ReportOneTimeStale()) {
+    NoteUsedPolicy();
+  }
   static_cast<void>(WithdrawFlexBootOrder(kOneTimeStale));
+}
+
+void ReportUsedPolicyAgain() {
+  DebugPrint("%a:%a was used by an earlier boot, it is passed over\n", kOneTimeStale, kOneTimeFile);
+  BootServices()->Stall(kClosePause);
+  if (ReportOneTimeStale()) {
+    ForgetUsedPolicy();
+  }
 }
 
 VOID EFIAPI RackHandleStalePolicy(EFI_EVENT, VOID*) {

@@ -7,6 +7,7 @@
 #include "flexboot/policy_targets.h"
 #include "flexboot/slot_ports.h"
 #include "flexboot/slot_translation.h"
+#include "flexboot/used_policy.h"
 #include "platform/unicode_collation.h"
 
 namespace bds {
@@ -33,6 +34,8 @@ struct FLEXBOOT_STATE {
 
   // Written by the intake, by GenerateReportStruct and by HandleOneTimeBootStale.
   ONE_TIME_POLICY OneTimePolicy = ONE_TIME_POLICY::None;
+  // Of its text; written by WasUsedBefore.
+  POLICY_DIGEST OneTimeDigest;
 
   // The report's handle, null until one is installed, and the record behind it; written by GenerateReportStruct.
   EFI_HANDLE mActualOrderHandle = nullptr;

@@ -37,15 +37,19 @@ bool Bmc::ConnectIpmi(std::string& error) {
   if (options_.ipmi.empty()) {
     IpmiModel::Events events;
     events.onChange = [this] { OnChange(); };
-    events.onOneTimeStale = [this] {
-      static_cast<void>(files_.Rename("OneTimeConfigPolicy.xml", "OneTimeConfigPolicy_stale.xml"));
-    };
+    events.onOneTimeStale = [this] { MakeOneTimePolicyStale(); };
     responder_ = std::make_unique<IpmiModel>(state_, clock_, std::move(events));
   } else {
     auto client = std::make_unique<VmClient>();
     if (!client->Connect(options_.ipmi, error)) {
       return false;
     }
+    // The files are kept here, whoever answers the requests.
+    client->onDone = [this](std::uint8_t netFn, std::uint8_t command) {
+      if (IpmiModel::IsOneTimeStale(netFn, command)) {
+        MakeOneTimePolicyStale();
+      }
+    };
     responder_ = std::move(client);
   }
   faulty_ = std::make_unique<FaultyResponder>(*responder_, options_.ipmiFaults, hooks_.onFault);
@@ -53,6 +57,10 @@ bool Bmc::ConnectIpmi(std::string& error) {
   transport_->onExchange = hooks_.onIpmi;
   transport_->onTraffic = hooks_.onTraffic;
   return true;
+}
+
+void Bmc::MakeOneTimePolicyStale() {
+  static_cast<void>(files_.Rename("OneTimeConfigPolicy.xml", "OneTimeConfigPolicy_stale.xml"));
 }
 
 // A reset or start of the server ends the setting of parameters that it was in the middle of (IPMI 2.0, 28.14).

@@ -53,6 +53,7 @@ class Bmc {
   Bmc(BmcOptions options, Clock& clock, Counters& counters, BmcHooks hooks);
   bool ConnectIpmi(std::string& error);
   void OnChange();
+  void MakeOneTimePolicyStale();
   void EndSetInProgress();
 
   BmcOptions options_;

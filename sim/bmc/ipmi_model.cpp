@@ -29,6 +29,10 @@ constexpr std::uint8_t kKeepOnTimeout = 0x08;
 IpmiModel::IpmiModel(BmcState& state, const Clock& clock, Events events)
     : state_(state), clock_(clock), events_(std::move(events)) {}
 
+bool IpmiModel::IsOneTimeStale(std::uint8_t netFn, std::uint8_t command) {
+  return netFn == kOem && command == kOemOneTimeStale;
+}
+
 std::optional<IpmiReply> IpmiModel::Request(std::uint8_t netFn, std::uint8_t command,
                                             std::span<const std::uint8_t> data) {
   ExpireFlags();
@@ -41,7 +45,7 @@ std::optional<IpmiReply> IpmiModel::Request(std::uint8_t netFn, std::uint8_t com
     const BmcState before = state_;
     if (netFn == kChassis && command == kSetSystemBootOptions) {
       reply = Set(data);
-    } else if (netFn == kOem && command == kOemOneTimeStale) {
+    } else if (IsOneTimeStale(netFn, command)) {
       reply = Oem(data);
     }
     changed = !(state_ == before);

@@ -45,6 +45,9 @@ class IpmiModel : public IpmiResponder {
     std::function<void()> onOneTimeStale;  // after the OEM request
   };
 
+  // The OEM request's network function and command.
+  static bool IsOneTimeStale(std::uint8_t netFn, std::uint8_t command);
+
   // The state is the caller's and outlives the model. A request that it holds at the start has been followed by the
   // start of the server and does not expire.
   IpmiModel(BmcState& state, const Clock& clock, Events events);

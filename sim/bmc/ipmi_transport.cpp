@@ -45,7 +45,8 @@ EFI_STATUS IpmiTransportDevice::Send(UINT8 netFn, UINT8 command, std::span<const
     onExchange({netFn, command, request, reply ? &*reply : nullptr});
   }
   if (onTraffic) {
-    const std::string answer = reply ? fmt::format("{:02x} {}", reply->completion, TrafficBytes(reply->data, kWholeTraffic)) : "";
+    const std::string answer =
+        reply ? fmt::format("{:02x} {}", reply->completion, TrafficBytes(reply->data, kWholeTraffic)) : "";
     onTraffic(fmt::format("IPMI {:02x}/{:02x} > {} < {}", netFn, command, TrafficBytes(request, kWholeTraffic),
                           reply ? answer : "no answer [timeout]"));
   }

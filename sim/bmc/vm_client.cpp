@@ -138,7 +138,11 @@ std::optional<IpmiReply> VmClient::Request(std::uint8_t netFn, std::uint8_t comm
   if (socket_ < 0 || !SendAll(EncodeVmFrame(content), deadline)) {
     return std::nullopt;
   }
-  return AwaitReply(netFn, command, deadline);
+  const auto reply = AwaitReply(netFn, command, deadline);
+  if (reply && reply->completion == kIpmiDone && onDone) {
+    onDone(netFn, command);
+  }
+  return reply;
 }
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ class VmClient : public IpmiResponder {
  public:
   // How long, in real time, connecting and each answer may take.
   static constexpr std::chrono::milliseconds kPatience{3000};
+
+  // After each request that was answered as done.
+  std::function<void(std::uint8_t netFn, std::uint8_t command)> onDone;
 
   explicit VmClient(std::chrono::milliseconds patience = kPatience) : patience_(patience) {}
   VmClient(const VmClient&) = delete;
