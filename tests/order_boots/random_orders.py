@@ -1,21 +1,27 @@
 #!/usr/bin/env python3
-"""Boots servers on which a user of the BMC changes the boot order, disks come and go, and installers put options in
-front, at random: strict and loose, UEFI mode and not, standalone and managed. After every boot:
+"""Boots servers on which a user of the BMC changes the boot order and sets and removes policies, for every boot and for
+one, disks come and go, and installers put options in front, at random: strict and loose, UEFI mode and not, standalone
+and managed. After every boot:
 
 - the boot ended, nobody complained, no pool block is left;
 - the BMC's table has a good sum, is not marked, and agrees with BootOrder, Boot#### and LegacyDevOrder of the boot;
 - BootOrder names each option once, no two options are the same, and no Boot#### is outside of it;
-- an order changed at the BMC is in force; in loose mode no installer's option is lost; from the second boot without
+- under a policy the table is the fixed one, in force behind it again the list's;
+- an option that an installer made is only lost where the summary of the boot tells its reason, and that is one of strict
+  group order's, of the management mode's or of the step that deletes what no order names; on a standalone server in
+  loose group order none is lost;
+- an order changed at the BMC is in force; a policy for one boot is used once; from the second boot without
   an event on nothing in NVRAM changes (a new device's name in the table is still the CSM's on its first boot), in
   strict mode from the fourth on: groups that come back change the list that the next boot makes of the order.
 
-    random_orders.py SOURCE_DIR BDS_SIM [--boots N] [--seed S]    N boots, 20 to a server (default 60)
+    random_orders.py SOURCE_DIR BDS_SIM [--boots N] [--seed S] [--image BDS_EFI]    N boots, 20 to a server (default 60)
 
 Exit status: 0 no rule was broken, 1 one was, 77 tools for disk images are missing."""
 import argparse
 import concurrent.futures
 import json
 import random
+import re
 import shutil
 import struct
 import subprocess
@@ -32,7 +38,14 @@ GLOBAL = "8be4df61-93ca-11d2-aa0d-00e098032b8c"
 LEGACY_ORDER = "LegacyDevOrder-a56074db-65fe-45f7-bd21-2d2bdd8e9652"
 SHELL = bytes.fromhex("5cb9235026db9b42a648bd47664c8012")
 MASK = bytes.fromhex("e775e299a075374ba2e6c5385e6c00cb")
+HAVE_POLICY = "HavePBO-9dae27e6-9cc9-4972-bcdb-824573a2c2f6"
 GROUPS = {1: "FDD", 2: "IHD", 3: "CDD", 5: "USB", 6: "NIC", 0x80: "BEV"}
+UNDER_POLICY = bytes.fromhex("5F424F5F16005F1300000000080301060810FF")
+POLICIES = ("local_cdd", "local_hdd_any", "onboard_hdd_any", "lan_any", "uefi_shell", "usb", "local_storage_any")
+# What the summary may say of an installer's option, by what the server is: the management mode, the group order, UEFI off.
+REASONS = {"the management mode and the UEFI setting do not allow it", "no order names it",
+           "strict group order: the BMC does not name its group", "a UEFI option, and UEFI boot mode is off",
+           "the same as an option before it"}
 CODES = ("FDD", "IHD", "CDD", "USB", "NIC", "BEV", "EFI")
 ACTIVE = 1
 
@@ -70,6 +83,11 @@ class Option:
         return "shell" if path[4:20] == SHELL else "EFI"
 
 
+def options_of(files):
+    return {int(name[4:8], 16): Option(data) for name, data in files.items()
+            if name.startswith("Boot") and name[8:] == "-" + GLOBAL and not name.startswith("BootN")}
+
+
 class State:
     """What a boot left."""
 
@@ -77,8 +95,7 @@ class State:
         self.files = {file.name: file.read_bytes()[4:] for file in (folder / "nvram").iterdir()}
         order = self.files.get("BootOrder-" + GLOBAL, b"")
         self.order = [number for (number,) in struct.iter_unpack("<H", order)]
-        self.options = {int(name[4:8], 16): Option(data) for name, data in self.files.items()
-                        if name.startswith("Boot") and name[8:] == "-" + GLOBAL and not name.startswith("BootN")}
+        self.options = options_of(self.files)
 
     def legacy(self):
         """The entries of LegacyDevOrder by group."""
@@ -111,13 +128,15 @@ def describe(rng, disks, present, modes):
 
 
 class Server:
-    def __init__(self, source, bds_sim, folder, seed):
+    def __init__(self, source, bds_sim, folder, seed, image):
         self.rng = random.Random(seed)
         self.bds_sim, self.folder, self.state = bds_sim, folder, folder / "state"
+        self.policies = source / "examples" / "policies"
+        self.image = image
         self.disks = source / "build" / "run" / "disks"
         self.modes = (self.rng.random() < .5, int(self.rng.random() < .7), self.rng.random() < .3)
         self.present = sorted(name for name in DEVICES if name == "system" or self.rng.random() < .7)
-        self.installed, self.story, self.quiet, self.before = [], [], 0, None
+        self.installed, self.story, self.quiet, self.before, self.under_policy = [], [], 0, None, False
         folder.mkdir()
 
     def run(self, *words):
@@ -132,7 +151,8 @@ class Server:
 
     def event(self):
         """Something between two boots; the groups that the BMC's user asked for, if it was that."""
-        kind = self.rng.choice(("nothing", "nothing", "nothing", "nothing", "order", "order", "device", "install"))
+        kind = self.rng.choice(("nothing", "nothing", "nothing", "nothing", "order", "order", "device", "install",
+                                "policy", "once", "remove"))
         groups = None
         if kind == "order":
             groups = self.change_order()
@@ -144,29 +164,61 @@ class Server:
             run = self.run("vars", self.state, "add", f"System {len(self.story)}", path)
             assert run.returncode == 0, run.stderr
             self.installed.append(f"System {len(self.story)}")
+        elif kind in ("policy", "once"):
+            run = self.run("bmc", self.state, "policy", "set", self.policies / (self.rng.choice(POLICIES) + ".xml"),
+                           *(("--once",) if kind == "once" else ()))
+            assert run.returncode == 0, run.stderr
+        elif kind == "remove":
+            self.run("bmc", self.state, "policy", "remove")
         self.quiet = self.quiet + 1 if kind == "nothing" else 0
         self.story.append(f"{kind} {','.join(groups) if groups else ''}")
         return groups
 
     def boot(self, first):
         groups = None if first else self.event()
+        once = self.has("OneTimeConfigPolicy.xml")
         (self.folder / "server.toml").write_text(describe(self.rng, self.disks, self.present, self.modes))
         run = self.run("boot", self.folder / "server.toml", "--state", self.state, "--quiet", "--json",
-                       self.folder / "result.json", "--log", self.folder / "log.txt")
+                       self.folder / "result.json", "--log", self.folder / "log.txt", *self.image)
         if run.returncode not in (0, 3):
             return [f"exit status {run.returncode}: {run.stderr.strip()}"]
-        state = State(self.state)
-        faults = [*self.complaints(), *self.order_faults(state), *self.table_faults(state)]
+        state, order_was_policys = State(self.state), self.under_policy
+        # A changed table sets a policy aside, and one for one boot is withdrawn behind its report.
+        self.under_policy = state.files[HAVE_POLICY] == b"\1" and not groups and not once
+        faults = [*self.complaints(), *self.order_faults(state), *self.table_faults(state), *self.lost_options(state)]
+        if once:
+            faults += self.once_faults(used=not groups)
         if groups:
-            faults += self.change_faults(state, groups)
-        strict = self.modes[0]
-        if not strict:
-            names = {option.name for option in state.options.values()}
-            faults += [f"lost: {name}" for name in self.installed if name not in names and not self.modes[2]]
-        if self.quiet > (3 if strict else 1):
+            if self.has("ConfigPolicy.xml"):
+                faults.append("the policy is not stale")
+            # A table without names says "EFI" for the shell.
+            faults += self.change_faults(state, [each for each in groups if each != "EFI" or not order_was_policys])
+        if self.quiet > (3 if self.modes[0] else 1):
             faults += [f"changed on a quiet boot: {name}" for name in sorted(set(state.files) | set(self.before))
                        if state.files.get(name) != self.before.get(name)]
+        self.quiet = 0 if once else self.quiet
         self.before = state.files
+        return faults
+
+    def has(self, name):
+        return (self.state / "bmc" / "files" / name).exists()
+
+    def once_faults(self, used):
+        """It is used, reported and called stale, or it waits for the next boot. A managed server's report does not say."""
+        report = (self.state / "bmc" / "files" / "ActualOrder.xml").read_text(errors="replace")
+        found = ("IXMOOneTimeBoot" in report if not self.modes[2] else used, self.has("OneTimeConfigPolicy.xml"))
+        return [] if found == (used, not used) else [f"a policy for one boot: reported and there: {found}"]
+
+    def lost_options(self, state):
+        """Options that are gone and that nobody tells, or for a reason that is none for what an installer made."""
+        starts = json.loads((self.folder / "result.json").read_text())["boots"][0]["starts"]
+        told = {each["name"]: each["reason"] for start in starts for each in start["deleted_options"]}
+        kept = {option.name for option in state.options.values()}
+        lost = {option.name for option in options_of(self.before or {}).values()} - kept
+        faults = [f"gone untold: {name}" for name in lost if name not in told]
+        for name in lost.intersection(self.installed):
+            if told.get(name) not in REASONS or (not self.modes[0] and not self.modes[2]):
+                faults.append(f"lost: {name}: {told.get(name)}")
         return faults
 
     def complaints(self):
@@ -186,6 +238,9 @@ class Server:
         return faults
 
     def table_faults(self, state):
+        if self.under_policy:
+            held = re.search(r'boot_order_table = "(.*)"', (self.state / "bmc" / "parameters.toml").read_text())[1]
+            return [] if bytes.fromhex(held).startswith(UNDER_POLICY) else [f"table under a policy: {held}"]
         table = json.loads(self.run("bmc", self.state, "order", "--json", "-").stdout)
         if table["order"] is None:
             return ["the BMC has no table"]
@@ -218,8 +273,8 @@ class Server:
         return [f"asked for {groups}, kept {left}"] if strict and left else []
 
 
-def run_server(source, bds_sim, folder, seed, boots):
-    server = Server(source, bds_sim, folder, seed)
+def run_server(source, bds_sim, folder, seed, boots, image):
+    server = Server(source, bds_sim, folder, seed, image)
     for number in range(boots):
         faults = server.boot(number == 0)
         if faults:
@@ -235,16 +290,18 @@ def main():
     parser.add_argument("bds_sim", type=Path)
     parser.add_argument("--boots", type=int, default=60)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--image", type=Path, help="boot this bds.efi")
     arguments = parser.parse_args()
     if any(shutil.which(tool) is None for tool in policy_boots.TOOLS):
         return 77
     source, bds_sim = arguments.source.resolve(), arguments.bds_sim.resolve()
     policy_boots.make_disks(source)
+    image = ("--image", arguments.image) if arguments.image else ()
     servers = -(-arguments.boots // BOOTS_OF_A_SERVER)
     with tempfile.TemporaryDirectory() as temporary, concurrent.futures.ThreadPoolExecutor(2) as pool:
         def one(number):
             return run_server(source, bds_sim, Path(temporary) / str(number), arguments.seed + number,
-                              min(BOOTS_OF_A_SERVER, arguments.boots - number * BOOTS_OF_A_SERVER))
+                              min(BOOTS_OF_A_SERVER, arguments.boots - number * BOOTS_OF_A_SERVER), image)
         results = list(pool.map(one, range(servers)))
     faults = [fault for _, found in results for fault in found]
     for each in faults:
