@@ -312,8 +312,7 @@ TEST_F(StalePolicy, AChangedTableRenamesTheFilesAndForgetsTheRecord) {
     EXPECT_FALSE(VariableIsThere());
     EXPECT_TRUE(Logged("HandleStalePolicy:Uninstall FlexBootOrder protocol status EFI_SUCCESS\n"));
     const bool dead = std::string_view(fault) == "no-answer:always";
-    const bool told = *fault == '\0';
-    EXPECT_EQ(Read("ActualOrder.xml"), told ? "none" : "report");
+    EXPECT_EQ(Read("ActualOrder.xml"), dead ? "report" : "none");
     EXPECT_EQ(Read("ConfigPolicy.xml"), dead ? "policy" : "none");
     if (!dead) {
       EXPECT_EQ(Read("ConfigPolicy_stale.xml"), "policy");
@@ -322,6 +321,48 @@ TEST_F(StalePolicy, AChangedTableRenamesTheFilesAndForgetsTheRecord) {
     EXPECT_EQ(bds::HandleStalePolicy(), EFI_SUCCESS);
     EXPECT_FALSE(Logged("Uninstall")) << "once withdrawn, there is nothing to withdraw";
   }
+}
+
+class ReportedPlaces : public StalePolicy {};
+
+TEST_F(ReportedPlaces, FollowTheDeviceTypeAndTheSlot) {
+  const struct {
+    const char* type;
+    UINT16 slot;
+    const char* place;
+  } rows[] = {
+      {"PXE", 3, "PXE Slot=MLOM Port=9"},
+      {"pxe", 4, "pxe Slot=HBA Port=9"},
+      {"ISCSI", 255, "ISCSI Slot=SIOC1 Port=9"},
+      {"HDD", 76, "HDD Slot=L"},
+      {"SAN", 77, "SAN Slot=M"},
+      {"HDD", 254, "HDD Slot=254"},
+      {"HDD", 83, "PCHSTORAGE"},
+      {"USB", 4, "USB SubType=sub"},
+      {"VMEDIA", 4, "VMEDIA SubType=sub"},
+      {"SDCARD", 4, "SDCARD"},
+      {"EFI", 0, "EFI"},
+  };
+  PublishMode(0, 0);
+  SetSetup({{kSetupUefiMode, 1}});
+  ACTUAL_BOOT_ORDER record{};
+  std::string expected = " TotalActualTargets=0 BootMode=Uefi LastUpdate=";
+  for (std::size_t at = 0; at < std::size(rows); ++at) {
+    ACTUAL_BOOT_TARGET& target = record.Targets[at];
+    target.HasOptionName = 1;
+    bds::SetField(target.DeviceType, rows[at].type);
+    target.Slot = rows[at].slot;
+    target.Port = 9;
+    bds::SetField(target.SubType, "sub");
+    expected +=
+        fmt::format("\n{} RN= DeviceName= DeviceType={} ErrorCode=0", bds::kTargetTypes[0].Word, rows[at].place);
+  }
+  EFI_HANDLE handle = nullptr;
+  ASSERT_EQ(bds::BootServices()->InstallProtocolInterface(&handle, &ProtocolGuid<ACTUAL_BOOT_ORDER>,
+                                                          EFI_NATIVE_INTERFACE, &record),
+            EFI_SUCCESS);
+  bds::ExportActualOrderXML(nullptr, nullptr);
+  EXPECT_EQ(Brief(Read("ActualOrder.xml")), expected);
 }
 
 TEST_F(StalePolicy, ThePlatformsEventLeavesAMarkerBesideThePolicy) {

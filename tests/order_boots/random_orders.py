@@ -18,6 +18,7 @@ and managed. After every boot:
 
 Exit status: 0 no rule was broken, 1 one was, 77 tools for disk images are missing."""
 import argparse
+import collections
 import concurrent.futures
 import json
 import random
@@ -85,7 +86,7 @@ class Option:
 
 def options_of(files):
     return {int(name[4:8], 16): Option(data) for name, data in files.items()
-            if name.startswith("Boot") and name[8:] == "-" + GLOBAL and not name.startswith("BootN")}
+            if re.fullmatch(f"Boot[0-9A-F]{{4}}-{GLOBAL}", name)}
 
 
 class State:
@@ -131,6 +132,7 @@ class Server:
     def __init__(self, source, bds_sim, folder, seed, image):
         self.rng = random.Random(seed)
         self.bds_sim, self.folder, self.state = bds_sim, folder, folder / "state"
+        self.seen = collections.Counter()  # what the boots were like
         self.policies = source / "examples" / "policies"
         self.image = image
         self.disks = source / "build" / "run" / "disks"
@@ -198,6 +200,7 @@ class Server:
                        if state.files.get(name) != self.before.get(name)]
         self.quiet = 0 if once else self.quiet
         self.before = state.files
+        self.seen.update(boots=1, policy=self.under_policy, once=once and not groups, order=bool(groups))
         return faults
 
     def has(self, name):
@@ -216,6 +219,7 @@ class Server:
         kept = {option.name for option in state.options.values()}
         lost = {option.name for option in options_of(self.before or {}).values()} - kept
         faults = [f"gone untold: {name}" for name in lost if name not in told]
+        self.seen.update(deleted=len(lost))
         for name in lost.intersection(self.installed):
             if told.get(name) not in REASONS or (not self.modes[0] and not self.modes[2]):
                 faults.append(f"lost: {name}: {told.get(name)}")
@@ -279,9 +283,9 @@ def run_server(source, bds_sim, folder, seed, boots, image):
         faults = server.boot(number == 0)
         if faults:
             modes = "strict {0}, UEFI {1}, managed {2}".format(*server.modes)
-            return number + 1, [f"seed {seed}, {modes}: {'; '.join(server.story)}: {fault}" for fault in faults]
+            return server.seen, [f"seed {seed}, {modes}: {'; '.join(server.story)}: {fault}" for fault in faults]
     shutil.rmtree(folder)
-    return boots, []
+    return server.seen, []
 
 
 def main():
@@ -306,7 +310,10 @@ def main():
     faults = [fault for _, found in results for fault in found]
     for each in faults:
         print(each)
-    print(f"{sum(boots for boots, _ in results)} boots of {servers} servers: {len(faults)} faults")
+    seen = sum((counts for counts, _ in results), collections.Counter())
+    print("{boots} boots ({policy} under a policy, {once} under one for one boot, {order} with a changed order), {deleted} "
+          "options deleted, ".format(**{**dict.fromkeys(("policy", "once", "order", "deleted"), 0), **seen})
+          + f"on {servers} servers: {len(faults)} faults")
     return 1 if faults else 0
 
 

@@ -18,6 +18,7 @@ import itertools
 import os
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -29,6 +30,7 @@ sys.path[:0] = [str(Path(__file__).resolve().parent), str(Path(__file__).resolve
 import operator_afternoon  # noqa: E402
 from random_orders import State, policy_boots  # noqa: E402
 
+GLOBAL = "8be4df61-93ca-11d2-aa0d-00e098032b8c"
 POLICY_GUID = "9dae27e6-9cc9-4972-bcdb-824573a2c2f6"
 UNDER_POLICY = bytes.fromhex("5F424F5F16005F1300000000080301060810FF")
 ASKED = ("NIC", "CDD", "EFI", "BEV")  # of the first the server has no device
@@ -206,11 +208,53 @@ def rename_unheard(trip, source):
     trip.check("stale", [trip.has(name) for name in ("ConfigPolicy.xml", "ConfigPolicy_stale.xml")], [False, True])
 
 
+def put(trip, name, guid, data):
+    (trip.folder / "nvram" / f"{name}-{guid}").write_bytes(struct.pack("<I", 7) + data)
+
+
+def load_option(name, file, data=b""):
+    text = (file + "\0").encode("utf-16-le")
+    path = struct.pack("<BBH", 4, 4, 4 + len(text)) + text + bytes.fromhex("7fff0400")
+    return struct.pack("<IH", 1, len(path)) + (name + "\0").encode("utf-16-le") + path + data
+
+
+# Name, loader, data, and whether it is kept with UEFI mode on and off.
+OPTIONS = (
+    ("System", "a.efi", b"", True, True), ("Its twin", "a.efi", b"", False, False), ("With data", "a.efi", b"x", True, True),
+    ("With other data", "a.efi", b"y", True, True), ("With data again", "a.efi", b"x", False, False),
+    ("UEFI: System", "b.efi", b"", True, False), ("UEFI", "c.efi", b"", True, True), ("uefi: System", "d.efi", b"", True, True),
+    ("A UEFI: System", "e.efi", b"", True, True),
+)
+# Names of variables that no order names, and whether they are kept.
+UNLISTED = ((f"Boot0210-{GLOBAL}", False), (f"boot021a-{GLOBAL}", False), (f"BOOT021B-{GLOBAL}", False),
+            (f"Boot021-{GLOBAL}", True), (f"Boot021G-{GLOBAL}", True), (f"Boot02100-{GLOBAL}", True),
+            (f"Boot0210-{POLICY_GUID}", True))
+
+
+def options_by_rule(trip, _source):
+    """Doubles, options of a mode that is off, and variables that no order names go; nothing else does."""
+    state = trip.boot()
+    numbers = range(0x100, 0x100 + len(OPTIONS))
+    for number, (name, file, data, _, _) in zip(numbers, OPTIONS):
+        put(trip, f"Boot{number:04X}", GLOBAL, load_option(name, file, data))
+    put(trip, "BootOrder", GLOBAL, b"".join(struct.pack("<H", number) for number in (*numbers, *state.order)))
+    for name, _ in UNLISTED:
+        put(trip, *name.split("-", 1), load_option("unlisted", "z.efi"))
+    state = trip.boot()
+    uefi = "uefi_mode = 1" in trip.toml.read_text()
+    names = [option.name for option in state.options.values()]
+    trip.check("kept", [name for name, *_ in OPTIONS if name in names],
+               [name for name, _, _, on, off in OPTIONS if (on if uefi else off)])
+    trip.check("unlisted", [name for name, _ in UNLISTED if name in state.files], [name for name, kept in UNLISTED if kept])
+
+
 STORIES = (
     ("the table", table_goes_round, False, ()),
     ("the table, strict", table_goes_round, True, ()),
     ("an order", order_changes_once, False, ()),
     ("an order, strict", order_changes_once, True, ()),
+    ("options by rule", options_by_rule, False, ()),
+    ("options by rule, UEFI mode off", options_by_rule, None, ()),
     ("a policy", policy_goes_stale, False, ()),
     ("a renaming without an answer", rename_unheard, False, ()),
     ("a policy for one boot", policy_for_one_boot, False, ()),
@@ -231,7 +275,8 @@ def simulator(_bds_sim, state, source, module, text):
 
 def play(source, bds_sim, image, module, make_bmc, text):
     for name, story, strict, more in STORIES:
-        served = text.replace("uefi_mode = 1", "uefi_mode = 1\nstrict_group_order = 0") if strict else text
+        mode = {True: "uefi_mode = 1\nstrict_group_order = 0", False: "uefi_mode = 1", None: "uefi_mode = 0"}[strict]
+        served = text.replace("uefi_mode = 1", mode)
         with tempfile.TemporaryDirectory() as folder:
             state = Path(folder) / "state"
             with make_bmc(bds_sim, state, source, module, served) as (bmc, description):
