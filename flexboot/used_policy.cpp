@@ -10,8 +10,6 @@
 namespace bds {
 namespace {
 
-constexpr CHAR16 kUsedPolicyName[] = u"OneTimePolicyUsed";
-
 POLICY_DIGEST DigestOf(const char* text) {
   POLICY_DIGEST digest{.Length = static_cast<UINT32>(TextLength(text))};
   if (digest.Length != 0) {

@@ -6,6 +6,9 @@
 
 namespace bds {
 
+// The note, a POLICY_DIGEST; with the GUID of the policy's other variables.
+inline constexpr CHAR16 kUsedPolicyName[] = u"OneTimePolicyUsed";
+
 // Tells texts of policies apart, as the note does.
 struct POLICY_DIGEST {
   UINT32 Length = 0;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "flexboot/used_policy.h"
 #include "platform/flexboot_protocol.h"
 #include "sim/cli/printable_text.h"
 #include "sim/policy/policy_text.h"
@@ -49,15 +50,20 @@ std::optional<Lines> OnceLines(Bytes bytes) {
   return Either(bytes, "the policy was for that boot only", "the policy is a lasting one, or there was none");
 }
 
+std::optional<Lines> UsedLines(Bytes bytes) {
+  if (bytes.size() != sizeof(bds::POLICY_DIGEST)) {
+    return std::nullopt;
+  }
+  return Lines{"a policy for one boot was used, and the BMC could not be told"};
+}
+
 struct Decoder {
   std::u16string_view name;
   std::optional<Lines> (*decode)(Bytes bytes);
 };
 constexpr Decoder kDecoders[] = {
-    {kFlexBootOrderName, RecordLines},
-    {u"FlexBootReport", ReportLines},
-    {kHavePboName, HaveLines},
-    {kOneTimeBootName, OnceLines},
+    {kFlexBootOrderName, RecordLines}, {u"FlexBootReport", ReportLines},  {kHavePboName, HaveLines},
+    {kOneTimeBootName, OnceLines},     {bds::kUsedPolicyName, UsedLines},
 };
 
 }  // namespace

@@ -87,8 +87,11 @@ class Trial:
         data = bytes.fromhex(re.search(r'boot_order_table = "(.*)"', text)[1])
         return data[:int.from_bytes(data[7:9], "little")]
 
+    def nvram(self):
+        return {file.name: file.read_bytes() for file in (self.state / "nvram").iterdir()}
+
     def order(self):
-        return {file.name: file.read_bytes() for file in (self.state / "nvram").iterdir() if file.name.startswith("Boot")}
+        return {name: data for name, data in self.nvram().items() if name.startswith("Boot")}
 
 
 def main():
@@ -128,6 +131,18 @@ def main():
             try_one(fault, said, fault)
         for bmc, said in BMCS:
             try_one(bmc, said, bmc=bmc)
+        # A change that no boot can answer: followed each time, without a write that differs, until the BMC takes a table.
+        trial = Trial(bds_sim, disks, settled, work)
+        subprocess.run([bds_sim, "bmc", trial.state, "order", "CDD,EFI"], check=True, stdout=subprocess.DEVNULL)
+        kept = []
+        for bmc in ["boot_order_block_size = 127"] * 4 + ["boot_order_block_size = 32"] * 2:
+            status, complaints, log = trial.boot(bmc=bmc)
+            check("unanswered", status == 0 and not complaints, (status, complaints))
+            kept.append((trial.nvram(), trial.table()[10], "BOT:BMC updated SMBOT" in log))
+        check("unanswered", all(each == kept[1] for each in kept[1:4]), "NVRAM changed, or the mark")
+        check("unanswered", [each[1:] for each in kept[3:]] == [(2, True), (0, True), (0, False)], [each[1:] for each in kept])
+        boots = [{name: data for name, data in nvram.items() if name.startswith("Boot")} for nvram, _, _ in kept]
+        check("unanswered", boots[0] == boots[4] == boots[5] != order, "the order does not stay")
         # The power goes behind each write of the BMC's in turn, until a boot has no such write.
         for write in range(1, 200):
             trial = Trial(bds_sim, disks, settled, work)
