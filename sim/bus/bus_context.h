@@ -16,6 +16,8 @@ struct BusContext {
   // Whether somebody listens to what the driver does to network controllers' registers, and tells one access.
   std::function<bool()> tellsPci = {};
   std::function<void(const std::string& access)> tellPci = {};
+  // After a write to a network controller's registers took effect.
+  std::function<void()> onPciWrite = {};
 };
 
 }  // namespace sim

@@ -13,7 +13,10 @@ BusContext ContextOf(Machine& machine) {
   const auto wait = [&machine](std::uint64_t milliseconds) { machine.Time().Advance(milliseconds * kMillisecond); };
   const auto tells = [&machine] { return machine.TracingPci(); };
   const auto tell = [&machine](const std::string& access) { machine.TracePci(access); };
-  return {.allocatePool = allocate, .wait = wait, .tellsPci = tells, .tellPci = tell};
+  const auto wrote = [&machine] {
+    if (machine.InDriver()) machine.OnWrite("pci");
+  };
+  return {.allocatePool = allocate, .wait = wait, .tellsPci = tells, .tellPci = tell, .onPciWrite = wrote};
 }
 
 BusDriver::BusDriver(Machine& machine, BusDriverFacts facts)

@@ -68,7 +68,8 @@ EFI_STATUS EFIAPI PciIo::AccessBar(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCO
     if constexpr (kWrite) {
       std::memcpy(&value, unit, size);
       if (told) io.Tell("write", size, place(at), value);
-      if (decodes) return WriteBar(*bar, at, size, value) ? EFI_SUCCESS : EFI_UNSUPPORTED;
+      if (decodes && !WriteBar(*bar, at, size, value)) return EFI_UNSUPPORTED;
+      io.Wrote();
       return EFI_SUCCESS;
     }
     // Nobody answers for a function that does not decode: all ones, as the bus has it.
@@ -97,6 +98,7 @@ EFI_STATUS EFIAPI PciIo::AccessConfig(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROT
       std::memcpy(&value, unit, size);
       if (told) io.Tell("write", size, fmt::format("configuration + {:x}", at), value);
       node.WriteConfig(static_cast<std::uint32_t>(at), size, value);
+      io.Wrote();
     } else {
       value = node.ReadConfig(static_cast<std::uint32_t>(at), size);
       std::memcpy(unit, &value, size);

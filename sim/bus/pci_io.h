@@ -19,8 +19,10 @@ class PciIo final : public DeviceObject {
 
  private:
   // Tells of an access to a network controller's registers, when anybody listens.
-  [[nodiscard]] bool Tells() const {
-    return node_.Function().classCode >> 16 == 0x02 && context_.tellsPci && context_.tellsPci();
+  [[nodiscard]] bool Tells() const { return IsNetwork() && context_.tellsPci && context_.tellsPci(); }
+  [[nodiscard]] bool IsNetwork() const { return node_.Function().classCode >> 16 == 0x02; }
+  void Wrote() const {
+    if (IsNetwork() && context_.onPciWrite) context_.onPciWrite();
   }
   void Tell(const char* what, unsigned width, const std::string& place, std::uint64_t value) const;
 

@@ -33,7 +33,7 @@ Run "bds-sim COMMAND --help" for a command's options. NO_COLOR=1 turns colours o
 
 constexpr const char* kBootFooter = R"(Faults (each with its own --fault, for every start; a power cut befalls once):
   "call SERVICE N STATUS [COUNT]"   the N-th call of a service answers the status: "call SetVariable 3 EFI_DEVICE_ERROR"
-  "power KIND N"                    the power goes after write N of a kind: nvram, bmc, bmc-exchange
+  "power KIND N"                    the power goes after write N of a kind: nvram, bmc, bmc-exchange, pci
   "ipmi REQUEST N ANSWER [COUNT]"   the N-th request to the BMC (get-7d, set-00, oem) gets silence, damage or a code (c0)
   "NAME[:VALUE][xCOUNT][@FIRST]"    of the BMC's file interface: "bad-checksum:3", "late:6000@2", "no-answer:always"
 Keys: characters as they are, and {enter} {esc} {tab} {backspace} {up} {down} {left} {right} {home} {end} {insert}

@@ -13,7 +13,7 @@
 namespace sim {
 namespace {
 
-constexpr std::string_view kWriteKinds[] = {"nvram", "bmc", "bmc-exchange"};
+constexpr std::string_view kWriteKinds[] = {"nvram", "bmc", "bmc-exchange", "pci"};
 
 // Calls and writes are counted from 1.
 std::optional<std::uint64_t> Number(const std::string& text) {
@@ -42,7 +42,7 @@ bool FaultScript::Add(std::string_view words, std::string& error) {
   };
   if (nth && parts[0] == "power" && parts.size() == 3) {
     if (std::ranges::find(kWriteKinds, parts[1]) == std::end(kWriteKinds)) {
-      return wrong("expected a kind of write: nvram, bmc or bmc-exchange");
+      return wrong("expected a kind of write: nvram, bmc, bmc-exchange or pci");
     }
     LosePowerAfterWrite(parts[1], *nth);
     powerFaults_.back().words = words;

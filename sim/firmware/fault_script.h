@@ -21,7 +21,8 @@ class FaultScript {
 
   // Calls number `nth` (from 1) to nth + count - 1 of `service` answer `status` and do nothing else.
   void FailCall(std::string service, std::uint64_t nth, EFI_STATUS status, std::uint64_t count = 1);
-  // The power goes right after write number `nth` (from 1) of that kind ("nvram", "bmc", "bmc-exchange") took effect.
+  // The power goes right after write number `nth` (from 1) of that kind ("nvram", "bmc", "bmc-exchange", "pci") took
+  // effect.
   void LosePowerAfterWrite(std::string kind, std::uint64_t nth);
   // Called for each call or write that a fault of the table befalls, with the fault's words and the number of the call
   // or write; before the power goes.

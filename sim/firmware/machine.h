@@ -125,6 +125,8 @@ class Machine {
   EFI_HANDLE CurrentOwner() const { return owners_.empty() ? nullptr : owners_.back(); }
   void PushOwner(EFI_HANDLE owner) { owners_.push_back(owner); }
   void PopOwner() { owners_.pop_back(); }
+  // The driver itself runs, not what it called.
+  bool InDriver() const { return CurrentOwner() == driver_; }
 
   // An image that does not say that it can live with protected memory (NX_COMPAT): pages that it allocates are
   // executable. Handles are never used twice, so nobody inherits that.
@@ -133,11 +135,11 @@ class Machine {
 
   // Calls of the driver that have an effect beyond it, in a line each: handles by their address, paths in hexadecimal.
   void SetTrace(std::function<void(const std::string& call)> trace) { trace_ = std::move(trace); }
-  bool Tracing() const { return trace_ != nullptr && running_ && CurrentOwner() == driver_; }
+  bool Tracing() const { return trace_ != nullptr && running_ && InDriver(); }
   void Trace(const std::string& call) const { trace_(call); }
   // The driver's accesses to network controllers' registers, in a line each.
   void SetPciTrace(std::function<void(const std::string& access)> trace) { pciTrace_ = std::move(trace); }
-  bool TracingPci() const { return pciTrace_ != nullptr && CurrentOwner() == driver_; }
+  bool TracingPci() const { return pciTrace_ != nullptr && InDriver(); }
   void TracePci(const std::string& access) const { pciTrace_(access); }
 
   // The image whose blocks the outcome's leaks are looked for, and the data sections that hold its variables.

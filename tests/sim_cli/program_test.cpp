@@ -103,7 +103,7 @@ TEST_F(Program, WhatIsWrongIsSaidAndGivesTwo) {
       {"boot empty.toml --execute --loader-status EFI_SUCCESS", "--execute"},
       {"boot empty.toml --fault 'call nothing'", "call nothing"},
       {"boot empty.toml --fault no-such-fault", "call SERVICE N STATUS [COUNT]"},
-      {"boot empty.toml --fault 'power moon 1'", "bmc-exchange"},
+      {"boot empty.toml --fault 'power moon 1'", "bmc-exchange or pci"},
       {"boot empty.toml --fault 'call SetVariabel 1 EFI_NOT_FOUND'", "a boot or runtime service"},
       {"boot empty.toml --json no/such/folder/json", "the JSON report cannot be written"},
       {"boot empty.toml --image state", "state: cannot be read"},
