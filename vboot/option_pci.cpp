@@ -1,21 +1,32 @@
 #include "vboot/option_pci.h"
 
+#include <utility>
+
 #include "platform/pci_config.h"
 #include "support/debug_print.h"
 #include "support/protocols.h"
 #include "support/text.h"
 #include "vboot/option_path.h"
+#include "vboot/policy_engine.h"
 
 namespace bds {
 namespace {
 
-bool SitsAtBbsLocation(EFI_PCI_IO_PROTOCOL& pciIo, const BBS_TABLE& entry) {
+// False when the function does not tell.
+bool ReadPlace(EFI_PCI_IO_PROTOCOL* pciIo, PCI_PLACE& place) {
   UINTN segment = 0;
-  UINTN bus = 0;
-  UINTN device = 0;
-  UINTN function = 0;
-  return !EFI_ERROR(pciIo.GetLocation(&pciIo, &segment, &bus, &device, &function)) && bus == entry.Bus &&
-         device == entry.Device && function == entry.Function;
+  place.PciIo = pciIo;
+  return pciIo != nullptr &&
+         !EFI_ERROR(pciIo->GetLocation(pciIo, &segment, &place.Bus, &place.Device, &place.Function));
+}
+
+bool IsBbsLocation(const PCI_PLACE& place, const BBS_TABLE& entry) {
+  return place.Bus == entry.Bus && place.Device == entry.Device && place.Function == entry.Function;
+}
+
+bool SitsAtBbsLocation(EFI_PCI_IO_PROTOCOL& pciIo, const BBS_TABLE& entry) {
+  PCI_PLACE place;
+  return ReadPlace(&pciIo, place) && IsBbsLocation(place, entry);
 }
 
 // Adapters of these two vendors list their disks under a function that need not be the one of the path.
@@ -27,11 +38,26 @@ bool IsKnownByItsVendor(EFI_PCI_IO_PROTOCOL& pciIo) {
          vendor != kFibreChannelVendor && vendor != kConvergedVendor;
 }
 
+// Asks every function once for all options and tags. A list that could not be made is tried again.
+void ListPciPlaces() {
+  const HandleBuffer handles = HandlesWith<EFI_PCI_IO_PROTOCOL>();
+  PoolPtr<PCI_PLACE> places = AllocateArray<PCI_PLACE>(handles.size());
+  UINTN count = 0;
+  for (UINTN i = 0; places && i < handles.size(); ++i) {
+    places[count] = {};
+    count += ReadPlace(HandleProtocol<EFI_PCI_IO_PROTOCOL>(handles[i]), places[count]) ? 1 : 0;
+  }
+  gPolicyEngine.PciPlaceCount = count;
+  gPolicyEngine.PciPlaces = std::move(places);
+}
+
 EFI_PCI_IO_PROTOCOL* FindAtBbsLocation(const BBS_TABLE& entry) {
-  for (const EFI_HANDLE handle : HandlesWith<EFI_PCI_IO_PROTOCOL>()) {
-    auto* pciIo = HandleProtocol<EFI_PCI_IO_PROTOCOL>(handle);
-    if (pciIo != nullptr && SitsAtBbsLocation(*pciIo, entry)) {
-      return pciIo;
+  if (gPolicyEngine.PciPlaceCount == 0) {
+    ListPciPlaces();
+  }
+  for (UINTN i = 0; i < gPolicyEngine.PciPlaceCount; ++i) {
+    if (IsBbsLocation(gPolicyEngine.PciPlaces[i], entry)) {
+      return gPolicyEngine.PciPlaces[i].PciIo;
     }
   }
   return nullptr;
@@ -59,6 +85,11 @@ EFI_HANDLE LocatePciIo(const DevicePath* path, VBOOT_OPTION_WRAPPER& wrapper) {
   wrapper.PciHandle = handle;
   wrapper.PciIo = HandleProtocol<EFI_PCI_IO_PROTOCOL>(handle);
   return handle;
+}
+
+void ForgetPciPlaces() {
+  gPolicyEngine.PciPlaces.reset();
+  gPolicyEngine.PciPlaceCount = 0;
 }
 
 EFI_STATUS ReadOptionPciConfig(VBOOT_OPTION_WRAPPER& wrapper, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT32 offset,

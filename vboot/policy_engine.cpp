@@ -9,6 +9,7 @@
 #include "flexboot/actual_order.h"
 #include "support/debug_print.h"
 #include "support/event.h"
+#include "vboot/option_pci.h"
 #include "vboot/policy_observer.h"
 #include "vboot/policy_run.h"
 #include "vboot/tag_processor.h"
@@ -126,6 +127,7 @@ void VBootSetBootOptionTags() {
   const bool policy = HaveVbootPolicy();
   if (policy || IsStbuEfiEnabled()) {
     SetTagsFromPolicy();
+    ForgetPciPlaces();
     return;
   }
   DebugPrint("%a:FlexBoot policy not present, BIOS will use boot order table instead\n", kSetTags);

@@ -5,6 +5,7 @@
 
 #include "bootopt/boot_option.h"
 #include "platform/device_path_text.h"
+#include "platform/pci_io.h"
 #include "support/format.h"
 #include "support/pool.h"
 
@@ -22,6 +23,14 @@ struct CONVERTED_PORT {
   const CHAR16* Text = nullptr;  // null: free
   KeptPtr<EFI_DEVICE_PATH_PROTOCOL> Path;
 };
+// A PCI function and where it sits; the interface is not owned.
+struct PCI_PLACE {
+  EFI_PCI_IO_PROTOCOL* PciIo = nullptr;
+  UINTN Bus = 0;
+  UINTN Device = 0;
+  UINTN Function = 0;
+};
+
 inline constexpr UINTN kConvertedPorts = 24;  // more than the tags and the report name
 
 // Everything of the policy engine that outlives a routine.
@@ -37,6 +46,11 @@ struct POLICY_ENGINE_STATE {
 
   EFI_DEVICE_PATH_FROM_TEXT_PROTOCOL* PathFromText = nullptr;  // located on first use
   CONVERTED_PORT Ports[kConvertedPorts];  // the platform's ports as paths, each converted on first use (port_path.h)
+
+  // All PCI functions, listed when an option is first looked for by its place and given back when the options are
+  // tagged (option_pci.h).
+  KeptPtr<PCI_PLACE> PciPlaces;
+  UINTN PciPlaceCount = 0;
 
   // The base of the target that a category was first used by; a policy may use each of these once. 0: not yet.
   UINT32 LanAnyBase = 0;

@@ -102,6 +102,36 @@ TEST(DevicePathTests, PartitionIsGoneOnlyWhenEveryHandleAnswers) {
   firmware.machine.Faults().SetCallHook(nullptr);
 }
 
+// Of the partition everything behind its header counts, of the file all but its ASCII letters' case, and of what the
+// option has behind that nothing.
+TEST(LoaderPaths, ThePartitionsBytesAndTheFileDecide) {
+  const auto compare = [](const Blob& option, const Blob& other) { return bds::CompareOsLoaderPath(option, other); };
+  const Blob drive = HardDrive(2, 7);
+  const Blob path = drive + FilePath(u"\\EFI\\z\\[\u00e9].efi") + End();
+  for (std::size_t i = 4; i < drive.size(); ++i) {
+    Blob other = path;
+    other[i] ^= std::byte{1};
+    EXPECT_EQ(compare(path, other), EFI_NOT_FOUND) << i;
+  }
+  struct Case {
+    const char* name;
+    Blob option;
+    EFI_STATUS expected;
+  };
+  const Case cases[] = {
+      {"itself", path, EFI_SUCCESS},
+      {"other letters", drive + FilePath(u"\\efi\\Z\\[\u00e9].EFI") + End(), EFI_SUCCESS},
+      {"a letter that ASCII has not", drive + FilePath(u"\\EFI\\z\\[\u00c9].efi") + End(), EFI_NOT_FOUND},
+      {"no letter", drive + FilePath(u"\\EFI\\z\\{\u00e9].efi") + End(), EFI_NOT_FOUND},
+      {"a longer file", drive + FilePath(u"\\EFI\\z\\[\u00e9].efix") + End(), EFI_NOT_FOUND},
+      {"a further path", path + PciRoot() + End(), EFI_SUCCESS},
+      {"cut short", Blob(path.begin(), path.end() - 1), EFI_NOT_FOUND},
+      {"behind a controller", PciRoot() + path, EFI_NOT_FOUND},
+      {"none", {}, EFI_NOT_FOUND},
+  };
+  for (const Case& each : cases) EXPECT_EQ(compare(each.option, path), each.expected) << each.name;
+}
+
 TEST(DevicePathTests, UsbClassTakesOnlyTheAnyDeviceNode) {
   FakeServer firmware;
   bds::BOOT_DEVICE stick;

@@ -5,6 +5,8 @@
 #include "bootopt/load_option_image.h"
 #include "bootopt/steps.h"
 #include "bootopt/vendor_nodes.h"
+#include "osopt/default_order.h"
+#include "osopt/steps.h"
 #include "platform/setup_variable.h"
 #include "support/variables.h"
 #include "tests/support/boot_server.h"
@@ -171,6 +173,37 @@ TEST(LegacyDevOrder, GoldenBytes) {
   ASSERT_EQ(bds::BuildLegacyDevOrder(bds::BootOptionList, bds::DisabledDevices::AsEnabled, records), EFI_SUCCESS);
   EXPECT_EQ(Blob(records.Bytes().begin(), records.Bytes().end()),
             B({2, 0, 0, 0, 6, 0, 3, 0, 5, 0, 0x80, 0, 0, 0, 4, 0, 4, 0}));
+}
+
+TEST(DefaultOrder, RanksByDeviceTypeAndRecordsBoth) {
+  FakeServer firmware;
+  UINT16 number = 0;
+  // The last to be tried comes first in the list.
+  for (const int type : {0x77, 0xFF, 4, 0x80, 5, 6, 1, 2, 3}) {
+    AddOption(Bbs(static_cast<UINT16>(type)) + End(), true, number, number).BbsIndex =
+        static_cast<UINT16>(number + 0x10);
+    ++number;
+  }
+  AddOption(HardDrive(2, 7) + End(), false, 9);  // reads as a hard disk
+  AddOption({}, false, 10);
+  AddOption(Bbs(2) + End(), true, 11).GroupHeader = TRUE;
+  auto& member = AddOption(Bbs(2) + End(), true, 11);
+  member.BbsIndex = 0x30;
+  member.Attributes = 0;
+  AddOption(Bbs(3) + End(), false, 12).Attributes = LOAD_OPTION_ACTIVE | LOAD_OPTION_HIDDEN;
+  AddOption(Bbs(3) + End(), false);  // without a number
+  bds::SetDefaultKuiBootOrder();
+  EXPECT_EQ(firmware.Variable(bds::kDefaultBootOrderName, bds::kDefaultBootOrderGuid),
+            (StoredVariable{7, B({8, 0, 7, 0, 9, 0, 11, 0, 6, 0, 5, 0, 4, 0, 3, 0, 2, 0, 1, 0, 0, 0, 10, 0})}));
+  const std::vector<unsigned> types{3, 2, 1, 6, 5, 0x80, 4, 0xFF, 0x77};
+  Blob expected;
+  for (unsigned i = 0; i < types.size(); ++i) {
+    expected = expected + B({types[i], 0, 0, 0, 4, 0, 0x18 - i, 0});
+    // The group's disabled member counts as enabled, in the record of its own number.
+    if (types[i] == 2) expected = expected + B({2, 0, 0, 0, 4, 0, 0x30, 0});
+  }
+  EXPECT_EQ(firmware.Variable(bds::kDefaultLegacyDevOrderName, bds::kDefaultLegacyDevOrderGuid),
+            (StoredVariable{7, expected}));
 }
 
 TEST(LegacyDevOrder, EveryOptionAloneFillsTheBufferExactly) {

@@ -10,6 +10,7 @@
 #include "inventory/adapter_eeprom.h"
 #include "inventory/driver_ports.h"
 #include "inventory/mac_database.h"
+#include "platform/network_interface_identifier.h"
 #include "platform/pci_slot_info.h"
 #include "sim/bus/adapter_registers.h"
 #include "sim/bus/device_set.h"
@@ -132,6 +133,140 @@ TEST_F(MacInventoryTest, ReadEEPromRefusesFamiliesWithoutTheRegister) {
   EXPECT_EQ(bds::ReadEEProm(pciIo, bds::Intel_x710_Nic, 9, word), EFI_NOT_FOUND);
   EXPECT_TRUE(Logged("ReadEEProm:  Unable to read EEPROM. Invalid LomType = 99\n"));
   EXPECT_TRUE(accesses.empty());
+}
+
+// The function's own register accesses, of which one fails; and the delays that it was asked to poll with.
+struct FailingRegisters {
+  static inline EFI_PCI_IO_PROTOCOL real;
+  static inline int left = 0;
+  static inline std::vector<UINT64> delays;
+  template <bool kWrite>
+  static EFI_STATUS EFIAPI Access(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT8 bar, UINT64 offset,
+                                  UINTN count, VOID* buffer) {
+    const auto access = kWrite ? real.Mem.Write : real.Mem.Read;
+    return left-- == 0 ? EFI_DEVICE_ERROR : access(self, width, bar, offset, count, buffer);
+  }
+  static EFI_STATUS EFIAPI Poll(EFI_PCI_IO_PROTOCOL* self, EFI_PCI_IO_PROTOCOL_WIDTH width, UINT8 bar, UINT64 offset,
+                                UINT64 mask, UINT64 value, UINT64 delay, UINT64* result) {
+    delays.push_back(delay);
+    return left-- == 0 ? EFI_TIMEOUT : real.PollMem(self, width, bar, offset, mask, value, delay, result);
+  }
+  static void Attach(EFI_PCI_IO_PROTOCOL* pciIo, int failing) {
+    real = *pciIo;
+    left = failing;
+    delays.clear();
+    pciIo->Mem = {Access<false>, Access<true>};
+    pciIo->PollMem = Poll;
+  }
+};
+
+// An address of which some words were read is one; the words that were not are 0xFFFF.
+TEST(MacRegisters, AFailingAccessCostsItsWordOrThoseBehindIt) {
+  struct Case {
+    sim::NvmFamily family;
+    int failing;
+    const char* words;  // read ones as r
+    const char* said;
+  };
+  const Case cases[] = {
+      {sim::NvmFamily::I350, -1, "rrr", "GetMacAddress().MacAddress[2] = "},
+      {sim::NvmFamily::I350, 0, "---", "GetMacAddress().PciIo->Mem.Read(I350_DEV_STATUS) = EFI_DEVICE_ERROR\n"},
+      {sim::NvmFamily::I350, 1, "---", "GetMacAddress().PciIo->Mem.Write(I350_EERD:Command) = EFI_DEVICE_ERROR\n"},
+      {sim::NvmFamily::I350, 5, "r--", "ERROR: GetMacAddress().PciIo->PollMem = EFI_TIMEOUT\n"},
+      {sim::NvmFamily::I350, 9, "rr-", "ERROR: GetMacAddress().PciIo->Mem.Read = EFI_DEVICE_ERROR\n"},
+      {sim::NvmFamily::X540, -1, "rrr", "MacAddress[2] = "},
+      {sim::NvmFamily::X540, 2, "---", "ReadEEProm:  Read Pointer to Mac Address  returned an Error!! \n"},
+      {sim::NvmFamily::X540, 5, "-rr", "Mem.Write(x540_EERD:Command) = EFI_DEVICE_ERROR    LomType = 8\n"},
+      {sim::NvmFamily::X540, 7, "-rr", "ReadEEProm:  Read Data Failed   Result = "},
+      {sim::NvmFamily::X540, 10, "r-r", "ReadEEProm:  PollMem - Done bit did not go high.  Result = "},
+      {sim::NvmFamily::X540, 16, "rr-", "ReadEEProm:  2nd read Read Data Failed   Result = "},
+      {sim::NvmFamily::X710, -1, "rrr", "MacAddress[2] = "},
+      {sim::NvmFamily::X710, 4, "---", "ERROR: ReadXl710EEProm = EFI_DEVICE_ERROR\n"},
+      {sim::NvmFamily::X710, 11, "r--", "ERROR: ReadXl710EEProm = EFI_DEVICE_ERROR\n"},
+  };
+  constexpr UINT8 kTypes[] = {bds::Intel_i350_Nic, bds::Intel_x550_Nic, bds::Intel_xl710_Nic};
+  constexpr UINT64 kDelays[] = {200, 100, 0};
+  for (const Case& each : cases) {
+    const auto family = static_cast<std::size_t>(each.family);
+    SCOPED_TRACE(fmt::format("family {}, access {}", family, each.failing));
+    test::DriverMachine server;
+    sim::PciFunction function = sim::Network(0, 0, kMac);
+    function.bars = {sim::AdapterMemory({.family = each.family, .port = 1, .mac = kMac})};
+    sim::DeviceTree tree;
+    tree.rootBridges.resize(1);
+    tree.rootBridges[0].functions = {std::move(function)};
+    sim::BuildDevices(server.machine, std::move(tree), {.connected = true});
+    auto* io = bds::HandleProtocol<EFI_PCI_IO_PROTOCOL>(bds::HandlesWith<EFI_PCI_IO_PROTOCOL>()[0]);
+    FailingRegisters::Attach(io, each.failing);
+    bds::PORT_ADDRESS address;
+    const bool read = std::string_view(each.words).find('r') != std::string_view::npos;
+    EXPECT_EQ(bds::ReadPortAddress(io, kTypes[family], address), read ? EFI_SUCCESS : EFI_NOT_FOUND);
+    for (std::size_t k = 0; k < 3; ++k) {
+      const UINT16 word = each.words[k] == 'r' ? kMac[2 * k] | kMac[2 * k + 1] << 8 : 0xFFFF;
+      EXPECT_EQ(address.Words[k], word) << k;
+    }
+    EXPECT_TRUE(server.Logged(each.said)) << server.Log();
+    for (const UINT64 delay : FailingRegisters::delays) EXPECT_EQ(delay, kDelays[family]);
+  }
+}
+
+TEST(MacRegisters, AWordsAddressIsCutToItsField) {
+  for (const auto& [type, command] :
+       {std::pair(bds::Intel_i350_Nic, "w 14 00001ffd"), std::pair(bds::Intel_x540_Nic, "w 10014 00001ffd"),
+        std::pair(bds::Intel_x710_Nic, "w b6110 5fffc000")}) {
+    test::DriverMachine server;
+    std::vector<std::string> accesses;
+    sim::PciFunction function = sim::Network(0, 0, kMac);
+    function.bars = {{.index = 0,
+                      .io = false,
+                      .size = sim::kAdapterMemorySize,
+                      .model = std::make_shared<Recorder>(sim::AdapterNvm{}, accesses)}};
+    sim::DeviceTree tree;
+    tree.rootBridges.resize(1);
+    tree.rootBridges[0].functions = {std::move(function)};
+    sim::BuildDevices(server.machine, std::move(tree), {.connected = true});
+    auto* io = bds::HandleProtocol<EFI_PCI_IO_PROTOCOL>(bds::HandlesWith<EFI_PCI_IO_PROTOCOL>()[0]);
+    UINT16 word = 0;
+    static_cast<void>(type == bds::Intel_x710_Nic ? bds::ReadXl710EEProm(io, 0xFFFF, word)
+                                                  : bds::ReadEEProm(io, type, 0xFFFF, word));
+    ASSERT_FALSE(accesses.empty());
+    EXPECT_EQ(accesses[0], command);
+  }
+}
+
+// A driver's port whose function does not tell what is asked is left out, and the others are not.
+TEST_F(MacInventoryTest, PortsOfDriversThatDoNotTellAreLeftOut) {
+  Build(Controller(1, 0), {.mac = kMac});
+  static EFI_PCI_IO_PROTOCOL silent;
+  silent.Pci.Read = [](EFI_PCI_IO_PROTOCOL*, EFI_PCI_IO_PROTOCOL_WIDTH, UINT32 offset, UINTN, VOID*)
+                        EFIAPI { return offset == 0 ? EFI_DEVICE_ERROR : EFI_SUCCESS; };
+  static EFI_PCI_IO_PROTOCOL lost;
+  lost.Pci.Read = [](EFI_PCI_IO_PROTOCOL*, EFI_PCI_IO_PROTOCOL_WIDTH, UINT32, UINTN, VOID*)
+                      EFIAPI { return EFI_SUCCESS; };
+  lost.GetLocation = [](EFI_PCI_IO_PROTOCOL*, UINTN*, UINTN*, UINTN*, UINTN*) EFIAPI { return EFI_UNSUPPORTED; };
+  test::Data mac(37);
+  const unsigned char head[] = {3, 11, 37, 0, 2, 0, 0, 0xAB, 0xCD, 0xEF};
+  std::memcpy(mac.data(), head, sizeof(head));
+  for (const int byte : {0x7F, 0xFF, 4, 0}) mac.push_back(static_cast<std::byte>(byte));
+  static int nii;
+  for (EFI_PCI_IO_PROTOCOL* io : {&silent, &lost, static_cast<EFI_PCI_IO_PROTOCOL*>(nullptr)}) {
+    mac[9] = static_cast<std::byte>(mac[9] == std::byte{0xEF} ? 1 : 2 + (io == nullptr));  // each its own path
+    const EFI_HANDLE handle = NewHandle(mac);
+    Install(handle, ProtocolGuid<EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL>, &nii);
+    if (io != nullptr) Install(handle, ProtocolGuid<EFI_PCI_IO_PROTOCOL>, io);
+  }
+  Install(NewHandle(), ProtocolGuid<EFI_NETWORK_INTERFACE_IDENTIFIER_PROTOCOL>, &nii);
+  std::vector<std::byte> info(sizeof(PCI_SLOT_INFO));
+  Install(reinterpret_cast<PCI_SLOT_INFO*>(info.data()));
+  bds::ADAPTER_INVENTORY inventory;
+  EXPECT_EQ(bds::GET_MAC_ADDRESS_FROM_NII_PROTOCOL(inventory), EFI_SUCCESS);
+  for (const char* said : {"Failed reading VenDevIds = EFI_DEVICE_ERROR\n", "Failed GetLocation = EFI_UNSUPPORTED\n",
+                           "Failed LocateDevicePath for PciIO = EFI_NOT_FOUND\n",
+                           "ObtainMacAddressFromNiiHandle:Failed HandleProtocol for DP = EFI_UNSUPPORTED\n",
+                           "Failed obtaining MACAddress from Handle : "}) {
+    EXPECT_TRUE(Logged(said)) << said << Log();
+  }
+  EXPECT_TRUE(Logged("Interfaces count=0\n"));
 }
 
 // The function's own configuration accesses, of which one fails; a write that fails took effect all the same.

@@ -76,6 +76,12 @@ class Row:
     said: tuple = ()  # in the log or the summary
 
 
+# As the driver writes them, whatever letters the volume has.
+LETTERS = {path.lower(): path for path in (SLES, "/EFI/UBUNTU/SHIMX64.EFI", REDHAT, "/EFI/CENTOS/shim.efi", BOOTMGFW,
+                                           "/EFI/Suse/elilo.efi", "/EFI/Ubuntu/grubx64.efi", "/EFI/Redhat/elilo.efi",
+                                           "/EFI/Redhat/grub.efi", OPENSUSE, DEBIAN, FALLBACK)}
+
+
 def made(label, file):
     return (label, file)
 
@@ -263,6 +269,8 @@ def try_row(server, row):
         (each.label, each.file.lower()) if isinstance(each, Option) else (each[0], each[1] and each[1].lower())
         for each in row.after], f"options {got}"
     for wanted, data in zip(row.after, options):
+        if not isinstance(wanted, Option) and wanted[1]:
+            assert parse(data)[1] == LETTERS[wanted[1].lower()], f"letters of {parse(data)}"
         # Attributes change with the device: active, hidden.
         if isinstance(wanted, Option):
             kept = as_bytes(Option(wanted.label, wanted.file, wanted.data, wanted.partition), image)

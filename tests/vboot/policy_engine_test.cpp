@@ -7,8 +7,10 @@
 #include "platform/component_name.h"
 #include "platform/flexboot_protocol.h"
 #include "platform/setup_variable.h"
+#include "sim/bus/device_set.h"
 #include "support/device_path.h"
 #include "tests/support/boot_server.h"
+#include "vboot/option_pci.h"
 
 namespace {
 
@@ -73,6 +75,50 @@ TEST(HaveVbootPolicy, ANullInterfaceIsNoPolicy) {
   FakeServer firmware;
   InstallPolicy(firmware, nullptr);
   EXPECT_FALSE(bds::HaveVbootPolicy());
+}
+
+// Adapters whose disks lie under a function other than the path's; each option and each tag looks for it.
+TEST(OptionPci, EveryFunctionIsAskedOnceHoweverManyOptionsLookForTheirs) {
+  constexpr UINT8 kFunctions = 20;
+  FakeServer firmware;
+  sim::DeviceTree tree;
+  tree.rootBridges.resize(1);
+  for (UINT8 i = 0; i < kFunctions; ++i) {
+    sim::PciFunction function;
+    function.device = i;
+    function.vendorId = 0x10DF;
+    function.deviceId = 0x100 + i;
+    tree.rootBridges[0].functions.push_back(function);
+  }
+  sim::BuildDevices(firmware.machine, std::move(tree), {.connected = true});
+  unsigned opened = 0;
+  firmware.machine.Faults().SetCallHook([&](std::string_view service, std::uint64_t) {
+    opened += service == "HandleProtocol" || service == "OpenProtocol" ? 1 : 0;
+    return std::optional<EFI_STATUS>();
+  });
+  BBS_TABLE entries[9] = {};
+  const auto read = [&](UINT32 device, UINT16& id) {
+    BBS_TABLE& entry = entries[device % 9];
+    entry.Device = device;
+    auto& option = AddOption(PciRoot() + Pci(0, 0) + End());
+    option.BbsIndex = 1;
+    option.BbsEntry = &entry;
+    bds::VBOOT_OPTION_WRAPPER wrapper;
+    wrapper.Option = &option;
+    bds::PoolPtr<char> message;
+    return bds::ReadOptionPciConfig(wrapper, EfiPciIoWidthUint16, 2, &id, message);
+  };
+  for (const UINT32 device : {19U, 1U, 7U, 0U, 19U}) {
+    UINT16 id = 0;
+    EXPECT_EQ(read(device, id), EFI_SUCCESS);
+    EXPECT_EQ(id, 0x100 + device);
+  }
+  UINT16 id = 0;
+  EXPECT_EQ(read(30, id), EFI_DEVICE_ERROR);
+  EXPECT_EQ(read(30, id), EFI_DEVICE_ERROR);
+  EXPECT_EQ(opened, kFunctions + 7U);  // and the path's own of each reading
+  bds::ForgetPciPlaces();
+  firmware.machine.Faults().SetCallHook({});
 }
 
 TEST(SetTags, WithoutAPolicyTheGroupsDecideAndTheShellIsOffered) {
