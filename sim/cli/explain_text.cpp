@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <set>
 
 #include "sim/cli/findings_text.h"
 #include "sim/cli/printable_text.h"
@@ -37,6 +38,8 @@ constexpr NumberWord kStorageWords[] = {
     {0x00, "SCSI"}, {0x01, "IDE"}, {0x04, "RAID"}, {0x06, "SATA"}, {0x07, "SAS"}, {0x08, "NVMe"}, {0x80, "other"},
 };
 
+constexpr NumberWord kNetworkWords[] = {{0x00, "Ethernet"}, {0x07, "InfiniBand"}, {0x80, "other"}};
+
 template <typename Words>
 std::string WithWord(const Words& words, std::uint64_t number) {
   for (const auto& row : words) {
@@ -49,10 +52,13 @@ std::string WithWord(const Words& words, std::uint64_t number) {
 
 std::uint64_t NumberOf(const std::string& text) { return std::strtoull(text.c_str(), nullptr, 0); }
 
-// A number as the reader knows it. NVMe alone tells by its subclass what the others tell by their class.
+// A number as the reader knows it. Subclasses have words where a tag of storage or of network ports compares them.
 std::string NumberText(const StoryTag& tag, const StoryMark& mark, std::uint64_t number) {
   if (mark.part == "PciClassId") {
     return WithWord(kClassWords, number);
+  }
+  if (mark.part == "PciSubClassId" && tag.name.starts_with("LAN")) {
+    return WithWord(kNetworkWords, number);
   }
   const bool storage = tag.name == "NVMEAny" && mark.part == "PciSubClassId";
   return storage ? WithWord(kStorageWords, number) : fmt::format("{:#x}", number);
@@ -89,6 +95,7 @@ constexpr IdleTag kIdleTags[] = {
     {"VirtualMedia", "the target's type; the tags behind it select"},
     {"OnboardHDD", "the target's type; the tags behind it select"},
     {"UniquePartitionGUID", "where the loader was looked for; the options stay as they are"},
+    {"RetrySameCategoryDevices", "kept in the policy's record; the options stay as they are"},
     {"DeviceName", "the name of the option made for the loader; the options stay as they are"},
     {"PriLdrDesc", "the name of the option made for the loader; the options stay as they are"},
     {"SecLdrDesc", "the name of the option made for the loader; the options stay as they are"},
@@ -132,11 +139,28 @@ std::string ResultText(const StoryTag& tag) {
   return tag.message.empty() ? text : fmt::format("{}: {}", text, PrintableText(tag.message));
 }
 
+// An option that no tag marked stays in and is not taken, so that the counts alone do not tell.
+std::string WhyNothing(const StoryTarget& target) {
+  std::set<std::size_t> selected;
+  std::string last;
+  for (const StoryTag& tag : target.tags) {
+    for (const StoryMark& mark : tag.marks) {
+      if (mark.selected) {
+        selected.insert(mark.option);
+      } else if (!mark.lifted && selected.erase(mark.option) != 0 && selected.empty()) {
+        last = TagText(tag);
+      }
+    }
+  }
+  return last.empty() ? "no tag selects an option" : last + " refuses the last option that a tag selected";
+}
+
 std::string OutcomeOf(const StoryTarget& target) {
   if (target.TooMany()) {
     return fmt::format("takes nothing: {} options were selected, and it may have one", target.tags.back().selected);
   }
-  return target.taken.empty() ? "takes nothing" : "takes " + Several(target.taken.size(), "option");
+  return target.taken.empty() ? "takes nothing: " + WhyNothing(target)
+                              : "takes " + Several(target.taken.size(), "option");
 }
 
 std::string TargetText(const PolicyStory& story, std::size_t index, const Style& style) {
@@ -235,16 +259,25 @@ class OptionLines {
  public:
   void Add(const std::string& line, const std::string& said) {
     if (said != said_) {
-      text_ += said_;
+      text_ += Said();
       said_ = said;
+      count_ = 0;
     }
     text_ += line + "\n";
+    ++count_;
   }
-  std::string Text() const { return text_ + said_; }
+  std::string Text() const { return text_ + Said(); }
 
  private:
+  // "        all 6: no target took it".
+  std::string Said() const {
+    const std::size_t words = said_.find_first_not_of(' ');
+    return count_ < 2 ? said_ : fmt::format("{}all {}: {}", said_.substr(0, words), count_, said_.substr(words));
+  }
+
   std::string text_;
   std::string said_;
+  std::size_t count_ = 0;  // of the lines that it is said of
 };
 
 // Where the device of an option is whose name others have too.
