@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "bootopt/vendor_nodes.h"
+#include "flexboot/state.h"
 #include "platform/component_name.h"
 #include "platform/flexboot_protocol.h"
 #include "platform/setup_variable.h"
@@ -11,6 +12,7 @@
 #include "support/device_path.h"
 #include "tests/support/boot_server.h"
 #include "vboot/option_pci.h"
+#include "vboot/tag_processors.h"
 
 namespace {
 
@@ -119,6 +121,40 @@ TEST(OptionPci, EveryFunctionIsAskedOnceHoweverManyOptionsLookForTheirs) {
   EXPECT_EQ(opened, kFunctions + 7U);  // and the path's own of each reading
   bds::ForgetPciPlaces();
   firmware.machine.Faults().SetCallHook({});
+}
+
+TEST(LoaderTags, WithoutMemoryForALoadersPathTheTagFails) {
+  struct Case {
+    int allocations;  // that succeed
+    EFI_STATUS expected;
+    UINTN matches;
+    const char* message;
+  };
+  const Case cases[] = {{0, EFI_OUT_OF_RESOURCES, 0, ""},  // the pattern
+                        {1, EFI_OUT_OF_RESOURCES, 0, "no memory for a loader's path"},
+                        {2, EFI_OUT_OF_RESOURCES, 1, "no memory for a loader's path"},
+                        {9, EFI_SUCCESS, 2, ""}};
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.allocations);
+    FakeServer firmware;
+    EFI_UNICODE_COLLATION_PROTOCOL collation{};
+    collation.MetaiMatch = [](EFI_UNICODE_COLLATION_PROTOCOL*, const CHAR16*, const CHAR16*)
+                               EFIAPI -> BOOLEAN { return TRUE; };
+    bds::gFlexBoot.Collation = &collation;
+    bds::VBOOT_OPTION_WRAPPER wrappers[2];
+    bds::OPTION_WRAPPER_LIST list;
+    for (auto& wrapper : wrappers) {
+      wrapper.Option = &AddOption(HardDrive(1, 7) + FilePath(u"\\EFI\\a.efi") + End());
+      bds::LinkLast(list, &wrapper);
+    }
+    UINTN matches = 0;
+    bds::TAG_CALL call{"BootLoaderName", "a.efi", list, 0x1000, matches};
+    firmware.FailAllocationAfter(each.allocations);
+    EXPECT_EQ(bds::ProcBootloaderName(call), each.expected);
+    EXPECT_EQ(matches, each.matches);
+    EXPECT_STREQ(call.Message ? call.Message.get() : "", each.message);
+    firmware.machine.Faults().SetCallHook({});
+  }
 }
 
 TEST(SetTags, WithoutAPolicyTheGroupsDecideAndTheShellIsOffered) {
