@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/block_io.h"
 #include "platform/load_file.h"
@@ -21,9 +24,19 @@ constexpr std::byte kLegacyDevicesOnly{3};  // of the platform's boot mode recor
 // The path without its end.
 Bytes NodesOf(const DevicePath& path) { return path.Bytes().first(path.Size() - kEnd); }
 
-bool Begins(Bytes whole, Bytes front) {
-  return whole.size() >= front.size() && std::equal(front.begin(), front.end(), whole.begin());
-}
+// Device paths in the order of their bytes, to be asked whether one of them begins with some nodes.
+class Paths {
+ public:
+  void Add(Bytes path) { paths_.insert(std::string(reinterpret_cast<const char*>(path.data()), path.size())); }
+  bool OneBegins(Bytes nodes) const {
+    const std::string_view front(reinterpret_cast<const char*>(nodes.data()), nodes.size());
+    const auto first = paths_.lower_bound(front);
+    return first != paths_.end() && first->starts_with(front);
+  }
+
+ private:
+  std::set<std::string, std::less<>> paths_;
+};
 
 class Finder {
  public:
@@ -33,6 +46,12 @@ class Finder {
       const auto option = boot ? ParseLoadOption(variable.data) : std::nullopt;
       if (option && !option->paths.empty() && !option->paths.front().Empty()) {
         AddOption(option->paths.front());
+      }
+    }
+    AddPartitions();
+    for (const EFI_HANDLE handle : handles_.With(ProtocolGuid<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>)) {
+      if (const auto* path = handles_.Get<EFI_DEVICE_PATH_PROTOCOL>(handle); path != nullptr) {
+        volumes_.Add(DevicePath::Copy(path).Bytes());
       }
     }
   }
@@ -48,7 +67,7 @@ class Finder {
         continue;
       }
       const DevicePath path = DevicePath::Copy(raw);
-      if (!CoveredByPath(path) && !CoveredByLegacyOption(handle)) {
+      if (!booted_.OneBegins(NodesOf(path)) && !CoveredByLegacyOption(handle)) {
         found.push_back({DevicePathToUtf8(path), drive ? DriveReason(path, *blockIo->Media) : OtherReason()});
       }
     }
@@ -64,25 +83,22 @@ class Finder {
       legacyTypes_.insert(type);
       return;
     }
-    paths_.push_back(path);
-  }
-
-  // An option's path begins with this one, or with a partition's node alone.
-  bool CoveredByPath(const DevicePath& device) const {
-    return std::ranges::any_of(paths_, [this, &device](const DevicePath& option) {
-      return Begins(option.Bytes(), NodesOf(device)) || HasPartition(device, PathNodes(option).front());
-    });
-  }
-
-  bool HasPartition(const DevicePath& device, Bytes node) const {
-    if (node[0] != std::byte{MEDIA_DEVICE_PATH}) {
-      return false;
+    booted_.Add(bytes);
+    if (const Bytes node = PathNodes(path).front(); node[0] == std::byte{MEDIA_DEVICE_PATH}) {
+      partitions_.emplace(node.begin(), node.end());
     }
-    return std::ranges::any_of(handles_.With(ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>), [&](EFI_HANDLE handle) {
+  }
+
+  // An option may name a partition by its node alone: the handles with such a node are then booted from.
+  void AddPartitions() {
+    for (const EFI_HANDLE handle : handles_.With(ProtocolGuid<EFI_DEVICE_PATH_PROTOCOL>)) {
       const DevicePath path = DevicePath::Copy(handles_.Get<EFI_DEVICE_PATH_PROTOCOL>(handle));
-      return Begins(path.Bytes(), NodesOf(device)) &&
-             std::ranges::any_of(PathNodes(path), [node](Bytes each) { return std::ranges::equal(each, node); });
-    });
+      if (std::ranges::any_of(PathNodes(path), [this](Bytes node) {
+            return partitions_.contains(std::vector<std::byte>(node.begin(), node.end()));
+          })) {
+        booted_.Add(path.Bytes());
+      }
+    }
   }
 
   bool CoveredByLegacyOption(EFI_HANDLE handle) const {
@@ -98,13 +114,6 @@ class Finder {
     return false;
   }
 
-  bool HasVolume(const DevicePath& drive) const {
-    return std::ranges::any_of(handles_.With(ProtocolGuid<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL>), [&](EFI_HANDLE handle) {
-      const auto* path = handles_.Get<EFI_DEVICE_PATH_PROTOCOL>(handle);
-      return path != nullptr && Begins(DevicePath::Copy(path).Bytes(), NodesOf(drive));
-    });
-  }
-
   std::string DriveReason(const DevicePath& path, const EFI_BLOCK_IO_MEDIA& media) const {
     if (media.MediaPresent == FALSE) {
       return "no medium";
@@ -112,7 +121,7 @@ class Finder {
     if (std::string mode = LegacyOnlyReason(); !mode.empty()) {
       return mode;
     }
-    if (!HasVolume(path)) {
+    if (!volumes_.OneBegins(NodesOf(path))) {
       return "no file system on it that the firmware reads";
     }
     if (media.RemovableMedia == FALSE) {
@@ -142,7 +151,9 @@ class Finder {
   Machine& machine_;
   const HandleDatabase& handles_;
   const VariableStore& store_;
-  std::vector<DevicePath> paths_;
+  Paths booted_;                                 // of options, and of partitions that options name
+  Paths volumes_;                                // of file systems
+  std::set<std::vector<std::byte>> partitions_;  // the nodes of options that begin with a partition
   std::set<std::uint16_t> legacyTypes_;
 };
 
