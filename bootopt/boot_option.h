@@ -34,6 +34,15 @@ struct BOOT_OPTION {
   BOOLEAN Repeated = FALSE;                        // BootOrder listed its number before; such options go before saving
 };
 
+// Where a device is found by paths. Written by the matching step before it compares the device with all options; the
+// pointers are the firmware's and valid within that step.
+struct DEVICE_PLACE {
+  BOOLEAN Known = FALSE;                                    // written; else whoever needs it asks the handle
+  const EFI_DEVICE_PATH_PROTOCOL* Path = nullptr;           // of the handle; null without one
+  UINTN PathSize = 0;                                       // bytes of its first instance, without the end
+  const EFI_DEVICE_PATH_PROTOCOL* PartitionNode = nullptr;  // its last node when the handle is a partition's
+};
+
 // One bootable device found this boot. Lives in BootDeviceList, which owns it.
 struct BOOT_DEVICE {
   BOOT_DEVICE* Next = nullptr;
@@ -42,6 +51,7 @@ struct BOOT_DEVICE {
   UINT16 BbsIndex = kNoBbsIndex;
   BBS_TABLE* BbsEntry = nullptr;  // null for a UEFI device; belongs to the CSM
   PoolPtr<char> DeviceName;       // null when no name was found
+  DEVICE_PLACE Place;
 };
 
 // FilePathList present: its first node is a BBS node; otherwise: it has a BBS entry.

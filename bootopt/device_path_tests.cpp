@@ -31,6 +31,12 @@ bool IsAnyUsbDeviceNode(const DevicePath* node) {
          usb.DeviceProtocol == 0xFF;
 }
 
+bool BeginsWithPlace(const DevicePath* instance, const DEVICE_PLACE& place) {
+  const UINTN size =
+      DevicePathSize(Bytes{reinterpret_cast<const std::byte*>(instance), kMaxDevicePathSize}, NodeTypes::Any);
+  return place.Path != nullptr && size > place.PathSize && EqualMemory(instance, place.Path, place.PathSize);
+}
+
 // A handle without the protocol says that it is something else; every other error says nothing.
 EFI_STATUS NotThereOr(EFI_STATUS status) { return status == EFI_UNSUPPORTED ? EFI_NOT_FOUND : status; }
 
@@ -83,7 +89,9 @@ bool DesignatesDevice(const DevicePath* instance, const BOOT_DEVICE& device) {
 }
 
 bool LocateDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
-  if (device.DeviceHandle == nullptr) {
+  // What the firmware would locate the device by: its own path, with which the instance has to begin.
+  const DEVICE_PLACE& place = device.Place;
+  if (device.DeviceHandle == nullptr || (place.Known != FALSE && !BeginsWithPlace(instance, place))) {
     return false;
   }
   auto* remaining = const_cast<DevicePath*>(instance);
@@ -92,8 +100,9 @@ bool LocateDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device)
   return !EFI_ERROR(status) && located == device.DeviceHandle && IsEndOrFile(remaining);
 }
 
-EFI_STATUS ComparePartition(const DevicePath* instance, EFI_HANDLE handle) {
-  if (handle == nullptr || !IsHardDriveNode(instance)) {
+EFI_STATUS FindPartitionNode(EFI_HANDLE handle, const DevicePath*& node) {
+  node = nullptr;
+  if (handle == nullptr) {
     return EFI_NOT_FOUND;
   }
   EFI_BLOCK_IO_PROTOCOL* blockIo = nullptr;
@@ -108,11 +117,32 @@ EFI_STATUS ComparePartition(const DevicePath* instance, EFI_HANDLE handle) {
     return NotThereOr(status);
   }
   const DevicePath* last = LastNode(path);
-  return IsHardDriveNode(last) && IsSamePartition(instance, last) ? EFI_SUCCESS : EFI_NOT_FOUND;
+  node = IsHardDriveNode(last) ? last : nullptr;
+  return node != nullptr ? EFI_SUCCESS : EFI_NOT_FOUND;
+}
+
+DEVICE_PLACE FindDevicePlace(EFI_HANDLE handle) {
+  DEVICE_PLACE place;
+  place.Known = TRUE;
+  place.Path = DevicePathOf(handle);
+  DevicePathWalker walker(place.Path);
+  while (walker.Node() != nullptr && !IsEnd(walker.Node())) {
+    walker.Next();
+  }
+  place.PathSize = walker.Offset();
+  static_cast<void>(FindPartitionNode(handle, place.PartitionNode));
+  return place;
 }
 
 bool PartitionDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {
-  return !EFI_ERROR(ComparePartition(instance, device.DeviceHandle));
+  if (!IsHardDriveNode(instance)) {
+    return false;
+  }
+  const DevicePath* node = device.Place.PartitionNode;
+  if (device.Place.Known == FALSE) {
+    static_cast<void>(FindPartitionNode(device.DeviceHandle, node));
+  }
+  return node != nullptr && IsSamePartition(instance, node);
 }
 
 bool UsbClassDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device) {

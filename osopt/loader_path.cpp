@@ -66,23 +66,41 @@ EFI_STATUS CompareOsLoaderPath(Bytes optionPath, Bytes otherPath) {
   return same ? EFI_SUCCESS : EFI_NOT_FOUND;
 }
 
-EFI_STATUS FindPartitionHandle(const DevicePath* hardDriveNode, EFI_HANDLE& partition) {
+EFI_STATUS PartitionHandles::List() {
   HandleBuffer handles;
   if (const EFI_STATUS status = handles.Locate(ProtocolGuid<EFI_BLOCK_IO_PROTOCOL>); EFI_ERROR(status)) {
     return status;
   }
+  places_ = AllocateArray<Place>(handles.size());
+  if (!places_) {
+    return EFI_OUT_OF_RESOURCES;
+  }
   EFI_STATUS answer = EFI_NOT_FOUND;
   for (const EFI_HANDLE handle : handles) {
-    const EFI_STATUS status = ComparePartition(hardDriveNode, handle);
+    Place& place = places_[count_];
+    const EFI_STATUS status = FindPartitionNode(handle, place.Node);
     if (!EFI_ERROR(status)) {
-      partition = handle;
-      return EFI_SUCCESS;
-    }
-    if (status != EFI_NOT_FOUND) {
+      place.Handle = handle;
+      ++count_;
+    } else if (status != EFI_NOT_FOUND) {
       answer = status;
     }
   }
   return answer;
+}
+
+EFI_STATUS PartitionHandles::Find(const DevicePath* hardDriveNode, EFI_HANDLE& partition) {
+  if (!listed_) {
+    absent_ = List();
+    listed_ = true;
+  }
+  for (UINTN i = 0; i < count_; ++i) {
+    if (IsSamePartition(hardDriveNode, places_[i].Node)) {
+      partition = places_[i].Handle;
+      return EFI_SUCCESS;
+    }
+  }
+  return absent_;
 }
 
 }  // namespace bds

@@ -156,6 +156,12 @@ PoolPtr<DevicePath> CopyNextInstance(Bytes& rest) {
   return Join(path.first(walker.Offset()), AsBytes(kEndEntireNode), {});
 }
 
+bool IsOneInstance(Bytes path) {
+  DevicePathWalker walker(path, NodeTypes::Any);
+  WalkInstance(walker);
+  return walker.Node() == nullptr && walker.Valid();
+}
+
 PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path) {
   const UINTN size = DevicePathSize(path);
   return size == 0 ? nullptr : Join(PathBytes(path, size), {}, {});

@@ -104,6 +104,9 @@ class DevicePathWalker {
 // The same off the front of bytes that hold a path, nodes of any type included; rest is empty behind the last instance.
 [[nodiscard]] PoolPtr<DevicePath> CopyNextInstance(Bytes& rest);
 
+// The bytes begin with a path of one instance.
+[[nodiscard]] bool IsOneInstance(Bytes path);
+
 // A pool copy of the whole path; null when it is broken or the pool is exhausted.
 [[nodiscard]] PoolPtr<DevicePath> CopyDevicePath(const DevicePath* path);
 

@@ -4,6 +4,7 @@
 #include <sys/prctl.h>
 
 #include "sim/firmware/machine.h"
+#include "sim/firmware/port_thunks.h"
 
 namespace sim {
 namespace {
@@ -194,8 +195,12 @@ class PrivilegedInstruction {
 }  // namespace
 
 bool CarryOutInstruction(greg_t* registers, Machine& machine, ControlRegisters& control) {
-  return PortInstruction(registers).CarryOut(machine.Ports()) || CounterInstruction(registers).CarryOut(machine) ||
-         PrivilegedInstruction(registers, control).CarryOut(machine);
+  const auto instruction = static_cast<std::uint64_t>(registers[REG_RIP]);
+  if (PortInstruction(registers).CarryOut(machine.Ports())) {
+    ShortenPortRoutine(registers, instruction);
+    return true;
+  }
+  return CounterInstruction(registers).CarryOut(machine) || PrivilegedInstruction(registers, control).CarryOut(machine);
 }
 
 }  // namespace sim

@@ -96,7 +96,8 @@ TEST(DevicePathTests, PartitionIsGoneOnlyWhenEveryHandleAnswers) {
       return service == "HandleProtocol" && ++call == c.call ? std::optional(c.failure) : std::nullopt;
     });
     EFI_HANDLE found = nullptr;
-    EXPECT_EQ(bds::FindPartitionHandle(AsPath(c.path), found), c.expected) << c.call;
+    bds::PartitionHandles partitions;
+    EXPECT_EQ(partitions.Find(AsPath(c.path), found), c.expected) << c.call;
     EXPECT_EQ(found, EFI_ERROR(c.expected) ? nullptr : partition) << c.call;
   }
   firmware.machine.Faults().SetCallHook(nullptr);
