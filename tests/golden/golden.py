@@ -22,11 +22,10 @@ import subprocess
 import sys
 import tempfile
 import uuid
-import xml.etree.ElementTree
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
-TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso")
+TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso", "xmllint")
 GUIDS = {
     "global": "8be4df61-93ca-11d2-aa0d-00e098032b8c",
     "setup": "ec87d643-eba4-4bb5-a1e5-3f3e36b20da9",
@@ -197,10 +196,8 @@ class Server:
                 yield f"{name}:"
                 yield from (f"    {line}" for line in data.decode().splitlines())
             elif name.endswith("ActualOrder.xml"):
-                try:
-                    xml.etree.ElementTree.fromstring(data)
-                except xml.etree.ElementTree.ParseError as wrong:
-                    raise Wrong(f"{name}: {wrong}") from None
+                (self.work / "report.xml").write_bytes(data)
+                self.must("xmllint", "--noout", self.work / "report.xml")
                 yield f"{name}: {len(data)} bytes"
                 yield from (f"    {line}".rstrip() for line in data.decode().splitlines())
             elif held.get(data, "").startswith(Path(name).name + "-"):

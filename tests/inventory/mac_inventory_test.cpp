@@ -202,7 +202,7 @@ TEST(MacRegisters, AFailingAccessCostsItsWordOrThoseBehindIt) {
     const bool read = std::string_view(each.words).find('r') != std::string_view::npos;
     EXPECT_EQ(bds::ReadPortAddress(io, kTypes[family], address), read ? EFI_SUCCESS : EFI_NOT_FOUND);
     for (std::size_t k = 0; k < 3; ++k) {
-      const UINT16 word = each.words[k] == 'r' ? kMac[2 * k] | kMac[2 * k + 1] << 8 : 0xFFFF;
+      const int word = each.words[k] == 'r' ? kMac[2 * k] | kMac[2 * k + 1] << 8 : 0xFFFF;
       EXPECT_EQ(address.Words[k], word) << k;
     }
     EXPECT_TRUE(server.Logged(each.said)) << server.Log();

@@ -105,7 +105,9 @@ class Trip:
         return (self.folder / "bmc" / "files" / name).exists()
 
     def report(self):
-        root = xml.etree.ElementTree.parse(self.folder / "bmc" / "files" / "ActualOrder.xml").getroot()
+        path = self.folder / "bmc" / "files" / "ActualOrder.xml"
+        subprocess.run(["xmllint", "--noout", path], check=True)
+        root = xml.etree.ElementTree.parse(path).getroot()
         header = {leaf.tag: leaf.get("value") for leaf in root.find("ActualBootOrderHeader")}
         return header["LastUpdate"], [target.get("value") for target in root.find("ActualBootTargets")]
 

@@ -20,7 +20,7 @@ import tempfile
 import xml.etree.ElementTree
 from pathlib import Path
 
-TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso")
+TOOLS = ("mmd", "mcopy", "mkfs.vfat", "sgdisk", "sfdisk", "xorriso", "xmllint")
 REPORT = "FlexBootReport-9dae27e6-9cc9-4972-bcdb-824573a2c2f6"
 OTHER_TYPE = {"uefi": "legacy", "legacy": "uefi"}
 OF_OTHER_FIRMWARE = ("lan_any", "local_storage_any")
@@ -70,7 +70,11 @@ def rows(source, server):
 
 
 def actual_order(document):
-    """The report of the actual order, an element's values a line."""
+    """The report of the actual order, an element's values a line. Two readers of XML must take it."""
+    data = document.encode() if isinstance(document, str) else document
+    lint = subprocess.run(["xmllint", "--noout", "-"], input=data, capture_output=True, check=False)
+    if lint.returncode != 0:
+        raise xml.etree.ElementTree.ParseError(lint.stderr.decode())
     root = xml.etree.ElementTree.fromstring(document)
     yield "    " + " ".join(f"{leaf.tag}={leaf.get('value')}" for leaf in root.find("ActualBootOrderHeader"))
     for target in root.find("ActualBootTargets"):
